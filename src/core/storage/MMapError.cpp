@@ -1,0 +1,17 @@
+#include "storage/MMapError.h"
+
+#include "base/Errno.h"
+
+namespace quorin::storage {
+
+std::string MMapError::describe() const {
+  switch (kind) {
+    case Kind::openFailed: return "open(" + path + ") failed: " + base::errnoText(err);
+    case Kind::statFailed: return "fstat failed: " + base::errnoText(err);
+    case Kind::mmapFailed: return "mmap failed: " + base::errnoText(err);
+    case Kind::empty: return "file is empty";
+  }
+  return {};
+}
+
+}  // namespace quorin::storage

@@ -1,0 +1,108 @@
+#include "storage/MMapWrapper.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/Check.h"
+#include "dispatch/Clock.h"
+#include "storage/SigbusGuard.h"
+
+namespace quorin::storage {
+namespace {
+
+// A shrink is noticed at most this late; it bounds fstat calls to ten a second per file.
+constexpr uint64_t kRevalidationIntervalNs = 100'000'000;
+
+int closePreservingErrno(int fd) {
+  const int saved = errno;
+  ::close(fd);
+  return saved;
+}
+
+}  // namespace
+
+std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const std::string& path) {
+  installSigbusHandler();
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::unexpected(MMapError::openFailed(path, errno));
+
+  struct stat st;
+  if (::fstat(fd, &st) != 0) return std::unexpected(MMapError::statFailed(closePreservingErrno(fd)));
+
+  const int64_t size = std::max<int64_t>(st.st_size, 0);
+  void* base;
+  if (size == 0) {
+    base = ::mmap(nullptr, 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  } else {
+    base = ::mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_PRIVATE, fd, 0);
+  }
+  if (base == MAP_FAILED) return std::unexpected(MMapError::mmapFailed(closePreservingErrno(fd)));
+
+  std::shared_ptr<MMapWrapper> wrapper(new MMapWrapper());
+  wrapper->path_ = path;
+  wrapper->fd_ = fd;
+  wrapper->base_ = static_cast<const uint8_t*>(base);
+  wrapper->length_ = size;
+  wrapper->mappedLength_ = std::max<int64_t>(size, 1);
+  wrapper->validatedLength_ = size;
+  wrapper->inode_ = st.st_ino;
+  wrapper->device_ = st.st_dev;
+  wrapper->mtime_ = st.st_mtim;
+  wrapper->lastValidationNs_ = 0;
+  return wrapper;
+}
+
+std::shared_ptr<MMapWrapper> MMapWrapper::anonymousEmpty() {
+  void* base = ::mmap(nullptr, 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  QUORIN_CHECK(base != MAP_FAILED, "cannot create an anonymous 1-byte mapping");
+  std::shared_ptr<MMapWrapper> wrapper(new MMapWrapper());
+  wrapper->base_ = static_cast<const uint8_t*>(base);
+  wrapper->mappedLength_ = 1;
+  return wrapper;
+}
+
+MMapWrapper::~MMapWrapper() {
+  if (base_ != nullptr) ::munmap(const_cast<uint8_t*>(base_), static_cast<size_t>(mappedLength_));
+  if (fd_ >= 0) ::close(fd_);
+}
+
+int64_t MMapWrapper::revalidate(bool force) const {
+  const uint64_t now = dispatch::monotonicNanos();
+  std::lock_guard lock(revalidationLock_);
+  if (fd_ >= 0 && (force || now - lastValidationNs_ >= kRevalidationIntervalNs)) {
+    lastValidationNs_ = now;
+    struct stat st;
+    if (::fstat(fd_, &st) == 0) validatedLength_ = std::min<int64_t>(std::max<int64_t>(st.st_size, 0), validatedLength_);
+  }
+  return validatedLength_;
+}
+
+int64_t MMapWrapper::validatedLength() const { return revalidate(false); }
+
+std::span<const uint8_t> MMapWrapper::span(int64_t start, int64_t end) const {
+  const int64_t valid = validatedLength();
+  if (start < 0 || start >= valid || end <= start) return {};
+  return {base_ + start, static_cast<size_t>(std::min(valid, end) - start)};
+}
+
+int64_t MMapWrapper::copy(int64_t start, int64_t end, uint8_t* dest) const {
+  const auto view = span(start, end);
+  if (view.empty()) return 0;
+  const size_t copied = guardedCopy(dest, view.data(), view.size());
+  if (copied < view.size()) revalidate(true);
+  return static_cast<int64_t>(copied);
+}
+
+std::optional<uint8_t> MMapWrapper::byteAt(int64_t offset) const {
+  if (offset < 0 || offset >= length_) return std::nullopt;
+  uint8_t byte = 0;
+  if (copy(offset, offset + 1, &byte) == 0) return uint8_t{0};
+  return byte;
+}
+
+}  // namespace quorin::storage
