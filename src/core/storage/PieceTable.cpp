@@ -113,7 +113,7 @@ EditResult PieceTable::deleteRange(ByteRange range) {
   const int64_t s = std::min(range.start, total), e = std::min(range.end, total);
   if (s == e) return {s, 0, 0, 0, s, version_, {}};
 
-  ListBuilder builder(*list_, 0);
+  ListBuilder builder(*list_, 1);  // a delete inside one piece leaves two
   builder.carry(0, s);
   builder.carry(e, total);
   rebuildLocked(builder.take());
