@@ -40,7 +40,7 @@ std::shared_ptr<const OriginalBuffer> OriginalBuffer::make(std::shared_ptr<MMapW
   }
   const int64_t contentStart = contentStartFor(*mmap, chosen);
   const int64_t probeEnd = std::min(contentStart + kLineEndingProbeBytes, mmap->length());
-  const auto lineEnding = text::detectLineEnding(readFileBytes(*mmap, contentStart, probeEnd));
+  const auto lineEnding = text::detectLineEnding(readFileBytes(*mmap, contentStart, probeEnd), chosen);
   return std::shared_ptr<const OriginalBuffer>(new OriginalBuffer(std::move(mmap), chosen, lineEnding, contentStart));
 }
 

@@ -5,6 +5,8 @@
 #include <span>
 #include <string_view>
 
+#include "text/DetectedEncoding.h"
+
 namespace quorin::text {
 
 // The line ending a document was found with; raw values in this order.
@@ -19,7 +21,11 @@ constexpr uint8_t lineTerminator(LineEnding ending) { return ending == LineEndin
 
 // Classifies text by its first line break only (a mixed file goes by its
 // first break): CR LF is `crlf`, a lone LF is `lf`, a CR followed by anything
-// else, or ending the bytes, is `cr`; no break at all is `lf`.
-LineEnding detectLineEnding(std::span<const uint8_t> bytes);
+// else, or ending the text, is `cr`; no break at all is `lf`.
+//
+// The walk is over code units: bytes for UTF-8 and the legacy encodings,
+// 16- or 32-bit units for UTF-16 and UTF-32, so that "a CR LF" in UTF-16
+// (0D 00 0A 00) is `crlf` and not a CR followed by a zero byte.
+LineEnding detectLineEnding(std::span<const uint8_t> bytes, DetectedEncoding encoding = DetectedEncoding::utf8);
 
 }  // namespace quorin::text

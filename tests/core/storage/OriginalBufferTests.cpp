@@ -72,6 +72,10 @@ TEST(OriginalBuffer, FirstLineBreakDecidesLineEnding) {
   EXPECT_EQ(factsOf("a\nb\r\n").lineEnding, LineEnding::lf);
   EXPECT_EQ(factsOf(std::string(8191, 'x') + "\r\n").lineEnding, LineEnding::cr);  // the LF is past the probe
   EXPECT_EQ(factsOf(std::string(8192, 'x') + "\r\n").lineEnding, LineEnding::lf);
+  // UTF-16 and UTF-32 go by code units, not bytes.
+  EXPECT_EQ(factsOf(testing::utf16LEWithMark(u"a\r\nb")).lineEnding, LineEnding::crlf);
+  EXPECT_EQ(factsOf(std::string("\0a\0\r\0b", 6), DetectedEncoding::utf16BE).lineEnding, LineEnding::cr);
+  EXPECT_EQ(factsOf(std::string("\xFF\xFE\0\0\n\0\0\0", 8)).lineEnding, LineEnding::lf);
   // The probe starts after the mark.
   EXPECT_EQ(factsOf("\xEF\xBB\xBF" + std::string(8190, 'x') + "\r\n").lineEnding, LineEnding::crlf);
 }

@@ -26,4 +26,13 @@ std::filesystem::path TempDir::write(const std::string& name, std::string_view b
   return file;
 }
 
+std::string utf16LEWithMark(std::u16string_view text) {
+  std::string bytes = "\xFF\xFE";
+  for (const char16_t unit : text) {
+    bytes += static_cast<char>(unit & 0xFF);
+    bytes += static_cast<char>(unit >> 8);
+  }
+  return bytes;
+}
+
 }  // namespace quorin::testing

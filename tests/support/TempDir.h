@@ -22,4 +22,7 @@ class TempDir {
   std::filesystem::path path_;
 };
 
+// UTF-16LE bytes of `text`, after the byte-order mark FF FE.
+std::string utf16LEWithMark(std::u16string_view text);
+
 }  // namespace quorin::testing
