@@ -1,7 +1,9 @@
 #include "storage/SigbusGuard.h"
 
 #include <setjmp.h>
+#include <pthread.h>
 #include <signal.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +23,11 @@ std::once_flag g_installed;
 void onSigbus(int signal, siginfo_t* info, void* context) {
   if (sigjmp_buf* env = t_recovery) {
     t_recovery = nullptr;
+    // Leave with the signal mask of the interrupted code. A sanitizer's
+    // wrapper around this handler may have blocked signals (SIGBUS among
+    // them) for the handler's duration and would restore them only on a
+    // normal return; a second fault with SIGBUS blocked would kill us.
+    if (context != nullptr) pthread_sigmask(SIG_SETMASK, &static_cast<ucontext_t*>(context)->uc_sigmask, nullptr);
     siglongjmp(*env, 1);
   }
   // Not a guarded copy: this fault is somebody else's (or a real bug).
@@ -48,8 +55,8 @@ __attribute__((noinline)) size_t copyPages(unsigned char* dest, const unsigned c
   volatile size_t done = 0;
   sigjmp_buf env;
   sigjmp_buf* const outer = t_recovery;
-  // savemask 0: the handler runs with SA_NODEFER, so SIGBUS is not blocked
-  // when we land here and no sigprocmask call is needed per copy.
+  // savemask 0: no signal-mask system call per copy. The handler runs with
+  // SA_NODEFER and restores the interrupted mask itself before jumping.
   if (sigsetjmp(env, 0) == 0) {
     t_recovery = &env;
     const size_t page = pageSize();

@@ -125,6 +125,11 @@ TEST(MMapWrapper, CopyPastAnUnnoticedShrinkStopsAtTheLostPages) {
   EXPECT_EQ(copied, static_cast<int64_t>(3 * page));
   EXPECT_EQ(out.substr(0, 3 * page), std::string(3 * page, 'q'));
   EXPECT_EQ(mmap->validatedLength(), static_cast<int64_t>(3 * page));  // the fault forced a re-check
+
+  // A second fault on the same thread must be caught too (the first must not leave SIGBUS blocked).
+  ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(page)), 0);
+  EXPECT_EQ(mmap->copy(0, static_cast<int64_t>(8 * page), reinterpret_cast<uint8_t*>(out.data())),
+            static_cast<int64_t>(page));
 }
 
 }  // namespace
