@@ -18,21 +18,13 @@ SerialQueue::SerialQueue(std::string label, QualityOfService qos)
 
 SerialQueue::~SerialQueue() {
   QUORIN_CHECK(!isCurrent(), "a serial queue cannot be destroyed by its own task: it would join itself");
-  {
-    std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  wake_.notify_one();
+  tasks_.close();
   thread_.join();
 }
 
 void SerialQueue::async(Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was submitted to a serial queue");
-  {
-    std::lock_guard lock(mutex_);
-    tasks_.push_back(std::move(task));
-  }
-  wake_.notify_one();
+  tasks_.push(std::move(task));
 }
 
 void SerialQueue::sync(Task task) {
@@ -48,17 +40,7 @@ bool SerialQueue::isCurrent() const { return currentQueue == this; }
 void SerialQueue::run(QualityOfService qos) {
   setUpCurrentThread(label_, qos);
   currentQueue = this;
-  for (;;) {
-    Task task;
-    {
-      std::unique_lock lock(mutex_);
-      wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-      if (tasks_.empty()) return;  // stopping, and everything queued has run
-      task = std::move(tasks_.front());
-      tasks_.pop_front();
-    }
-    task();
-  }
+  while (auto task = tasks_.take()) (*task)();
 }
 
 }  // namespace quorin::dispatch

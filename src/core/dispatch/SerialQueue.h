@@ -1,13 +1,11 @@
 #pragma once
 
-#include <condition_variable>
-#include <deque>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "dispatch/Processors.h"
 #include "dispatch/Task.h"
+#include "dispatch/TaskList.h"
 
 namespace quorin::dispatch {
 
@@ -42,10 +40,7 @@ class SerialQueue {
   void run(QualityOfService qos);
 
   const std::string label_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<Task> tasks_;  // guarded by mutex_
-  bool stopping_ = false;   // guarded by mutex_
+  TaskList tasks_;
   std::thread thread_;      // declared last: it starts running once the members above exist
 };
 

@@ -41,11 +41,7 @@ WorkerPool& WorkerPool::shared() {
 
 void WorkerPool::async(Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was submitted to a worker pool");
-  {
-    std::lock_guard lock(mutex_);
-    tasks_.push_back(std::move(task));
-  }
-  wake_.notify_one();
+  tasks_.push(std::move(task));
 }
 
 void WorkerPool::parallelFor(size_t count, const std::function<void(size_t)>& body) {
@@ -67,25 +63,11 @@ void WorkerPool::parallelFor(size_t count, const std::function<void(size_t)>& bo
 void WorkerPool::run(size_t index) {
   setUpCurrentThread("quorin.pool." + std::to_string(index), QualityOfService::userInitiated);
   currentPool = this;
-  for (;;) {
-    Task task;
-    {
-      std::unique_lock lock(mutex_);
-      wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-      if (tasks_.empty()) return;  // stopping, and everything queued has run
-      task = std::move(tasks_.front());
-      tasks_.pop_front();
-    }
-    task();
-  }
+  while (auto task = tasks_.take()) (*task)();
 }
 
 void WorkerPool::stopAndJoin() {
-  {
-    std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  wake_.notify_all();
+  tasks_.close();
   for (std::thread& thread : threads_) thread.join();
 }
 

@@ -1,15 +1,13 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "dispatch/Processors.h"
 #include "dispatch/Task.h"
+#include "dispatch/TaskList.h"
 
 namespace quorin::dispatch {
 
@@ -49,10 +47,7 @@ class WorkerPool {
   void run(size_t index);
   void stopAndJoin();
 
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<Task> tasks_;  // guarded by mutex_
-  bool stopping_ = false;   // guarded by mutex_
+  TaskList tasks_;
   std::vector<std::thread> threads_;
 };
 

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+
+#include "dispatch/Task.h"
+
+namespace quorin::dispatch {
+
+// The FIFO of tasks behind a queue's worker threads. Workers block in take()
+// until there is a task or the list is closed; a closed list still hands out
+// what was queued before closing, so queues finish what they were given.
+//
+// Thread-safety: every member may be called from any thread. The lock is held
+// only to move a task in or out, never while one runs.
+class TaskList {
+ public:
+  void push(Task task);
+  // The next task, or nothing once the list is closed and empty.
+  std::optional<Task> take();
+  void close();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<Task> tasks_;  // guarded by mutex_
+  bool closed_ = false;     // guarded by mutex_
+};
+
+}  // namespace quorin::dispatch
