@@ -3,6 +3,8 @@
 #include <QTimer>
 
 #include "MainWindow.h"
+#include "dispatch/WorkerPool.h"
+#include "storage/ScratchDirectory.h"
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);
@@ -15,6 +17,13 @@ int main(int argc, char** argv) {
   parser.addVersionOption();
   parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The file to open."));
   parser.process(app);
+
+  // Scratch left by a run that crashed (line-index files of documents that
+  // were open) is ours to remove; a live instance's directories are locked.
+  quorin::storage::ScratchDirectory::cleanStaleDocumentDirectories();
+  // Worker threads inherit the creating thread's priority: create them from
+  // the main thread before any background job does.
+  quorin::dispatch::WorkerPool::shared();
 
   quorin::app::MainWindow window;
   window.show();
