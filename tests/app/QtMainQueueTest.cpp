@@ -15,57 +15,37 @@ namespace {
 
 bool onGuiThread() { return QThread::currentThread() == QCoreApplication::instance()->thread(); }
 
-TEST(AppQtMainQueueTest, TasksPostedFromAnyThreadRunOnTheGuiThreadInOrder) {
+TEST(AppQtMainQueueTest, TasksFromAWorkerRunOnTheGuiThreadInOrderAndDelayedOnesNeverEarly) {
   QtMainQueue queue;
-  EXPECT_TRUE(queue.isMainThread());
+  constexpr uint64_t kDelayNs = 30'000'000;
+  const uint64_t start = dispatch::monotonicNanos();
+  uint64_t delayedRanAt = 0;
   std::vector<int> order;
-  std::atomic<bool> allOnGuiThread = true;
-  std::atomic<bool> workerSawMainThread = true;
+  std::atomic<bool> allOnGuiThread = true, workerSawMainThread = true, waited = false, done = false;
   std::thread worker([&] {
     workerSawMainThread = queue.isMainThread();
-    for (int i = 0; i < 200; ++i) {
+    queue.postAfter(kDelayNs, [&] {
+      if (!onGuiThread()) allOnGuiThread = false;
+      delayedRanAt = dispatch::monotonicNanos();
+    });
+    for (int i = 0; i < 200; ++i)
       queue.post([&, i] {
         if (!onGuiThread()) allOnGuiThread = false;
         order.push_back(i);
       });
-    }
+    queue.postAndWait([&] { waited = order.size() == 200; });
+    done = true;  // postAndWait must not return before its task ran
   });
-  worker.join();
-  EXPECT_FALSE(workerSawMainThread);
-  ASSERT_TRUE(QTest::qWaitFor([&] { return order.size() == 200; }, 5000));
-  EXPECT_TRUE(allOnGuiThread);
-  for (int i = 0; i < 200; ++i) ASSERT_EQ(order[i], i);
-}
-
-TEST(AppQtMainQueueTest, DelayedTasksAreNeverEarly) {
-  QtMainQueue queue;
-  constexpr uint64_t kDelayNs = 30'000'000;
-  const uint64_t start = dispatch::monotonicNanos();
-  uint64_t ranAt = 0;
-  bool ranOnGuiThread = false;
-  std::thread([&] {
-    queue.postAfter(kDelayNs, [&] {
-      ranAt = dispatch::monotonicNanos();
-      ranOnGuiThread = onGuiThread();
-    });
-  }).join();
-  ASSERT_TRUE(QTest::qWaitFor([&] { return ranAt != 0; }, 5000));
-  EXPECT_GE(ranAt - start, kDelayNs);
-  EXPECT_TRUE(ranOnGuiThread);
-}
-
-TEST(AppQtMainQueueTest, PostAndWaitFromAWorkerReturnsAfterTheTaskRan) {
-  QtMainQueue queue;
-  std::atomic<bool> done = false;
-  bool ran = false;
-  std::thread worker([&] {
-    queue.postAndWait([&] { ran = onGuiThread(); });
-    done = true;
-  });
-  const bool finished = QTest::qWaitFor([&] { return done.load(); }, 5000);
+  const bool finished = QTest::qWaitFor([&] { return delayedRanAt != 0 && done.load(); }, 5000);
   worker.join();
   ASSERT_TRUE(finished);
-  EXPECT_TRUE(ran);
+  EXPECT_TRUE(queue.isMainThread());
+  EXPECT_FALSE(workerSawMainThread);
+  EXPECT_TRUE(allOnGuiThread);
+  EXPECT_TRUE(waited);
+  EXPECT_EQ(order.size(), 200u);
+  EXPECT_GE(delayedRanAt - start, kDelayNs);
+  for (int i = 0; i < 200; ++i) ASSERT_EQ(order[i], i);
 }
 
 TEST(AppQtMainQueueTest, TasksStillQueuedDieWithTheQueue) {

@@ -5,15 +5,12 @@
 
 namespace {
 
-// Widgets need a QApplication, made once in main's scope (gtest's main runs
-// the environment's SetUp and TearDown) so that it is gone before Qt's own
-// globals are torn down.
+// Widgets need a QApplication, made inside main's scope (gtest's main runs the environment's SetUp and
+// TearDown) so that it is gone before Qt's own globals are torn down.
 class QtEnvironment : public ::testing::Environment {
- public:
   void SetUp() override { app_ = std::make_unique<QApplication>(argc_, argv_); }
   void TearDown() override { app_.reset(); }
 
- private:
   int argc_ = 1;
   char name_[17] = "quorin_app_tests";
   char* argv_[2] = {name_, nullptr};

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "Cli.h"
+#include "Json.h"
 #include "support/TempDir.h"
 
 namespace quorin::cli {
@@ -12,8 +15,12 @@ namespace {
 
 struct Outcome {
   int status;
-  std::string out;
-  std::string err;
+  std::string out, err;
+  bool operator==(const Outcome&) const = default;
+  friend void PrintTo(const Outcome& o, std::ostream* os) {
+    *os << o.status << " out=" << ::testing::PrintToString(o.out)
+        << " err=" << ::testing::PrintToString(o.err);
+  }
 };
 
 Outcome run(std::vector<std::string> args) {
@@ -22,74 +29,88 @@ Outcome run(std::vector<std::string> args) {
   return {status, out.str(), err.str()};
 }
 
-class CliInfoTest : public ::testing::Test {
- protected:
-  testing::TempDir dir_;
-};
-
-TEST_F(CliInfoTest, EmptyFileIsAnEmptyUtf8LfDocument) {
-  const auto result = run({"info", dir_.write("empty.txt", "")});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "length: 0\ndocumentLength: 0\ncontentStart: 0\nencoding: utf8\nlineEnding: lf\n");
-  EXPECT_EQ(result.err, "");
+std::string info(int length, int documentLength, int contentStart, std::string encoding, std::string ending) {
+  return "length: " + std::to_string(length) + "\ndocumentLength: " + std::to_string(documentLength) +
+         "\ncontentStart: " + std::to_string(contentStart) + "\nencoding: " + encoding +
+         "\nlineEnding: " + ending + "\n";
 }
 
-TEST_F(CliInfoTest, ByteOrderMarkIsExcludedFromTheDocument) {
-  // In UTF-16 the line break is read in code units: 0D 00 0A 00 is CR LF.
-  const auto utf16 = run({"info", dir_.write("u16.txt", testing::utf16LEWithMark(u"a\r\nb"))});
-  EXPECT_EQ(utf16.status, 0);
-  EXPECT_EQ(utf16.out, "length: 10\ndocumentLength: 8\ncontentStart: 2\nencoding: utf16LE\nlineEnding: crlf\n");
-
-  const auto utf8 = run({"info", dir_.write("u8.txt", "\xEF\xBB\xBFone\r\ntwo\r\n")});
-  EXPECT_EQ(utf8.status, 0);
-  EXPECT_EQ(utf8.out,
-            "length: 13\ndocumentLength: 10\ncontentStart: 3\nencoding: utf8WithBOM\nlineEnding: crlf\n");
-}
-
-TEST_F(CliInfoTest, JsonUsesTheCodeNames) {
-  const std::string path = dir_.write("u16.txt", testing::utf16LEWithMark(u"a\n"));
-  const auto result = run({"info", "--json", path});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "{\"path\":\"" + path +
-                            "\",\"length\":6,\"documentLength\":4,\"contentStart\":2,"
-                            "\"encoding\":\"utf16LE\",\"lineEnding\":\"lf\"}\n");
-}
-
-TEST_F(CliInfoTest, UnreadableFileReportsTheOpenError) {
-  const std::string missing = (dir_.path() / "missing.log").string();
-  const auto result = run({"info", missing, "--json"});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "quorin-cli: open(" + missing + ") failed: No such file or directory\n");
-}
-
-TEST(CliUsageTest, MistakesPrintUsageToStderr) {
+TEST(CliInfoTest, ReportsLengthsEncodingAndLineEnding) {
   testing::TempDir dir;
-  const std::string file = dir.write("f.txt", "x");
-  const std::vector<std::vector<std::string>> mistakes = {
-      {}, {"frobnicate"}, {"info"}, {"info", file, "--bogus"}, {"info", file, file}, {"--json"},
-  };
-  for (const auto& args : mistakes) {
-    SCOPED_TRACE(::testing::PrintToString(args));
-    const auto result = run(args);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(result.err.starts_with("quorin-cli: ")) << result.err;
-    EXPECT_NE(result.err.find("usage: quorin-cli"), std::string::npos) << result.err;
-  }
+  EXPECT_EQ(run({"info", dir.write("empty.txt", "")}), (Outcome{0, info(0, 0, 0, "utf8", "lf"), ""}));
+  // The byte order mark is not part of the document; in UTF-16, 0D 00 0A 00 is CR LF.
+  EXPECT_EQ(run({"info", dir.write("u16.txt", testing::utf16LEWithMark(u"a\r\nb"))}),
+            (Outcome{0, info(10, 8, 2, "utf16LE", "crlf"), ""}));
+  EXPECT_EQ(run({"info", dir.write("u8.txt", "\xEF\xBB\xBFone\r\ntwo\r\n")}),
+            (Outcome{0, info(13, 10, 3, "utf8WithBOM", "crlf"), ""}));
+  EXPECT_EQ(run({"info", dir.write("crlf.txt", "one\r\ntwo\r\n")}),
+            (Outcome{0, info(10, 10, 0, "utf8", "crlf"), ""}));
+
+  const std::string path = dir.write("lf16.txt", testing::utf16LEWithMark(u"a\n"));
+  EXPECT_EQ(run({"info", "--json", path}).out, "{\"path\":\"" + path +
+                                                   "\",\"length\":6,\"documentLength\":4,\"contentStart\":2,"
+                                                   "\"encoding\":\"utf16LE\",\"lineEnding\":\"lf\"}\n");
+
+  const std::string missing = (dir.path() / "missing.log").string();
+  EXPECT_EQ(run({"info", missing, "--json"}),
+            (Outcome{2, "", "quorin-cli: open(" + missing + ") failed: No such file or directory\n"}));
 }
 
-TEST(CliUsageTest, HelpGoesToStdout) {
-  for (const auto& args :
-       std::vector<std::vector<std::string>>{{"--help"}, {"info", "--help"}, {"info", "-h"}}) {
+TEST(CliUsageTest, MistakesPrintUsageToStderrAndHelpToStdout) {
+  for (const auto& args : std::vector<std::vector<std::string>>{
+           {}, {"frobnicate"}, {"info"}, {"info", "f", "--bogus"}, {"info", "f", "g"}, {"--json"}}) {
     const auto result = run(args);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.out.find("info FILE [--json]"), std::string::npos) << result.out;
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 2) << ::testing::PrintToString(args);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(result.err.starts_with("quorin-cli: ") && result.err.contains("usage: quorin-cli"))
+        << result.err;
   }
+  const auto help = run({"info", "-h"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_TRUE(help.out.contains("info FILE [--json]") && help.err.empty()) << help.out;
   // After "--" an argument is a file name, even one that looks like an option.
   EXPECT_EQ(run({"info", "--", "--help"}).err,
             "quorin-cli: open(--help) failed: No such file or directory\n");
+}
+
+std::string asJsonString(std::string_view text) {
+  std::string out;
+  appendJsonString(out, text);
+  return out;
+}
+
+TEST(CliJsonStringTest, EscapesWhatJsonRequiresAndReplacesMalformedUtf8) {
+  EXPECT_EQ(asJsonString(R"(say "hi" \ bye)"), R"("say \"hi\" \\ bye")");
+  EXPECT_EQ(asJsonString("a\tb\nc\r\b\f"), R"("a\tb\nc\r\b\f")");
+  EXPECT_EQ(asJsonString(std::string("\x01\x1f\0", 3)), R"("\u0001\u001f\u0000")");
+  EXPECT_EQ(asJsonString("/ é ✓ \x7f"), "\"/ é ✓ \x7f\"");  // kept as UTF-8; '/' and DEL need no escape
+  // Malformed UTF-8, including a truncated sequence, becomes replacement characters.
+  EXPECT_EQ(asJsonString("a\xFF!"), "\"a\xEF\xBF\xBD!\"");
+  EXPECT_EQ(asJsonString("\xC3"), "\"\xEF\xBF\xBD\"");
+}
+
+TEST(CliJsonWriterTest, NestedValuesGetCommasOnlyBetweenSiblings) {
+  std::ostringstream out;
+  JsonWriter json(out);
+  json.beginObject()
+      .field("n\"", int64_t{-42})
+      .field("u", uint64_t{18446744073709551615u})
+      .key("list")
+      .beginArray()
+      .value(1)
+      .beginObject()
+      .field("ok", true)
+      .endObject()
+      .beginArray()
+      .endArray()
+      .value("x")
+      .value(0.5)
+      .null()
+      .value(std::numeric_limits<double>::infinity())
+      .endArray()
+      .endObject();
+  EXPECT_TRUE(json.complete());
+  EXPECT_EQ(out.str(), R"({"n\"":-42,"u":18446744073709551615,"list":[1,{"ok":true},[],"x",0.5,null,null]})");
 }
 
 }  // namespace

@@ -1,70 +1,103 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <string>
+#include <memory>
 #include <thread>
 #include <vector>
 
 #include "dispatch/ManualMainQueue.h"
+#include "dispatch/Timer.h"
+#include "dispatch/WeakTask.h"
 
 namespace quorin::dispatch {
 namespace {
 
-Task record(std::vector<std::string>& log, std::string entry) {
-  return [&log, entry] { log.push_back(entry); };
-}
-
-TEST(MainQueue, RunsPostedTasksInOrderAndDelayedOnesWhenVirtualTimeReachesThem) {
+TEST(MainQueue, VirtualTimeRunsTasksInDueOrderIncludingOnesPostedOnTheWay) {
   ManualMainQueue queue;
-  std::vector<std::string> log;
-  queue.postAfter(20, record(log, "at 20"));
-  queue.postAfter(10, record(log, "at 10 first"));
-  queue.post(record(log, "a"));
-  queue.postAfter(10, record(log, "at 10 second"));
-  queue.post(record(log, "b"));
-  EXPECT_EQ(queue.pendingCount(), 5u);
+  std::vector<int> log;
+  auto note = [&](int id) { return [&log, id] { log.push_back(id); }; };
+  queue.postAfter(20, note(20));
+  queue.postAfter(10, [&] {
+    log.push_back(10);
+    queue.post(note(11));  // runs at 10, after the other task already due then
+    queue.postAfter(5, note(15));
+  });
+  queue.post(note(1));
+  queue.postAfter(10, note(12));
+  queue.post(note(2));
 
   EXPECT_EQ(queue.runPending(), 2u);
-  EXPECT_EQ(log, (std::vector<std::string>{"a", "b"}));
   EXPECT_EQ(queue.advance(9), 0u);
-  EXPECT_EQ(queue.advance(1), 2u);
-  EXPECT_EQ(queue.advance(100), 1u);
-  EXPECT_EQ(log, (std::vector<std::string>{"a", "b", "at 10 first", "at 10 second", "at 20"}));
-  EXPECT_EQ(queue.now(), 110u);
+  EXPECT_EQ(queue.advance(100), 5u);
+  EXPECT_EQ(log, (std::vector<int>{1, 2, 10, 12, 11, 15, 20}));
   EXPECT_EQ(queue.pendingCount(), 0u);
 }
 
-TEST(MainQueue, AdvanceRunsWhatDelayedTasksPostAtTheirOwnTimes) {
+TEST(MainQueue, PostAndWaitFromAWorkerRunsOnTheMainThreadBeforeReturning) {
   ManualMainQueue queue;
-  std::vector<uint64_t> runTimes;
-  queue.postAfter(10, [&] {
-    runTimes.push_back(queue.now());
-    queue.post([&] { runTimes.push_back(queue.now()); });
-    queue.postAfter(5, [&] { runTimes.push_back(queue.now()); });
-  });
-  EXPECT_EQ(queue.advance(100), 3u);
-  EXPECT_EQ(runTimes, (std::vector<uint64_t>{10, 10, 15}));
-}
-
-TEST(MainQueue, PostAndWaitRunsOnTheMainThreadAndReturnsAfterIt) {
-  ManualMainQueue queue;
-  int value = 0;
-  queue.postAndWait([&value] { value = 1; });  // inline on the main thread, nothing to pump
-  EXPECT_EQ(value, 1);
-
   bool ranOnMain = false;
-  int seenByWorker = 0;
+  int value = 0, seenByWorker = 0;
   std::thread worker([&] {
-    queue.postAndWait([&] {
-      ranOnMain = queue.isMainThread();
-      value = 2;
-    });
+    queue.postAndWait([&] { ranOnMain = queue.isMainThread(), value = 2; });
     seenByWorker = value;
   });
   EXPECT_EQ(queue.waitAndRun(std::chrono::seconds(30)), 1u);
   worker.join();
   EXPECT_TRUE(ranOnMain);
   EXPECT_EQ(seenByWorker, 2);
+}
+
+TEST(Timer, OneShotFiresOnceAndRepeatingAtEveryIntervalUntilCancelled) {
+  ManualMainQueue queue;
+  std::vector<uint64_t> once, repeats;
+  auto oneShot = Timer::oneShot(queue, 15, [&] { once.push_back(queue.now()); });
+  auto repeating = Timer::repeating(queue, 10, [&] { repeats.push_back(queue.now()); });
+  queue.advance(35);
+  EXPECT_EQ(once, (std::vector<uint64_t>{15}));
+  EXPECT_FALSE(oneShot->isActive());
+  EXPECT_EQ(repeats, (std::vector<uint64_t>{10, 20, 30}));
+
+  repeating->cancel();
+  queue.advance(100);
+  EXPECT_EQ(repeats.size(), 3u);
+  EXPECT_EQ(queue.pendingCount(), 0u);  // no re-arming after cancel
+}
+
+TEST(Timer, CancelOrDestroyStopsAFireAlreadyInTheQueueEvenFromItsOwnTask) {
+  ManualMainQueue queue;
+  int fired = 0, selfFired = 0;
+  std::unique_ptr<Timer> cancelled, destroyed;
+  std::unique_ptr<Timer> self = Timer::repeating(queue, 10, [&] {
+    if (++selfFired == 3) self.reset();
+  });
+  // Posted first, so at time 10 it runs before the fires that are already ready behind it.
+  queue.postAfter(10, [&] {
+    cancelled->cancel();
+    destroyed.reset();
+  });
+  cancelled = Timer::oneShot(queue, 10, [&fired] { ++fired; });
+  destroyed = Timer::repeating(queue, 10, [&fired] { ++fired; });
+  queue.advance(100);
+  EXPECT_EQ(fired, 0);
+  EXPECT_EQ(selfFired, 3);
+  EXPECT_EQ(queue.pendingCount(), 0u);
+}
+
+TEST(WeakTask, RunsWhileTheOwnerLivesAndSkipsItOnceDestroyed) {
+  ManualMainQueue queue;
+  int refreshes = 0;
+  auto owner = std::make_shared<int>(0);
+  std::weak_ptr<int> watch = owner;
+  Task task = weakTask(watch, [&refreshes](int&) { ++refreshes; });
+  queue.post(task);
+  queue.runPending();
+  EXPECT_EQ(refreshes, 1);
+
+  queue.post(task);
+  owner.reset();
+  EXPECT_TRUE(watch.expired());  // a queued task must not keep its owner alive
+  queue.runPending();
+  EXPECT_EQ(refreshes, 1);
 }
 
 }  // namespace
