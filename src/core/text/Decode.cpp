@@ -1,5 +1,7 @@
 #include "text/Decode.h"
 
+#include "text/CodeUnits.h"
+
 namespace quorin::text {
 namespace {
 
@@ -41,26 +43,16 @@ size_t validSequenceLength(std::span<const uint8_t> bytes, size_t i, size_t& inv
   return need + 1;
 }
 
-template <size_t Width, bool BigEndian>
-uint32_t unitAt(std::span<const uint8_t> bytes, size_t i) {
-  uint32_t value = 0;
-  for (size_t k = 0; k < Width; ++k) {
-    const uint32_t b = bytes[i + k];
-    value |= BigEndian ? b << (8 * (Width - 1 - k)) : b << (8 * k);
-  }
-  return value;
-}
-
 template <bool BigEndian>
 std::string decodeUtf16(std::span<const uint8_t> bytes) {
   std::string out;
   out.reserve(bytes.size());
   size_t i = 0;
   while (i + 2 <= bytes.size()) {
-    const uint32_t unit = unitAt<2, BigEndian>(bytes, i);
+    const uint32_t unit = readUnit(bytes, i, {2, BigEndian});
     i += 2;
     if (unit >= 0xD800 && unit <= 0xDBFF && i + 2 <= bytes.size()) {
-      const uint32_t low = unitAt<2, BigEndian>(bytes, i);
+      const uint32_t low = readUnit(bytes, i, {2, BigEndian});
       if (low >= 0xDC00 && low <= 0xDFFF) {
         appendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
         i += 2;
@@ -78,7 +70,7 @@ std::string decodeUtf32(std::span<const uint8_t> bytes) {
   std::string out;
   out.reserve(bytes.size());
   size_t i = 0;
-  for (; i + 4 <= bytes.size(); i += 4) appendUtf8(out, unitAt<4, BigEndian>(bytes, i));
+  for (; i + 4 <= bytes.size(); i += 4) appendUtf8(out, readUnit(bytes, i, {4, BigEndian}));
   if (i < bytes.size()) appendUtf8(out, kReplacement);
   return out;
 }
