@@ -3,6 +3,7 @@
 #include <string>
 #include <thread>
 
+#include "dispatch/Executor.h"
 #include "dispatch/Processors.h"
 #include "dispatch/Task.h"
 #include "dispatch/TaskList.h"
@@ -16,19 +17,19 @@ namespace quorin::dispatch {
 // Thread-safety: every member may be called from any thread. Destroy the queue once nobody submits
 // to it any more, and never from one of its own tasks.
 // Failure: a task must not throw; an exception escaping it ends the process, as on any thread.
-class SerialQueue {
+class SerialQueue final : public Executor {
  public:
   // The worker thread is named after the label, so "quorin.lineindex" shows up in gdb and top -H.
   explicit SerialQueue(std::string label, QualityOfService qos = QualityOfService::utility);
   // Runs every task still queued (and those they queue), then joins the thread: once an owner has
   // destroyed its queue, none of its tasks is running or will run against it.
-  ~SerialQueue();
+  ~SerialQueue() override;
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
 
   const std::string& label() const { return label_; }
 
-  void async(Task task);
+  void async(Task task) override;
   // Runs task on the queue after everything submitted before it and returns once it finished,
   // rethrowing what it threw. From one of the queue's own tasks it would wait for itself forever,
   // so that stops the program. Two queues syncing onto each other still deadlock: don't.

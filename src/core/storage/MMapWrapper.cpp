@@ -24,6 +24,24 @@ int closePreservingErrno(int fd) {
   return saved;
 }
 
+// Large copies (whole-text scans read a megabyte at a time) are read with
+// pread instead of through the mapping: the kernel copies straight from the
+// page cache, so scanning a multi-gigabyte file does not leave it resident in
+// our address space, and a file truncated meanwhile is a short read rather
+// than a fault. Small reads (drawing, single bytes) stay on the mapping.
+constexpr size_t kPreadCopyBytes = size_t{256} << 10;
+
+size_t preadCopy(int fd, int64_t start, size_t count, uint8_t* dest) {
+  size_t done = 0;
+  while (done < count) {
+    const ssize_t n = ::pread(fd, dest + done, count - done, static_cast<off_t>(start + static_cast<int64_t>(done)));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return done;
+}
+
 }  // namespace
 
 std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const std::string& path) {
@@ -93,7 +111,8 @@ std::span<const uint8_t> MMapWrapper::span(int64_t start, int64_t end) const {
 int64_t MMapWrapper::copy(int64_t start, int64_t end, uint8_t* dest) const {
   const auto view = span(start, end);
   if (view.empty()) return 0;
-  const size_t copied = guardedCopy(dest, view.data(), view.size());
+  const size_t copied = view.size() >= kPreadCopyBytes && fd_ >= 0 ? preadCopy(fd_, start, view.size(), dest)
+                                                                   : guardedCopy(dest, view.data(), view.size());
   if (copied < view.size()) revalidate(true);
   return static_cast<int64_t>(copied);
 }

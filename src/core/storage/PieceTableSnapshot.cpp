@@ -21,17 +21,15 @@ std::optional<uint8_t> PieceTableSnapshot::byte(int64_t offset) const {
   return original_->mmap().byteAt(at);
 }
 
-std::optional<std::string> PieceTableSnapshot::readBytes(ByteRange range) const {
+int64_t PieceTableSnapshot::copyBytes(ByteRange range, uint8_t* dest) const {
   const int64_t total = totalLength();
   const int64_t s = std::clamp<int64_t>(range.start, 0, total);
   const int64_t e = std::min(range.end, total);
-  if (total == 0 || e <= s) return std::nullopt;
+  if (total == 0 || e <= s) return 0;
   const size_t first = list_->pieceIndex(s);
   const size_t last = list_->pieceIndex(e - 1);
-  if (first > last || last >= list_->pieces.size()) return std::nullopt;
+  if (first > last || last >= list_->pieces.size()) return 0;
 
-  std::string out(static_cast<size_t>(e - s), '\0');
-  auto* dest = reinterpret_cast<uint8_t*>(out.data());
   int64_t written = 0;
   for (size_t i = first; i <= last; ++i) {
     const Piece& piece = list_->pieces[i];
@@ -41,6 +39,16 @@ std::optional<std::string> PieceTableSnapshot::readBytes(ByteRange range) const 
     written += piece.source == PieceSource::append ? append_->copy(from, to, dest + written)
                                                    : original_->mmap().copy(from, to, dest + written);
   }
+  return written;
+}
+
+std::optional<std::string> PieceTableSnapshot::readBytes(ByteRange range) const {
+  const int64_t s = std::max<int64_t>(range.start, 0);
+  const int64_t e = std::min(range.end, totalLength());
+  if (e <= s) return std::nullopt;
+  std::string out(static_cast<size_t>(e - s), '\0');
+  const int64_t written = copyBytes({s, e}, reinterpret_cast<uint8_t*>(out.data()));
+  if (written == 0) return std::nullopt;
   out.resize(static_cast<size_t>(written));
   return out;
 }

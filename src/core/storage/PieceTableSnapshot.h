@@ -40,6 +40,10 @@ class PieceTableSnapshot {
   std::optional<uint8_t> byte(int64_t offset) const;
   // The bytes of [start, end) clamped to the document; absent when that is empty.
   std::optional<std::string> readBytes(ByteRange range) const;
+  // Copies the bytes of [start, end) clamped to the document into dest, which
+  // must have room for range.length() bytes; returns how many were copied.
+  // For scans that reuse one buffer instead of allocating per read.
+  int64_t copyBytes(ByteRange range, uint8_t* dest) const;
   // readBytes decoded to UTF-8 with the snapshot's encoding (lossy); empty when absent.
   std::string text(ByteRange range) const;
 
