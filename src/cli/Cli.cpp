@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "IndexCommand.h"
 #include "InfoCommand.h"
 
 namespace quorin::cli {
@@ -20,6 +21,7 @@ struct Command {
 
 constexpr std::array kCommands = {
     Command{"info", "FILE [--json]", "print the file's length, encoding and line ending", &runInfo},
+    Command{"index", "FILE [--json]", "build the line index; print the line count, tier and timings", &runIndex},
 };
 
 bool isHelp(std::string_view arg) { return arg == "--help" || arg == "-h"; }

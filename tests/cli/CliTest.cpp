@@ -56,6 +56,23 @@ TEST(CliInfoTest, ReportsLengthsEncodingAndLineEnding) {
             (Outcome{2, "", "quorin-cli: open(" + missing + ") failed: No such file or directory\n"}));
 }
 
+TEST(CliIndexTest, PrintsLineCountTierAndTimings) {
+  testing::TempDir dir;
+  const std::string path = dir.write("log.txt", "one\ntwo\r\nthree\n");
+  const Outcome text = run({"index", path});
+  EXPECT_EQ(text.status, 0);
+  EXPECT_TRUE(text.out.starts_with("lineCount: 4\ntier: 1 (in-memory)\nfirstPass: ")) << text.out;
+  EXPECT_NE(text.out.find(" ms\nbuild: "), std::string::npos);
+
+  const Outcome json = run({"index", "--json", path});
+  EXPECT_TRUE(json.out.starts_with("{\"path\":\"" + path + "\",\"bytes\":15,\"lineCount\":4,\"tier\":\"1 (in-memory)\","
+                                   "\"firstPassSeconds\":"))
+      << json.out;
+
+  EXPECT_EQ(run({"index", dir.path().string()}).err,
+            "quorin-cli: open(" + dir.path().string() + ") failed: Is a directory\n");
+}
+
 TEST(CliUsageTest, MistakesPrintUsageToStderrAndHelpToStdout) {
   for (const auto& args : std::vector<std::vector<std::string>>{
            {}, {"frobnicate"}, {"info"}, {"info", "f", "--bogus"}, {"info", "f", "g"}, {"--json"}}) {

@@ -10,6 +10,7 @@ std::string MMapError::describe() const {
     case Kind::statFailed: return "fstat failed: " + base::errnoText(err);
     case Kind::mmapFailed: return "mmap failed: " + base::errnoText(err);
     case Kind::empty: return "file is empty";
+    case Kind::notRegularFile: return path + " is not a regular file";
   }
   return {};
 }

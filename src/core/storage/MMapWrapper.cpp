@@ -46,11 +46,17 @@ size_t preadCopy(int fd, int64_t start, size_t count, uint8_t* dest) {
 
 std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const std::string& path) {
   installSigbusHandler();
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // O_NONBLOCK: opening a FIFO by mistake must not hang the editor; it has
+  // no effect on regular files.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return std::unexpected(MMapError::openFailed(path, errno));
 
   struct stat st;
   if (::fstat(fd, &st) != 0) return std::unexpected(MMapError::statFailed(closePreservingErrno(fd)));
+  if (!S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return std::unexpected(S_ISDIR(st.st_mode) ? MMapError::openFailed(path, EISDIR) : MMapError::notRegularFile(path));
+  }
 
   const int64_t size = std::max<int64_t>(st.st_size, 0);
   void* base;

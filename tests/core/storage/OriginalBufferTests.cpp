@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -80,10 +81,14 @@ TEST(MMapWrapper, ErrorsNameTheCallAndTheSystemText) {
   auto missing = MMapWrapper::open("/nonexistent/quorin/file.log");
   ASSERT_FALSE(missing);
   EXPECT_EQ(missing.error().describe(), "open(/nonexistent/quorin/file.log) failed: No such file or directory");
-  TempDir dir;  // a directory opens read-only but cannot be mapped
+  TempDir dir;
   auto directory = MMapWrapper::open(dir.path().string());
   ASSERT_FALSE(directory);
-  EXPECT_EQ(directory.error().describe(), "mmap failed: No such device");
+  EXPECT_EQ(directory.error().describe(), "open(" + dir.path().string() + ") failed: Is a directory");
+  // A FIFO would block a plain open until a writer came: refused at once instead.
+  const auto fifo = dir.path() / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_EQ(MMapWrapper::open(fifo.string()).error().describe(), fifo.string() + " is not a regular file");
   EXPECT_EQ(MMapError::statFailed(EBADF).describe(), "fstat failed: Bad file descriptor");
   EXPECT_EQ(MMapError::empty().describe(), "file is empty");
 }

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace quorin::base {
+
+// A byte count as file managers show sizes: decimal units (1 KB = 1,000
+// bytes), whole kilobytes, one decimal for megabytes, two from gigabytes on,
+// trailing zeros dropped: "Zero KB", "1 byte", "999 bytes", "12 KB",
+// "1.5 MB", "2.15 GB".
+std::string formatByteCount(int64_t bytes);
+
+}  // namespace quorin::base
