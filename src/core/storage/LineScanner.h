@@ -30,7 +30,7 @@ struct LineScanResult {
 
 // Finds line starts (the offsets just after each terminator byte) in
 // [from, to), reading the snapshot a chunk at a time into one reused buffer
-// and searching each chunk with memchr. Ends early once maxLines starts are
+// and searching each chunk 64 bytes at a time. Ends early once maxLines starts are
 // found (scannedTo is then the last of them) or when shouldStop, asked after
 // every chunksPerCheck chunks, returns true. Never allocates per line.
 LineScanResult scanLineStarts(const PieceTableSnapshot& text, const LineScanRequest& request,
