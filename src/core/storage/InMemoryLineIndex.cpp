@@ -359,6 +359,11 @@ std::string InMemoryLineIndex::tierName() const {
   return tierName_;
 }
 
+ByteRange InMemoryLineIndex::indexedRange() const {
+  std::scoped_lock guard(lock_);
+  return {windowStart_, baseBufferLength_ + documentShiftLocked()};
+}
+
 int64_t InMemoryLineIndex::pendingDeltaMemoryWeight() const {
   std::scoped_lock guard(lock_);
   return pendingDeltaMemoryWeight_;

@@ -84,6 +84,8 @@ class InMemoryLineIndex : public std::enable_shared_from_this<InMemoryLineIndex>
   bool waitUntilComplete(std::chrono::milliseconds timeout) const;
 
   std::string tierName() const;
+  // The indexed range in document coordinates now (edits inside it move its end).
+  ByteRange indexedRange() const;
   LineIndexProgress progress() const;
   int64_t pendingDeltaMemoryWeight() const;
   const LineIndexWindow& window() const { return window_; }

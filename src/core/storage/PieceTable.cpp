@@ -120,6 +120,26 @@ EditResult PieceTable::deleteRange(ByteRange range) {
   return {s, e - s, 0, -(e - s), s, version_, {}};
 }
 
+EditResult PieceTable::replace(ByteRange range, std::string_view bytes) {
+  std::lock_guard lock(lock_);
+  QUORIN_CHECK(range.start >= 0 && range.end >= range.start, "reversed or negative replace range");
+  const int64_t total = list_->totalLength();
+  const int64_t s = std::min(range.start, total), e = std::min(range.end, total);
+  if (s == e && bytes.empty()) return {s, 0, 0, 0, s, version_, {}};
+
+  auto newlines = lineStartsIn(bytes, s);
+  ListBuilder builder(*list_, 2);
+  builder.carry(0, s);
+  if (!bytes.empty()) {
+    const ByteRange added = append_->append(bytes);
+    builder.add({PieceSource::append, added.start, added.length()});
+  }
+  builder.carry(e, total);
+  rebuildLocked(builder.take());
+  const auto inserted = static_cast<int64_t>(bytes.size());
+  return {s, e - s, inserted, inserted - (e - s), s + inserted, version_, std::move(newlines)};
+}
+
 PieceTable::BulkEditResult PieceTable::applyBulkEdits(std::span<const BulkEditSite> sites) {
   std::lock_guard lock(lock_);
   BulkEditResult result;

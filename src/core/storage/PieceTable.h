@@ -68,6 +68,10 @@ class PieceTable {
   // its start (or a negative start) stops the program. An empty range: a no-op.
   EditResult deleteRange(ByteRange range);
 
+  // Replaces the range (clamped; the same contract as deleteRange) by
+  // `bytes` as one edit: one version bump, one EditResult. Empty range and
+  // bytes: a no-op.
+  EditResult replace(ByteRange range, std::string_view bytes);
   // Applies many replacements as one edit in one pass over the piece list:
   // one version bump and one undo step, however many sites. Sites must come
   // in document order without overlap; a site that does not (or is

@@ -1,0 +1,385 @@
+#include "document/Document.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "base/Check.h"
+#include "dispatch/WeakTask.h"
+
+namespace quorin::document {
+namespace {
+
+using persistence::SharedBytes;
+using persistence::TextSelection;
+using persistence::UndoEntry;
+using storage::ByteRange;
+using storage::EditResult;
+
+// Files from this size on might need a disk-backed line index (now or by
+// promotion), so they get a scratch directory.
+constexpr int64_t kScratchFromBytes = int64_t{16} << 20;
+// A bulk edit spanning at most this much is handed to the line index as one
+// edit (its span rescanned for line breaks); a larger one restarts the index.
+constexpr int64_t kBulkRescanLimit = int64_t{64} << 20;
+
+std::string bytesOf(const SharedBytes& bytes) { return bytes ? *bytes : std::string(); }
+
+// A batch whose edits each start at or after the end of the previous one's
+// text can be undone and redone as one bulk edit instead of edit by edit
+// (a replace-all of a million sites would otherwise rebuild the piece list
+// a million times).
+bool isAscendingRun(const std::vector<UndoEntry>& edits) {
+  if (edits.size() < 2) return false;
+  for (size_t i = 0; i < edits.size(); ++i) {
+    if (edits[i].isBatch) return false;
+    if (i > 0 && edits[i].docOffsetAtEdit < edits[i - 1].docOffsetAtEdit + edits[i - 1].insertedLength()) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+Document::Document(std::string path, OpenOptions options) : path_(std::move(path)), options_(std::move(options)) {
+  QUORIN_CHECK(options_.mainQueue != nullptr, "a document needs a main queue");
+}
+
+Document::~Document() {
+  if (index_) index_->cancel();
+}
+
+std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::string& path, OpenOptions options) {
+  auto mapped = storage::MMapWrapper::open(path);
+  if (!mapped) return std::unexpected(OpenError{mapped.error()});
+  struct stat st;
+  std::optional<FileIdentity> identity;
+  if (::fstat((*mapped)->fd(), &st) == 0) identity = FileIdentity::fromStat(st);
+  const auto encoding = options.encoding;
+  std::shared_ptr<Document> doc(new Document(path, std::move(options)));
+  doc->identity_ = identity;
+  doc->openMode_ = doc->options_.mode.mode;
+  doc->readOnly_ = !storage::acceptsEdits(doc->openMode_);
+  doc->setUp(storage::OriginalBuffer::make(*mapped, encoding));
+  return doc;
+}
+
+std::shared_ptr<Document> Document::untitled(OpenOptions options) {
+  options.mode = {};
+  std::shared_ptr<Document> doc(new Document({}, std::move(options)));
+  doc->setUp(storage::OriginalBuffer::untitled());
+  return doc;
+}
+
+void Document::setUp(std::shared_ptr<const storage::OriginalBuffer> original) {
+  table_ = std::make_shared<storage::PieceTable>(std::move(original));
+  if (table_->totalLength() >= kScratchFromBytes) {
+    auto scratch = storage::ScratchDirectory::createForDocument();
+    if (scratch) scratch_ = std::move(*scratch);
+  }
+  std::optional<std::filesystem::path> scratchPath;
+  if (scratch_) scratchPath = scratch_->path();
+
+  storage::LineIndexBuildOptions build;
+  build.queue = options_.lineIndexQueue;
+  build.mainQueue = options_.mainQueue;
+  build.limits = options_.lineIndexLimits;
+  if (scratchPath) build.promotion = storage::LiveTierPromotion{20'000'000, *scratchPath / "lineindex.bin"};
+  build.onProgress = [weak = weak_from_this()](const storage::LineIndexProgress& progress) {
+    const auto doc = weak.lock();
+    if (!doc) return;
+    if (progress.status) doc->status(*progress.status);
+    if (doc->progressHandler_) doc->progressHandler_(progress);
+  };
+  const uint8_t terminator = text::lineTerminator(table_->originalBuffer().lineEnding());
+  const auto window = storage::openModeWindow(options_.mode, table_->snapshot(), terminator);
+  index_ = storage::InMemoryLineIndex::create(table_, storage::chooseLineIndexTier(table_->totalLength(), scratchPath),
+                                              window, build);
+  index_->startBuild();
+
+  auto memory = options_.memory ? options_.memory : std::make_shared<persistence::HostStatisticsMemoryProvider>();
+  undo_ = std::make_unique<persistence::UndoStore>(options_.undoPolicy, std::move(memory),
+                                                   options_.watchMemoryPressure ? options_.mainQueue : nullptr);
+  compaction_ = persistence::CompactionScheduler::make(table_, *options_.mainQueue, options_.compactionQueue,
+                                                       options_.compactionPieceThreshold,
+                                                       options_.compactionIdleSeconds);
+  // The file watcher attaches here: after the line index, with the identity recorded at open.
+}
+
+ByteRange Document::editableRange() const {
+  if (!index_->window().isBounded()) return {0, table_->totalLength()};
+  return index_->indexedRange();
+}
+
+std::optional<EditRefusal> Document::refusalFor(ByteRange range) const {
+  if (readOnly_) return EditRefusal{EditRefusal::Kind::readOnly};
+  const ByteRange allowed = editableRange();
+  if (range.start < allowed.start || range.end > allowed.end) return EditRefusal{EditRefusal::Kind::outsideWindow};
+  return std::nullopt;
+}
+
+bool Document::willFitUndo(int64_t bytes) {
+  const int64_t weight = bytes + 256;
+  // The cap never goes below the floor, so small edits need no fresh reading of the host's memory.
+  return weight <= options_.undoPolicy.floorBytes || weight <= undo_->refreshOperationCap();
+}
+
+std::expected<EditOutcome, EditRefusal> Document::insert(int64_t offset, std::string_view bytes, TextSelection before,
+                                                         TextSelection after) {
+  if (auto refusal = refusalFor({offset, offset})) return std::unexpected(*refusal);
+  std::optional<UndoEntry> entry;
+  if (willFitUndo(static_cast<int64_t>(bytes.size()))) {
+    entry = UndoEntry{offset, nullptr, persistence::sharedBytes(std::string(bytes)), before, after, false, {}, {}, {}};
+  }
+  return finishEdit(table_->insert(bytes, offset), std::move(entry));
+}
+
+std::expected<EditOutcome, EditRefusal> Document::remove(ByteRange range, TextSelection before, TextSelection after) {
+  return replace(range, {}, before, after);
+}
+
+std::expected<EditOutcome, EditRefusal> Document::replace(ByteRange range, std::string_view bytes,
+                                                          TextSelection before, TextSelection after) {
+  QUORIN_CHECK(range.start >= 0 && range.end >= range.start, "reversed or negative edit range");
+  range.end = std::min(range.end, table_->totalLength());
+  range.start = std::min(range.start, range.end);
+  if (auto refusal = refusalFor(range)) return std::unexpected(*refusal);
+  std::optional<UndoEntry> entry;
+  if (willFitUndo(range.length() + static_cast<int64_t>(bytes.size()))) {
+    entry = UndoEntry{range.start,
+                      persistence::sharedBytes(table_->readBytes(range).value_or("")),
+                      bytes.empty() ? nullptr : persistence::sharedBytes(std::string(bytes)),
+                      before,
+                      after,
+                      false,
+                      {},
+                      {},
+                      {}};
+  }
+  return finishEdit(table_->replace(range, bytes), std::move(entry));
+}
+
+EditOutcome Document::finishEdit(const EditResult& edit, std::optional<UndoEntry> entry) {
+  if (edit.bytesRemoved == 0 && edit.bytesInserted == 0) return {edit, true};
+  index_->apply(edit);
+  bool undoable = false;
+  if (entry) {
+    undoable = undo_->record(std::move(*entry));
+  } else {
+    undo_->clear();
+  }
+  if (!undoable) status(kTooLargeToUndoMessage);
+  notify({DocumentChange::Kind::edit, edit, false});
+  compaction_->noteActivity();
+  return {edit, undoable};
+}
+
+std::expected<EditOutcome, EditRefusal> Document::replaceAll(std::span<const storage::PieceTable::BulkEditSite> allSites,
+                                                             std::string description, TextSelection before,
+                                                             TextSelection after) {
+  // Sites that would change nothing are not edits: they would only clutter the undo entry.
+  std::vector<storage::PieceTable::BulkEditSite> kept;
+  for (const auto& site : allSites) {
+    if (site.range.length() > 0 || !site.bytes.empty()) kept.push_back(site);
+  }
+  const std::span<const storage::PieceTable::BulkEditSite> sites = kept;
+  if (sites.empty()) return EditOutcome{{}, true};
+  if (auto refusal = refusalFor({sites.front().range.start, sites.back().range.end})) return std::unexpected(*refusal);
+  int64_t weight = 0;
+  for (const auto& site : sites) weight += site.range.length() + static_cast<int64_t>(site.bytes.size()) + 256;
+  const bool keep = willFitUndo(weight);
+
+  // The removed bytes of every site, read before the edit; repeated texts
+  // (the usual case: the same match replaced by the same text) share one buffer.
+  std::vector<SharedBytes> originals;
+  if (keep) {
+    const auto before = table_->snapshot();
+    originals.reserve(sites.size());
+    for (const auto& site : sites) {
+      std::string bytes = before.readBytes(site.range).value_or("");
+      originals.push_back(!originals.empty() && originals.back() && *originals.back() == bytes
+                              ? originals.back()
+                              : persistence::sharedBytes(std::move(bytes)));
+    }
+  }
+  const auto bulk = table_->applyBulkEdits(sites);
+  if (bulk.sitesApplied == 0) return EditOutcome{{}, true};
+
+  UndoEntry batch;
+  batch.isBatch = true;
+  batch.description = std::move(description);
+  batch.cursorBefore = before;
+  batch.cursorAfter = after;
+  int64_t shift = 0;
+  int64_t spanStart = -1;
+  int64_t spanEnd = 0;
+  SharedBytes lastInserted;
+  for (size_t i = 0; i < sites.size(); ++i) {
+    if (!bulk.siteApplied[i]) continue;
+    const auto& site = sites[i];
+    const int64_t start = std::min(site.range.start, table_->totalLength() - bulk.netByteDelta);
+    const int64_t end = std::max(start, std::min(site.range.end, table_->totalLength() - bulk.netByteDelta));
+    if (spanStart < 0) spanStart = start;
+    spanEnd = end;
+    if (keep) {
+      if (!lastInserted || *lastInserted != site.bytes) lastInserted = persistence::sharedBytes(site.bytes);
+      UndoEntry sub;
+      sub.docOffsetAtEdit = start + shift;
+      sub.originalBytes = originals[i];
+      sub.insertedBytes = lastInserted;
+      batch.batchSubEdits.push_back(std::move(sub));
+    }
+    shift += static_cast<int64_t>(site.bytes.size()) - (end - start);
+  }
+  batch.docOffsetAtEdit = spanStart;
+
+  bool restarted = false;
+  const EditResult edit = afterBulkEdit(bulk, spanStart, spanEnd, restarted);
+  bool undoable = false;
+  if (keep) {
+    undoable = undo_->record(std::move(batch));
+  } else {
+    undo_->clear();
+  }
+  if (!undoable) status(kTooLargeToUndoMessage);
+  notify({DocumentChange::Kind::edit, edit, restarted});
+  compaction_->noteActivity();
+  return EditOutcome{edit, undoable};
+}
+
+EditResult Document::afterBulkEdit(const storage::PieceTable::BulkEditResult& bulk, int64_t spanStart,
+                                   int64_t spanEnd, bool& indexRestarted) {
+  const int64_t newSpanEnd = spanEnd + bulk.netByteDelta;
+  EditResult edit{spanStart, spanEnd - spanStart, newSpanEnd - spanStart, bulk.netByteDelta, newSpanEnd,
+                  bulk.newVersion, {}};
+  indexRestarted = newSpanEnd - spanStart > kBulkRescanLimit;
+  if (indexRestarted) {
+    index_->restart();
+    return edit;
+  }
+  const char terminator = static_cast<char>(text::lineTerminator(table_->originalBuffer().lineEnding()));
+  const std::string span = table_->readBytes({spanStart, newSpanEnd}).value_or("");
+  for (size_t at = span.find(terminator); at != std::string::npos; at = span.find(terminator, at + 1)) {
+    edit.insertedNewlineOffsets.push_back(spanStart + static_cast<int64_t>(at) + 1);
+  }
+  index_->apply(edit);
+  return edit;
+}
+
+void Document::beginUndoGroup(std::string description, TextSelection before) {
+  undo_->beginBatch(std::move(description), before);
+}
+
+void Document::endUndoGroup(TextSelection after) {
+  if (!undo_->endBatch(after)) status(kTooLargeToUndoMessage);
+}
+
+std::optional<TextSelection> Document::undo() {
+  if (readOnly_) return std::nullopt;
+  const auto entry = undo_->undo();
+  if (!entry) return std::nullopt;
+  applyInverse(*entry);
+  compaction_->noteActivity();
+  return entry->cursorBefore;
+}
+
+std::optional<TextSelection> Document::redo() {
+  if (readOnly_) return std::nullopt;
+  const auto entry = undo_->redo();
+  if (!entry) return std::nullopt;
+  applyForward(*entry);
+  compaction_->noteActivity();
+  return entry->cursorAfter;
+}
+
+void Document::applyInverse(const UndoEntry& entry) {
+  if (!entry.isBatch) {
+    const int64_t at = entry.docOffsetAtEdit;
+    const EditResult edit = table_->replace({at, at + entry.insertedLength()}, bytesOf(entry.originalBytes));
+    index_->apply(edit);
+    notify({DocumentChange::Kind::undo, edit, false});
+    return;
+  }
+  const auto& edits = entry.batchSubEdits;
+  if (!isAscendingRun(edits)) {
+    for (auto it = edits.rbegin(); it != edits.rend(); ++it) applyInverse(*it);
+    return;
+  }
+  // Every edit's text sits where it was made: the later ones all lie after it.
+  std::vector<storage::PieceTable::BulkEditSite> sites;
+  sites.reserve(edits.size());
+  for (const UndoEntry& e : edits) {
+    sites.push_back({{e.docOffsetAtEdit, e.docOffsetAtEdit + e.insertedLength()}, bytesOf(e.originalBytes)});
+  }
+  const auto bulk = table_->applyBulkEdits(sites);
+  bool restarted = false;
+  const EditResult edit = afterBulkEdit(bulk, sites.front().range.start, sites.back().range.end, restarted);
+  notify({DocumentChange::Kind::undo, edit, restarted});
+}
+
+void Document::applyForward(const UndoEntry& entry) {
+  if (!entry.isBatch) {
+    const int64_t at = entry.docOffsetAtEdit;
+    const EditResult edit = table_->replace({at, at + entry.removedLength()}, bytesOf(entry.insertedBytes));
+    index_->apply(edit);
+    notify({DocumentChange::Kind::redo, edit, false});
+    return;
+  }
+  const auto& edits = entry.batchSubEdits;
+  if (!isAscendingRun(edits)) {
+    for (const UndoEntry& e : edits) applyForward(e);
+    return;
+  }
+  // In the text before the batch, an edit sits where it was made less what the earlier ones changed.
+  std::vector<storage::PieceTable::BulkEditSite> sites;
+  sites.reserve(edits.size());
+  int64_t shift = 0;
+  for (const UndoEntry& e : edits) {
+    const int64_t start = e.docOffsetAtEdit - shift;
+    sites.push_back({{start, start + e.removedLength()}, bytesOf(e.insertedBytes)});
+    shift += e.insertedLength() - e.removedLength();
+  }
+  const auto bulk = table_->applyBulkEdits(sites);
+  bool restarted = false;
+  const EditResult edit = afterBulkEdit(bulk, sites.front().range.start, sites.back().range.end, restarted);
+  notify({DocumentChange::Kind::redo, edit, restarted});
+}
+
+DocumentSnapshot Document::snapshot() const {
+  // The index is told of every edit right after the table takes it, on this
+  // thread, so the two are taken at the same version.
+  return {table_->snapshot(), index_->snapshot()};
+}
+
+void Document::markSaved(std::optional<FileIdentity> newIdentity) {
+  undo_->markSaved();
+  if (newIdentity) identity_ = newIdentity;
+}
+
+int Document::addChangeListener(std::function<void(const DocumentChange&)> listener) {
+  listeners_.emplace(nextListenerToken_, std::move(listener));
+  return nextListenerToken_++;
+}
+
+void Document::removeChangeListener(int token) { listeners_.erase(token); }
+
+void Document::setIndexProgressHandler(std::function<void(const storage::LineIndexProgress&)> handler) {
+  progressHandler_ = std::move(handler);
+}
+
+void Document::setStatusHandler(std::function<void(const std::string&)> handler) {
+  statusHandler_ = std::move(handler);
+}
+
+void Document::notify(const DocumentChange& change) {
+  // A listener may remove itself (or another) while being told.
+  const auto listeners = listeners_;
+  for (const auto& [token, listener] : listeners) {
+    if (listeners_.contains(token)) listener(change);
+  }
+}
+
+void Document::status(const std::string& text) {
+  if (statusHandler_) statusHandler_(text);
+}
+
+}  // namespace quorin::document

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dispatch/Executor.h"
+#include "dispatch/MainQueue.h"
+#include "document/DocumentTypes.h"
+#include "document/FileIdentity.h"
+#include "persistence/CompactionScheduler.h"
+#include "persistence/UndoStore.h"
+#include "storage/InMemoryLineIndex.h"
+#include "storage/LargeFileOpenMode.h"
+#include "storage/PieceTable.h"
+#include "storage/ScratchDirectory.h"
+
+namespace quorin::document {
+
+// One open file (or an untitled buffer) and everything that lives as long as
+// it: the mapped original, the piece table, the line index and its storage,
+// the undo history and the compaction scheduler. Every edit enters here and
+// goes, in this order, to the piece table, then the line index and the undo
+// history, then the change listeners, then the compaction scheduler.
+//
+// Background jobs never touch the document: they take snapshot() (text and
+// line starts at one version) and compare versions when they finish.
+//
+// Lifetime: open() returns a shared pointer; the line index's background
+// passes and the compaction job hold the document's parts weakly, so closing
+// a document (dropping the last reference) ends them. Thread-safety: main
+// thread only, like the views it serves; snapshots go to any thread.
+class Document : public std::enable_shared_from_this<Document> {
+ public:
+  static std::expected<std::shared_ptr<Document>, OpenError> open(const std::string& path, OpenOptions options);
+  static std::shared_ptr<Document> untitled(OpenOptions options);
+  ~Document();
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+
+  // Edits. `before`/`after` are the selection to restore on undo and redo.
+  std::expected<EditOutcome, EditRefusal> insert(int64_t offset, std::string_view bytes,
+                                                 persistence::TextSelection before,
+                                                 persistence::TextSelection after);
+  std::expected<EditOutcome, EditRefusal> remove(storage::ByteRange range, persistence::TextSelection before,
+                                                 persistence::TextSelection after);
+  // A replacement is one edit and one undo step.
+  std::expected<EditOutcome, EditRefusal> replace(storage::ByteRange range, std::string_view bytes,
+                                                  persistence::TextSelection before,
+                                                  persistence::TextSelection after);
+  // Many replacements (sites in document order, not overlapping) as one bulk
+  // edit and one undo step, however many sites.
+  std::expected<EditOutcome, EditRefusal> replaceAll(std::span<const storage::PieceTable::BulkEditSite> sites,
+                                                     std::string description, persistence::TextSelection before,
+                                                     persistence::TextSelection after);
+  // Groups the edits between the two calls into one undo step.
+  void beginUndoGroup(std::string description, persistence::TextSelection before);
+  void endUndoGroup(persistence::TextSelection after);
+  // The selection to show afterwards; absent when there was nothing to do.
+  std::optional<persistence::TextSelection> undo();
+  std::optional<persistence::TextSelection> redo();
+
+  DocumentSnapshot snapshot() const;
+  int64_t version() const { return table_->version(); }
+  int64_t length() const { return table_->totalLength(); }
+
+  // Unmodified exactly when undo and redo have led back to the saved text.
+  bool isModified() const { return !undo_->isAtSavePoint(); }
+  bool isReadOnly() const { return readOnly_; }
+  bool isUntitled() const { return path_.empty(); }
+  const std::string& path() const { return path_; }
+  storage::LargeFileOpenMode openMode() const { return openMode_; }
+  const std::optional<FileIdentity>& fileIdentity() const { return identity_; }
+  text::DetectedEncoding encoding() const { return table_->encoding(); }
+  text::LineEnding lineEnding() const { return table_->originalBuffer().lineEnding(); }
+  // The part of the document the line index covers (all of it outside the slice and tail modes).
+  storage::ByteRange editableRange() const;
+
+  // After a successful save: the saved text is the current one.
+  void markSaved(std::optional<FileIdentity> newIdentity);
+
+  // Called on the main thread after every change, in registration order.
+  int addChangeListener(std::function<void(const DocumentChange&)> listener);
+  void removeChangeListener(int token);
+  // Line-index progress and one-off status texts, on the main thread.
+  void setIndexProgressHandler(std::function<void(const storage::LineIndexProgress&)> handler);
+  void setStatusHandler(std::function<void(const std::string&)> handler);
+
+  storage::PieceTable& pieceTable() { return *table_; }
+  storage::InMemoryLineIndex& lineIndex() { return *index_; }
+  persistence::UndoStore& undoStore() { return *undo_; }
+  const persistence::CompactionScheduler& compaction() const { return *compaction_; }
+
+ private:
+  Document(std::string path, OpenOptions options);
+  void setUp(std::shared_ptr<const storage::OriginalBuffer> original);
+  std::optional<EditRefusal> refusalFor(storage::ByteRange range) const;
+  // Records the edit (or says it could not be kept) and tells everyone.
+  EditOutcome finishEdit(const storage::EditResult& edit, std::optional<persistence::UndoEntry> entry);
+  // A bulk edit as one EditResult over its span when that is small enough to
+  // rescan for line breaks; otherwise the line index starts again.
+  storage::EditResult afterBulkEdit(const storage::PieceTable::BulkEditResult& bulk, int64_t spanStart,
+                                    int64_t spanEnd, bool& indexRestarted);
+  bool willFitUndo(int64_t bytes);
+  void applyInverse(const persistence::UndoEntry& entry);
+  void applyForward(const persistence::UndoEntry& entry);
+  void notify(const DocumentChange& change);
+  void status(const std::string& text);
+
+  const std::string path_;
+  const OpenOptions options_;
+  storage::LargeFileOpenMode openMode_ = storage::LargeFileOpenMode::wholeFileVirtual;
+  bool readOnly_ = false;
+  std::optional<FileIdentity> identity_;
+  std::unique_ptr<storage::ScratchDirectory> scratch_;  // outlives the index's scratch file
+  std::shared_ptr<storage::PieceTable> table_;
+  std::shared_ptr<storage::InMemoryLineIndex> index_;
+  std::unique_ptr<persistence::UndoStore> undo_;
+  std::shared_ptr<persistence::CompactionScheduler> compaction_;
+  std::map<int, std::function<void(const DocumentChange&)>> listeners_;
+  int nextListenerToken_ = 1;
+  std::function<void(const storage::LineIndexProgress&)> progressHandler_;
+  std::function<void(const std::string&)> statusHandler_;
+};
+
+}  // namespace quorin::document

@@ -1,0 +1,120 @@
+#include "persistence/MemoryPressureSource.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace quorin::persistence {
+
+// What posted events need: the handler, and whether the source still exists.
+// Only the main thread reads or writes `alive`.
+struct MemoryPressureSource::Shared {
+  dispatch::MainQueue& mainQueue;
+  Handler handler;
+  bool alive = true;
+
+  void post(MemoryPressureLevel level, const std::shared_ptr<Shared>& self) {
+    mainQueue.post([self, level] {
+      if (self->alive) self->handler(level);
+    });
+  }
+};
+
+namespace {
+
+constexpr const char* kWarningTrigger = "some 150000 2000000";
+constexpr const char* kCriticalTrigger = "full 150000 2000000";
+constexpr int kFallbackPollMs = 2000;
+
+int openTrigger(const char* trigger) {
+  const int fd = ::open("/proc/pressure/memory", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return -1;
+  if (::write(fd, trigger, std::strlen(trigger) + 1) < 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+int64_t meminfoField(std::string_view text, std::string_view field) {
+  const size_t at = text.find(field);
+  if (at == std::string_view::npos) return -1;
+  std::string_view rest = text.substr(at + field.size());
+  rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+  int64_t value = -1;
+  std::from_chars(rest.data(), rest.data() + rest.size(), value);
+  return value;
+}
+
+}  // namespace
+
+std::unique_ptr<MemoryPressureSource> MemoryPressureSource::start(dispatch::MainQueue& mainQueue, Handler handler) {
+  std::unique_ptr<MemoryPressureSource> source(new MemoryPressureSource());
+  source->shared_ = std::make_shared<Shared>(Shared{mainQueue, std::move(handler)});
+  source->stopFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  const int warningFd = openTrigger(kWarningTrigger);
+  const int criticalFd = warningFd >= 0 ? openTrigger(kCriticalTrigger) : -1;
+  source->usesPsi_ = warningFd >= 0 && criticalFd >= 0;
+  if (source->usesPsi_) {
+    source->thread_ = std::thread([s = source.get(), warningFd, criticalFd] { s->watchTriggers(warningFd, criticalFd); });
+  } else {
+    if (warningFd >= 0) ::close(warningFd);
+    source->thread_ = std::thread([s = source.get()] { s->pollMeminfo(); });
+  }
+  return source;
+}
+
+MemoryPressureSource::~MemoryPressureSource() {
+  shared_->alive = false;
+  const uint64_t one = 1;
+  if (stopFd_ >= 0) (void)::write(stopFd_, &one, sizeof one);
+  if (thread_.joinable()) thread_.join();
+  if (stopFd_ >= 0) ::close(stopFd_);
+}
+
+void MemoryPressureSource::watchTriggers(int warningFd, int criticalFd) {
+  pollfd fds[3] = {{stopFd_, POLLIN, 0}, {warningFd, POLLPRI, 0}, {criticalFd, POLLPRI, 0}};
+  while (true) {
+    if (::poll(fds, 3, -1) < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    if (fds[0].revents != 0) break;
+    if ((fds[1].revents | fds[2].revents) & (POLLERR | POLLNVAL)) break;  // the trigger went away
+    if (fds[2].revents & POLLPRI) {
+      shared_->post(MemoryPressureLevel::critical, shared_);
+    } else if (fds[1].revents & POLLPRI) {
+      shared_->post(MemoryPressureLevel::warning, shared_);
+    }
+  }
+  ::close(warningFd);
+  ::close(criticalFd);
+}
+
+void MemoryPressureSource::pollMeminfo() {
+  int reported = 0;  // 0 none, 1 warning, 2 critical
+  pollfd stop = {stopFd_, POLLIN, 0};
+  while (::poll(&stop, 1, kFallbackPollMs) == 0 || (stop.revents == 0 && errno == EINTR)) {
+    std::ifstream in("/proc/meminfo");
+    std::ostringstream text;
+    text << in.rdbuf();
+    const int64_t total = meminfoField(text.str(), "MemTotal:");
+    const int64_t available = meminfoField(text.str(), "MemAvailable:");
+    if (total <= 0 || available < 0) continue;
+    const int level = available * 20 < total ? 2 : (available * 10 < total ? 1 : 0);
+    if (level > reported) {
+      shared_->post(level == 2 ? MemoryPressureLevel::critical : MemoryPressureLevel::warning, shared_);
+    }
+    reported = level;
+  }
+}
+
+}  // namespace quorin::persistence

@@ -1,0 +1,226 @@
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <random>
+
+#include "document/Document.h"
+#include "dispatch/ManualMainQueue.h"
+#include "storage/StorageTestSupport.h"
+
+namespace quorin::document {
+namespace {
+
+using persistence::TextSelection;
+
+class ManualExecutor final : public dispatch::Executor {
+ public:
+  void async(dispatch::Task task) override { tasks.push_back(std::move(task)); }
+  void runOne() {
+    if (tasks.empty()) return;
+    auto task = std::move(tasks.front());
+    tasks.pop_front();
+    task();
+  }
+  void runAll() {
+    while (!tasks.empty()) runOne();
+  }
+  std::deque<dispatch::Task> tasks;
+};
+
+class FixedMemory final : public persistence::AvailableMemoryProvider {
+ public:
+  explicit FixedMemory(int64_t bytes = 0) : bytes_(bytes) {}
+  int64_t availableBytes() const override { return bytes_; }
+
+ private:
+  int64_t bytes_;
+};
+
+bool changed(const std::expected<EditOutcome, EditRefusal>& outcome) {
+  return outcome && (outcome->edit.bytesRemoved > 0 || outcome->edit.bytesInserted > 0);
+}
+
+OpenOptions testOptions(dispatch::MainQueue& main, std::shared_ptr<ManualExecutor> queue) {
+  OpenOptions options;
+  options.mainQueue = &main;
+  options.lineIndexQueue = queue;
+  options.compactionQueue = queue;
+  options.watchMemoryPressure = false;
+  options.memory = std::make_shared<FixedMemory>();
+  options.lineIndexLimits.firstPassLines = 4;
+  options.lineIndexLimits.passLines = 6;
+  options.lineIndexLimits.chunkBytes = 16;
+  options.lineIndexLimits.spliceShiftLimit = 3;
+  return options;
+}
+
+std::vector<int64_t> naiveStarts(const std::string& text) {
+  std::vector<int64_t> starts{0};
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\n') starts.push_back(static_cast<int64_t>(i + 1));
+  }
+  return starts;
+}
+
+std::string randomBytes(std::mt19937& rng, size_t n) {
+  static const std::string alphabet = "ab\n\xc3\xa9 ";
+  std::string s;
+  for (size_t i = 0; i < n; ++i) s += alphabet[rng() % alphabet.size()];
+  return s;
+}
+
+// Random edits, replacements, bulk edits, groups, undo, redo and saves against
+// a history of plain strings. The undo history is capped small so that it is
+// trimmed again and again: undo must stop where the history ends, never
+// producing text that was not there.
+void runModel(uint32_t seed) {
+  testing::TempDir dir;
+  std::mt19937 rng(seed);
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<ManualExecutor>();
+  OpenOptions options = testOptions(main, queue);
+  options.undoPolicy = {0.25, 6000, 6000};
+  std::string initial;
+  for (int i = 0; i < 40; ++i) initial += "line " + std::to_string(i) + "\n";
+  auto doc = Document::open(dir.write("doc.txt", initial).string(), options).value();
+
+  std::vector<std::string> history{initial};  // texts along the current branch
+  size_t at = 0;
+  std::optional<size_t> saved = 0;
+  for (int step = 0; step < 250; ++step) {
+    const auto length = static_cast<uint32_t>(doc->length());
+    const auto choice = rng() % 12;
+    bool edited = false;
+    if (choice < 3) {
+      const auto offset = static_cast<int64_t>(rng() % (length + 1));
+      edited = changed(doc->insert(offset, randomBytes(rng, 1 + rng() % 5), {}, {}));
+    } else if (choice < 5 && length > 0) {
+      const auto start = static_cast<int64_t>(rng() % length);
+      edited = changed(doc->replace({start, start + static_cast<int64_t>(rng() % 6)}, randomBytes(rng, rng() % 4), {}, {}));
+    } else if (choice == 5) {
+      std::vector<storage::PieceTable::BulkEditSite> sites;
+      for (int64_t pos = rng() % 7; pos + 2 < length; pos += 3 + rng() % 9) {
+        sites.push_back({{pos, pos + static_cast<int64_t>(rng() % 3)}, rng() % 2 ? "Z\n" : ""});
+      }
+      edited = changed(doc->replaceAll(sites, "Replace All", {}, {}));
+    } else if (choice == 6 && length > 2) {
+      doc->beginUndoGroup("Typing", {});
+      for (int k = 0; k < 3; ++k) doc->insert(static_cast<int64_t>(rng() % (doc->length() + 1)), "q", {}, {});
+      doc->endUndoGroup({});
+      edited = true;
+    } else if (choice < 9) {
+      if (doc->undo()) --at;
+    } else if (choice < 11) {
+      if (doc->redo()) ++at;
+    } else {
+      doc->markSaved(std::nullopt);
+      saved = at;
+    }
+    if (edited) {
+      if (saved && *saved > at) saved.reset();  // the saved text was on the branch just cut off
+      history.resize(at + 1);
+      history.push_back(testing::wholeText(doc->pieceTable()));
+      ++at;
+    }
+    if (rng() % 3 == 0) queue->runOne();
+    const std::string text = testing::wholeText(doc->pieceTable());
+    ASSERT_EQ(text, history[at]) << "step " << step;
+    if (!doc->isModified()) {
+      ASSERT_TRUE(saved.has_value());
+      ASSERT_EQ(text, history[*saved]) << "unmodified, yet not the saved text";
+    }
+    if (saved == at && !doc->undoStore().savePointInvalidated()) {
+      ASSERT_FALSE(doc->isModified()) << "step " << step;
+    }
+
+    const auto lines = doc->snapshot().lines;
+    const auto expected = naiveStarts(text);
+    for (int64_t line = 0; line < lines.knownLineCount(); ++line) {
+      ASSERT_EQ(lines.lineStart(line), expected[static_cast<size_t>(line)]) << "step " << step << " line " << line;
+    }
+  }
+  // Undo as far as the (trimmed) history allows: every text on the way is one we had.
+  while (doc->undo()) {
+    --at;
+    ASSERT_EQ(testing::wholeText(doc->pieceTable()), history[at]);
+  }
+  queue->runAll();
+  EXPECT_EQ(doc->snapshot().lines.lineCount(), static_cast<int64_t>(naiveStarts(history[at]).size()));
+}
+
+TEST(DocumentModel, RandomEditsUndoRedoAndSavesMatchTheHistory) {
+  for (uint32_t seed = 1; seed <= 8; ++seed) {
+    SCOPED_TRACE(seed);
+    runModel(seed);
+  }
+}
+
+TEST(Document, ReplaceAllIsOneUndoStepAndUndoRestoresEveryByte) {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<ManualExecutor>();
+  std::string text;
+  for (int i = 0; i < 200'000; ++i) text += "ab\n";
+  OpenOptions options = testOptions(main, queue);
+  options.memory = std::make_shared<FixedMemory>(int64_t{4} << 30);
+  auto doc = Document::open(dir.write("big.txt", text).string(), options).value();
+  std::vector<storage::PieceTable::BulkEditSite> sites;
+  for (int64_t i = 0; i < 200'000; ++i) sites.push_back({{3 * i, 3 * i + 1}, "xyz"});
+  ASSERT_TRUE(doc->replaceAll(sites, "Replace All", {}, {})->undoable);
+  EXPECT_EQ(doc->undoStore().undoCount(), 1u);
+  EXPECT_EQ(doc->length(), 1'000'000);
+  EXPECT_TRUE(doc->isModified());
+  doc->undo();
+  EXPECT_EQ(testing::wholeText(doc->pieceTable()), text);
+  EXPECT_FALSE(doc->isModified());
+  doc->redo();
+  EXPECT_EQ(doc->pieceTable().text({0, 9}), "xyzb\nxyzb");
+}
+
+TEST(Document, ReadOnlyAndWindowedDocumentsRefuseEditsOutsideWhatTheyShow) {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<ManualExecutor>();
+  const std::string path = dir.write("log.txt", std::string(3 << 20, 'x') + "\nlast line\n").string();
+
+  OpenOptions readOnly = testOptions(main, queue);
+  readOnly.mode.mode = storage::LargeFileOpenMode::readOnlyInspect;
+  auto inspect = Document::open(path, readOnly).value();
+  EXPECT_TRUE(inspect->isReadOnly());
+  EXPECT_EQ(inspect->insert(0, "a", {}, {}).error().describe(), "This document is open read-only.");
+  EXPECT_FALSE(inspect->isModified());
+
+  OpenOptions tail = testOptions(main, queue);
+  tail.mode = {storage::LargeFileOpenMode::tail, 0, 0, 1};
+  auto tailDoc = Document::open(path, tail).value();
+  EXPECT_EQ(tailDoc->editableRange(), (storage::ByteRange{(3 << 20) + 1, (3 << 20) + 11}));
+  EXPECT_EQ(tailDoc->insert(0, "a", {}, {}).error().kind, EditRefusal::Kind::outsideWindow);
+  ASSERT_TRUE(tailDoc->insert((3 << 20) + 1, "new ", {}, {}).has_value());
+  queue->runAll();
+  EXPECT_EQ(tailDoc->snapshot().lines.lineStart(0), (3 << 20) + 1);
+  EXPECT_EQ(tailDoc->snapshot().lines.lineCount(), 1);
+
+  EXPECT_EQ(Document::open(dir.path().string() + "/missing", testOptions(main, queue)).error().describe(),
+            "open(" + dir.path().string() + "/missing) failed: No such file or directory");
+}
+
+TEST(Document, ListenersHearEveryChangeInOrder) {
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<ManualExecutor>();
+  auto doc = Document::untitled(testOptions(main, queue));
+  std::vector<std::string> heard;
+  const int token = doc->addChangeListener([&](const DocumentChange& change) {
+    heard.push_back(std::to_string(static_cast<int>(change.kind)) + ":" + std::to_string(change.edit.docByteStart) +
+                    "+" + std::to_string(change.edit.bytesInserted) + "-" + std::to_string(change.edit.bytesRemoved));
+  });
+  doc->insert(0, "hello", {}, TextSelection::at(5));
+  doc->replace({0, 1}, "J", {}, {});
+  EXPECT_EQ(doc->undo(), TextSelection{});
+  doc->removeChangeListener(token);
+  doc->redo();
+  EXPECT_EQ(heard, (std::vector<std::string>{"0:0+5-0", "0:0+1-1", "1:0+1-1"}));
+  EXPECT_TRUE(doc->compaction().isArmed());
+}
+
+}  // namespace
+}  // namespace quorin::document
