@@ -213,11 +213,12 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(std::span<const sto
   int64_t spanStart = -1;
   int64_t spanEnd = 0;
   SharedBytes lastInserted;
+  const int64_t lengthBefore = table_->totalLength() - bulk.netByteDelta;
   for (size_t i = 0; i < sites.size(); ++i) {
     if (!bulk.siteApplied[i]) continue;
     const auto& site = sites[i];
-    const int64_t start = std::min(site.range.start, table_->totalLength() - bulk.netByteDelta);
-    const int64_t end = std::max(start, std::min(site.range.end, table_->totalLength() - bulk.netByteDelta));
+    const int64_t start = std::min(site.range.start, lengthBefore);
+    const int64_t end = std::max(start, std::min(site.range.end, lengthBefore));
     if (spanStart < 0) spanStart = start;
     spanEnd = end;
     if (keep) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "dispatch/ManualMainQueue.h"
 #include "persistence/AvailableMemoryProvider.h"
 #include "persistence/UndoStore.h"
 
@@ -130,6 +131,17 @@ TEST(UndoStore, SavePointAcrossUndoRedoTrimAndPressure) {
   EXPECT_EQ(pressured.memoryWeight(), 2 * 257);
   EXPECT_EQ(pressured.redoCount(), 0u);
   EXPECT_TRUE(pressured.savePointInvalidated());  // the saved text lay two redos away
+}
+
+TEST(MemoryPressureSource, StartsAndStopsWithoutDeliveringAfterDestruction) {
+  dispatch::ManualMainQueue main;
+  int events = 0;
+  {
+    UndoStore store(UndoCapPolicy{}, std::make_shared<FixedMemory>(0), &main);
+    auto source = MemoryPressureSource::start(main, [&](MemoryPressureLevel) { ++events; });
+  }  // both watching threads are joined here
+  main.runPending();
+  EXPECT_EQ(events, 0);
 }
 
 }  // namespace
