@@ -52,8 +52,8 @@ std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::st
   auto mapped = storage::MMapWrapper::open(path);
   if (!mapped) return std::unexpected(OpenError{mapped.error()});
   struct stat st;
-  std::optional<FileIdentity> identity;
-  if (::fstat((*mapped)->fd(), &st) == 0) identity = FileIdentity::fromStat(st);
+  std::optional<storage::FileIdentity> identity;
+  if (::fstat((*mapped)->fd(), &st) == 0) identity = storage::FileIdentity::fromStat(st);
   const auto encoding = options.encoding;
   std::shared_ptr<Document> doc(new Document(path, std::move(options)));
   doc->identity_ = identity;
@@ -351,7 +351,7 @@ DocumentSnapshot Document::snapshot() const {
   return {table_->snapshot(), index_->snapshot()};
 }
 
-void Document::markSaved(std::optional<FileIdentity> newIdentity) {
+void Document::markSaved(std::optional<storage::FileIdentity> newIdentity) {
   undo_->markSaved();
   if (newIdentity) identity_ = newIdentity;
 }

@@ -12,7 +12,7 @@
 #include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
 #include "document/DocumentTypes.h"
-#include "document/FileIdentity.h"
+#include "storage/FileIdentity.h"
 #include "persistence/CompactionScheduler.h"
 #include "persistence/UndoStore.h"
 #include "storage/InMemoryLineIndex.h"
@@ -75,14 +75,14 @@ class Document : public std::enable_shared_from_this<Document> {
   bool isUntitled() const { return path_.empty(); }
   const std::string& path() const { return path_; }
   storage::LargeFileOpenMode openMode() const { return openMode_; }
-  const std::optional<FileIdentity>& fileIdentity() const { return identity_; }
+  const std::optional<storage::FileIdentity>& fileIdentity() const { return identity_; }
   text::DetectedEncoding encoding() const { return table_->encoding(); }
   text::LineEnding lineEnding() const { return table_->originalBuffer().lineEnding(); }
   // The part of the document the line index covers (all of it outside the slice and tail modes).
   storage::ByteRange editableRange() const;
 
   // After a successful save: the saved text is the current one.
-  void markSaved(std::optional<FileIdentity> newIdentity);
+  void markSaved(std::optional<storage::FileIdentity> newIdentity);
 
   // Called on the main thread after every change, in registration order.
   int addChangeListener(std::function<void(const DocumentChange&)> listener);
@@ -116,7 +116,7 @@ class Document : public std::enable_shared_from_this<Document> {
   const OpenOptions options_;
   storage::LargeFileOpenMode openMode_ = storage::LargeFileOpenMode::wholeFileVirtual;
   bool readOnly_ = false;
-  std::optional<FileIdentity> identity_;
+  std::optional<storage::FileIdentity> identity_;
   std::unique_ptr<storage::ScratchDirectory> scratch_;  // outlives the index's scratch file
   std::shared_ptr<storage::PieceTable> table_;
   std::shared_ptr<storage::InMemoryLineIndex> index_;

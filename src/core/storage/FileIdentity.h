@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace quorin::document {
+namespace quorin::storage {
 
 // A file on disk as it was at a moment: recorded at open, compared before an
 // in-place save and written into the patch journal, so that a file replaced,
@@ -31,4 +31,4 @@ struct FileIdentity {
   bool operator==(const FileIdentity&) const = default;
 };
 
-}  // namespace quorin::document
+}  // namespace quorin::storage

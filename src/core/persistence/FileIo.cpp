@@ -1,0 +1,28 @@
+#include "persistence/FileIo.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace quorin::persistence {
+namespace {
+
+class SystemFileIo final : public FileIo {
+ public:
+  int open(const char* path, int flags, mode_t mode) override { return ::open(path, flags | O_CLOEXEC, mode); }
+  ssize_t write(int fd, const void* data, size_t size) override { return ::write(fd, data, size); }
+  ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) override {
+    return ::pwrite(fd, data, size, offset);
+  }
+  ssize_t pread(int fd, void* data, size_t size, off_t offset) override { return ::pread(fd, data, size, offset); }
+  int fsync(int fd) override { return ::fsync(fd); }
+  int close(int fd) override { return ::close(fd); }
+};
+
+}  // namespace
+
+FileIo& FileIo::system() {
+  static SystemFileIo io;
+  return io;
+}
+
+}  // namespace quorin::persistence

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace quorin::persistence {
+
+// The system calls that saving and recovery make on the user's files,
+// behind an interface so tests can make any one of them fail on demand (a
+// full disk, a read-only volume, an interrupted write) — conditions a test
+// cannot otherwise produce, least of all when it runs as root. Each call
+// returns what the system call returns and leaves errno set the same way.
+//
+// Thread-safety: the system implementation is stateless; fakes decide.
+class FileIo {
+ public:
+  virtual ~FileIo() = default;
+  virtual int open(const char* path, int flags, mode_t mode) = 0;
+  virtual ssize_t write(int fd, const void* data, size_t size) = 0;
+  virtual ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) = 0;
+  virtual ssize_t pread(int fd, void* data, size_t size, off_t offset) = 0;
+  virtual int fsync(int fd) = 0;
+  virtual int close(int fd) = 0;
+
+  // The real thing.
+  static FileIo& system();
+};
+
+// Flushes a descriptor to stable storage. Linux's fsync already asks the
+// device to flush its cache (what other systems need a special control
+// for), so there is nothing to fall back from.
+inline int durableFlush(FileIo& io, int fd) { return io.fsync(fd); }
+
+}  // namespace quorin::persistence
