@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "base/Check.h"
+#include "dispatch/SerialQueue.h"
 #include "dispatch/WeakTask.h"
 
 namespace quorin::document {
@@ -71,7 +72,19 @@ std::shared_ptr<Document> Document::untitled(OpenOptions options) {
 }
 
 void Document::setUp(std::shared_ptr<const storage::OriginalBuffer> original) {
+  attachText(std::move(original));
+  auto memory = options_.memory ? options_.memory : std::make_shared<persistence::HostStatisticsMemoryProvider>();
+  undo_ = std::make_unique<persistence::UndoStore>(options_.undoPolicy, std::move(memory),
+                                                   options_.watchMemoryPressure ? options_.mainQueue : nullptr);
+  // The file watcher attaches here: after the line index, with the identity recorded at open.
+}
+
+void Document::attachText(std::shared_ptr<const storage::OriginalBuffer> original) {
+  if (index_) index_->cancel();
   table_ = std::make_shared<storage::PieceTable>(std::move(original));
+  // A fresh scratch directory per attach: an index being replaced may still be finishing a pass over the
+  // file in the old one (removing the directory unlinks that file, which its mapping survives).
+  scratch_.reset();
   if (table_->totalLength() >= kScratchFromBytes) {
     auto scratch = storage::ScratchDirectory::createForDocument();
     if (scratch) scratch_ = std::move(*scratch);
@@ -92,17 +105,12 @@ void Document::setUp(std::shared_ptr<const storage::OriginalBuffer> original) {
   };
   const uint8_t terminator = text::lineTerminator(table_->originalBuffer().lineEnding());
   const auto window = storage::openModeWindow(options_.mode, table_->snapshot(), terminator);
-  index_ = storage::InMemoryLineIndex::create(table_, storage::chooseLineIndexTier(table_->totalLength(), scratchPath),
-                                              window, build);
+  const auto tier = storage::chooseLineIndexTier(table_->totalLength(), scratchPath);
+  index_ = storage::InMemoryLineIndex::create(table_, tier, window, build);
   index_->startBuild();
-
-  auto memory = options_.memory ? options_.memory : std::make_shared<persistence::HostStatisticsMemoryProvider>();
-  undo_ = std::make_unique<persistence::UndoStore>(options_.undoPolicy, std::move(memory),
-                                                   options_.watchMemoryPressure ? options_.mainQueue : nullptr);
   compaction_ = persistence::CompactionScheduler::make(table_, *options_.mainQueue, options_.compactionQueue,
                                                        options_.compactionPieceThreshold,
                                                        options_.compactionIdleSeconds);
-  // The file watcher attaches here: after the line index, with the identity recorded at open.
 }
 
 ByteRange Document::editableRange() const {
@@ -354,6 +362,94 @@ DocumentSnapshot Document::snapshot() const {
 void Document::markSaved(std::optional<storage::FileIdentity> newIdentity) {
   undo_->markSaved();
   if (newIdentity) identity_ = newIdentity;
+}
+
+namespace {
+
+std::shared_ptr<dispatch::Executor> sharedSaveQueue() {
+  static const auto queue =
+      std::make_shared<dispatch::SerialQueue>("quorin.save", dispatch::QualityOfService::userInitiated);
+  return queue;
+}
+
+}  // namespace
+
+void Document::save(SaveCompletion done) {
+  using persistence::SaveError;
+  using persistence::SaveOutcome;
+  auto fail = [&](SaveError::Kind kind) { done(std::unexpected(SaveError{kind, 0, 0, {}, 0})); };
+  if (readOnly_ || isUntitled()) return fail(SaveError::Kind::readOnly);
+  if (externallyModified_) return fail(SaveError::Kind::externallyModified);
+  if (openMode_ == storage::LargeFileOpenMode::tail && identity_) {
+    const auto now = storage::FileIdentity::ofPath(path_);
+    if (now && now->size > identity_->size) return fail(SaveError::Kind::liveFileGrew);
+  }
+  if (saveInFlightVersion_) {
+    if (*saveInFlightVersion_ == version()) {
+      coalescedSaves_.push_back(std::move(done));
+      return;
+    }
+    return fail(SaveError::Kind::saveInProgress);
+  }
+  if (!isModified()) {
+    done(SaveOutcome{SaveOutcome::Kind::noChanges, persistence::SaveStrategy::atomicRewrite, std::nullopt});
+    return;
+  }
+
+  persistence::SaveJob job{path_, table_->snapshot(), {}, identity_.value_or(storage::FileIdentity{}), false,
+                           inPlaceSaveEnabled_, nullptr};
+  // The history tells what changed since the save only while the save point
+  // is reachable and below the present.
+  if (!undo_->savePointInvalidated() && static_cast<int64_t>(undo_->undoCount()) >= undo_->savePointDepth()) {
+    const auto above = undo_->entriesAboveSavePoint();
+    job.edits = persistence::SaveCoordinator::buildEditList(above);
+  }
+  const int64_t startedAt = version();
+  saveInFlightVersion_ = startedAt;
+  auto queue = options_.saveQueue ? options_.saveQueue : sharedSaveQueue();
+  queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo, volumes = options_.volumes,
+                journals = options_.journalDirectory, main = options_.mainQueue, startedAt,
+                done = std::move(done)]() mutable {
+    persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
+                                             volumes ? *volumes : persistence::VolumeInfo::system(), journals);
+    auto result = coordinator.save(job);
+    main->post([weak, startedAt, result = std::move(result), done = std::move(done)]() mutable {
+      if (const auto doc = weak.lock()) doc->finishSave(startedAt, std::move(result), std::move(done));
+    });
+  });
+}
+
+void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResult, persistence::SaveError> result,
+                          SaveCompletion done) {
+  saveInFlightVersion_.reset();
+  auto waiting = std::exchange(coalescedSaves_, {});
+  if (!result) {
+    done(std::unexpected(result.error()));
+    for (auto& w : waiting) w(std::unexpected(result.error()));
+    return;
+  }
+  identity_ = result->newIdentity;
+  const bool unchanged = version() == startedAt;
+  if (!unchanged) {
+    // Edited while saving: the file holds text the history has moved past.
+    undo_->invalidateSavePoint();
+  } else {
+    undo_->markSaved();
+    if (result->outcome.strategy == persistence::SaveStrategy::atomicRewrite) {
+      // Map the new file (the old one's disk space is freed once nothing maps it). Same text: the history
+      // and every position stay valid.
+      if (auto mapped = storage::MMapWrapper::open(path_)) {
+        attachText(storage::OriginalBuffer::make(*mapped, table_->encoding()));
+        const int64_t length = table_->totalLength();
+        notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
+      }
+    }
+  }
+  done(result->outcome);
+  for (auto& w : waiting) {
+    w(persistence::SaveOutcome{persistence::SaveOutcome::Kind::coalescedIntoInFlightSave, result->outcome.strategy,
+                               std::nullopt});
+  }
 }
 
 int Document::addChangeListener(std::function<void(const DocumentChange&)> listener) {

@@ -14,6 +14,7 @@
 #include "document/DocumentTypes.h"
 #include "storage/FileIdentity.h"
 #include "persistence/CompactionScheduler.h"
+#include "persistence/SaveCoordinator.h"
 #include "persistence/UndoStore.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/LargeFileOpenMode.h"
@@ -84,6 +85,18 @@ class Document : public std::enable_shared_from_this<Document> {
   // After a successful save: the saved text is the current one.
   void markSaved(std::optional<storage::FileIdentity> newIdentity);
 
+  using SaveCompletion = std::function<void(const std::expected<persistence::SaveOutcome, persistence::SaveError>&)>;
+  // Writes the document to its file off the main thread; `done` runs on the
+  // main thread. A request while a save runs is folded into it when the text
+  // has not changed since that save began (it writes exactly this text), and
+  // fails with saveInProgress otherwise.
+  void save(SaveCompletion done);
+  bool isSaving() const { return saveInFlightVersion_.has_value(); }
+  // Set by the file watcher while an outside change is unresolved.
+  void setExternallyModified(bool modified) { externallyModified_ = modified; }
+  // The user's preference (default on).
+  void setInPlaceSaveEnabled(bool enabled) { inPlaceSaveEnabled_ = enabled; }
+
   // Called on the main thread after every change, in registration order.
   int addChangeListener(std::function<void(const DocumentChange&)> listener);
   void removeChangeListener(int token);
@@ -99,6 +112,10 @@ class Document : public std::enable_shared_from_this<Document> {
  private:
   Document(std::string path, OpenOptions options);
   void setUp(std::shared_ptr<const storage::OriginalBuffer> original);
+  // The table, line index and compaction over `original` (at open, and after a rewrite).
+  void attachText(std::shared_ptr<const storage::OriginalBuffer> original);
+  void finishSave(int64_t version, std::expected<persistence::SaveResult, persistence::SaveError> result,
+                  SaveCompletion done);
   std::optional<EditRefusal> refusalFor(storage::ByteRange range) const;
   // Records the edit (or says it could not be kept) and tells everyone.
   EditOutcome finishEdit(const storage::EditResult& edit, std::optional<persistence::UndoEntry> entry);
@@ -126,6 +143,10 @@ class Document : public std::enable_shared_from_this<Document> {
   int nextListenerToken_ = 1;
   std::function<void(const storage::LineIndexProgress&)> progressHandler_;
   std::function<void(const std::string&)> statusHandler_;
+  std::optional<int64_t> saveInFlightVersion_;
+  std::vector<SaveCompletion> coalescedSaves_;
+  bool externallyModified_ = false;
+  bool inPlaceSaveEnabled_ = true;
 };
 
 }  // namespace quorin::document

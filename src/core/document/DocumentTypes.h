@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,6 +9,8 @@
 #include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
 #include "persistence/AvailableMemoryProvider.h"
+#include "persistence/FileIo.h"
+#include "persistence/VolumeInfo.h"
 #include "persistence/UndoCapPolicy.h"
 #include "storage/EditResult.h"
 #include "storage/LargeFileOpenMode.h"
@@ -29,6 +32,10 @@ struct OpenOptions {
   bool watchMemoryPressure = true;
   std::shared_ptr<dispatch::Executor> lineIndexQueue;
   std::shared_ptr<dispatch::Executor> compactionQueue;
+  std::shared_ptr<dispatch::Executor> saveQueue;  // null: the process's "quorin.save" queue
+  persistence::FileIo* fileIo = nullptr;          // null: the system's
+  const persistence::VolumeInfo* volumes = nullptr;
+  std::optional<std::filesystem::path> journalDirectory;
   storage::LineIndexLimits lineIndexLimits;
   int64_t compactionPieceThreshold = 100'000;
   double compactionIdleSeconds = 2.0;
@@ -58,7 +65,8 @@ struct EditOutcome {
 
 // What listeners hear after every change.
 struct DocumentChange {
-  enum class Kind { edit, undo, redo };
+  // reload: same text, new storage (after a save rewrote the file): positions stay valid.
+  enum class Kind { edit, undo, redo, reload };
   Kind kind = Kind::edit;
   // The change as one edit of the text before it (a bulk edit as the span
   // from its first to its last site).

@@ -1,6 +1,9 @@
 #include "persistence/FileIo.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+
+#include <cstdio>
 #include <unistd.h>
 
 namespace quorin::persistence {
@@ -16,6 +19,9 @@ class SystemFileIo final : public FileIo {
   ssize_t pread(int fd, void* data, size_t size, off_t offset) override { return ::pread(fd, data, size, offset); }
   int fsync(int fd) override { return ::fsync(fd); }
   int close(int fd) override { return ::close(fd); }
+  int fstat(int fd, struct stat* st) override { return ::fstat(fd, st); }
+  int flock(int fd, int operation) override { return ::flock(fd, operation); }
+  int rename(const char* from, const char* to) override { return ::rename(from, to); }
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace quorin::persistence {
@@ -20,6 +21,9 @@ class FileIo {
   virtual ssize_t pread(int fd, void* data, size_t size, off_t offset) = 0;
   virtual int fsync(int fd) = 0;
   virtual int close(int fd) = 0;
+  virtual int fstat(int fd, struct stat* st) = 0;
+  virtual int flock(int fd, int operation) = 0;
+  virtual int rename(const char* from, const char* to) = 0;
 
   // The real thing.
   static FileIo& system();

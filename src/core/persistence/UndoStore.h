@@ -67,6 +67,9 @@ class UndoStore {
   const UndoEntry* nextRedo() const { return redoStack_.empty() ? nullptr : &redoStack_.back(); }
 
   void markSaved();
+  // The file no longer holds any text of this history (it was saved with
+  // text the history has since moved away from): unmodified only after the next save.
+  void invalidateSavePoint() { savePointInvalidated_ = true; }
   bool isAtSavePoint() const {
     return !savePointInvalidated_ && static_cast<int64_t>(undoStack_.size()) == savePointDepth_;
   }

@@ -32,6 +32,9 @@ class FakeIo final : public FileIo {
   ssize_t pread(int fd, void* d, size_t n, off_t o) override { return FileIo::system().pread(fd, d, n, o); }
   int fsync(int fd) override { return onFsync ? onFsync(fd) : FileIo::system().fsync(fd); }
   int close(int fd) override { return FileIo::system().close(fd); }
+  int fstat(int fd, struct stat* st) override { return FileIo::system().fstat(fd, st); }
+  int flock(int fd, int op) override { return FileIo::system().flock(fd, op); }
+  int rename(const char* a, const char* b) override { return FileIo::system().rename(a, b); }
 };
 
 std::string readFile(const std::filesystem::path& p) {

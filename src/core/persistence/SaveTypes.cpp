@@ -1,0 +1,63 @@
+#include "persistence/SaveTypes.h"
+
+#include "base/Errno.h"
+
+namespace quorin::persistence {
+namespace {
+
+std::string n(int64_t v) { return std::to_string(v); }
+
+}  // namespace
+
+std::string_view name(SaveStrategy strategy) {
+  return strategy == SaveStrategy::inPlacePatch ? "inPlacePatch" : "atomicRewrite";
+}
+
+std::string InPlaceRejection::describe() const {
+  using K = Kind;
+  switch (kind) {
+    case K::tooManyRegions: return "too many edited regions (" + n(a) + " \u2265 " + n(b) + ")";
+    case K::regionTooLarge: return "edit #" + n(a) + " is " + n(b) + "B \u2014 over the in-place region cap";
+    case K::lengthChangingEdit:
+      return "edit #" + n(a) + " is not length-preserving (original " + n(b) + "B, inserted " + n(c) + "B)";
+    case K::openRdwrFailed: return "open(O_RDWR) failed: " + base::errnoText(err);
+    case K::fstatFailed: return "fstat failed: " + base::errnoText(err);
+    case K::identityMismatch: return "file identity changed since open: " + detail;
+    case K::flockFailed: return "flock failed: " + base::errnoText(err);
+    case K::preReadFailed: return "pre-read at offset " + n(a) + " returned " + n(b) + " of " + n(c) + " bytes";
+    case K::preImageMismatch: return "on-disk bytes at offset " + n(a) + " don't match the edit's pre-image";
+    case K::journalWriteFailed: return "patch journal write failed: " + detail;
+    case K::partialPwrite: return "partial pwrite at offset " + n(a) + ": " + n(b) + " of " + n(c) + " bytes";
+    case K::fsyncFailed: return "fsync failed: " + base::errnoText(err);
+    case K::prefDisabled: return "in-place patch disabled in preferences";
+    case K::noUnsavedEdits: return "no unsaved edits";
+    case K::nonLocalVolume: return "file is not on a local volume";
+    case K::transcodedDocument: return "document is a transcoded working copy (non-UTF-8 source)";
+  }
+  return {};
+}
+
+std::string SaveError::describe() const {
+  using K = Kind;
+  switch (kind) {
+    case K::insufficientSpace:
+      return "not enough disk space: need " + std::to_string(needed) + " bytes, " + std::to_string(available) +
+             " available";
+    case K::openFailed: return "open(" + text + ") failed for save: " + base::errnoText(err);
+    case K::writeFailed: return "write failed during save: " + base::errnoText(err);
+    case K::fsyncFailed: return "fsync failed during save: " + base::errnoText(err);
+    case K::renameFailed: return "rename failed during save: " + base::errnoText(err);
+    case K::encodingIncompatible: return "content contains characters that " + text + " cannot represent";
+    case K::underlying: return "save failed: " + text;
+    case K::readOnly: return "document is read-only \u2014 cannot save";
+    case K::saveInProgress: return "a save is already in progress \u2014 try again when it finishes";
+    case K::externallyModified:
+      return "the file changed on disk since it was opened \u2014 resolve the external change (Reload or Keep Mine), "
+             "then save again";
+    case K::liveFileGrew:
+      return "the file has grown since it was opened in tail mode \u2014 use Save As to keep your edits in a new file";
+  }
+  return {};
+}
+
+}  // namespace quorin::persistence

@@ -1,0 +1,300 @@
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+
+#include "persistence/PatchJournal.h"
+#include "persistence/PatchJournalRecovery.h"
+#include "persistence/SaveCoordinator.h"
+#include "storage/StorageTestSupport.h"
+
+extern char** environ;
+
+namespace quorin::persistence {
+namespace {
+
+using testing::TempDir;
+using K = InPlaceRejection::Kind;
+
+// The system's calls, except those a test overrides.
+class FakeIo final : public FileIo {
+ public:
+  std::function<int(const char*, int, mode_t)> onOpen;
+  std::function<ssize_t(int, const void*, size_t)> onWrite;
+  std::function<ssize_t(int, const void*, size_t, off_t)> onPwrite;
+  std::function<int(int)> onFsync;
+  std::function<int(int, struct stat*)> onFstat;
+  std::function<int(const char*, const char*)> onRename;
+  FileIo& real = FileIo::system();
+
+  int open(const char* p, int f, mode_t m) override { return onOpen ? onOpen(p, f, m) : real.open(p, f, m); }
+  ssize_t write(int fd, const void* d, size_t n) override { return onWrite ? onWrite(fd, d, n) : real.write(fd, d, n); }
+  ssize_t pwrite(int fd, const void* d, size_t n, off_t o) override {
+    return onPwrite ? onPwrite(fd, d, n, o) : real.pwrite(fd, d, n, o);
+  }
+  ssize_t pread(int fd, void* d, size_t n, off_t o) override { return real.pread(fd, d, n, o); }
+  int fsync(int fd) override { return onFsync ? onFsync(fd) : real.fsync(fd); }
+  int close(int fd) override { return real.close(fd); }
+  int fstat(int fd, struct stat* st) override { return onFstat ? onFstat(fd, st) : real.fstat(fd, st); }
+  int flock(int fd, int op) override { return real.flock(fd, op); }
+  int rename(const char* a, const char* b) override { return onRename ? onRename(a, b) : real.rename(a, b); }
+};
+
+class FakeVolumes final : public VolumeInfo {
+ public:
+  bool local = true;
+  std::optional<uint64_t> available;
+  bool isLocal(const std::filesystem::path&) const override { return local; }
+  std::optional<uint64_t> availableBytes(const std::filesystem::path&) const override { return available; }
+};
+
+int failWith(int err) {
+  errno = err;
+  return -1;
+}
+
+std::string readFile(const std::filesystem::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// A file, a table over it with same-length edits applied, and the job that saves them.
+struct Case {
+  TempDir dir;
+  std::filesystem::path file;
+  std::shared_ptr<storage::PieceTable> table;
+  std::vector<PatchEdit> edits;
+  storage::FileIdentity opened;
+
+  explicit Case(std::string text = std::string(4096, '.')) {
+    file = dir.write("target.log", text);
+    opened = *storage::FileIdentity::ofPath(file.string());
+    table = std::make_shared<storage::PieceTable>(testing::bufferOver(dir, text));
+    // bufferOver maps its own copy ("file.txt"), so the target's identity is its own.
+  }
+  void edit(int64_t offset, std::string bytes) {
+    const std::string before = table->readBytes({offset, offset + static_cast<int64_t>(bytes.size())}).value();
+    table->replace({offset, offset + static_cast<int64_t>(bytes.size())}, bytes);
+    edits.push_back({static_cast<uint64_t>(offset), before, std::move(bytes)});
+  }
+  SaveJob job() const { return {file.string(), table->snapshot(), edits, opened, false, true, nullptr}; }
+  std::string expected() const { return testing::wholeText(*table); }
+};
+
+TEST(SaveEditList, MergesDeleteThenInsertAndFlattensBatches) {
+  auto del = UndoEntry{8, sharedBytes("abc"), nullptr, {}, {}, false, {}, {}, {}};
+  auto ins = UndoEntry{8, nullptr, sharedBytes("xyz"), {}, {}, false, {}, {}, {}};
+  auto rep = UndoEntry{20, sharedBytes("q"), sharedBytes("r"), {}, {}, false, {}, {}, {}};
+  UndoEntry batch;
+  batch.isBatch = true;
+  batch.batchSubEdits = {rep, rep};
+  const std::vector<UndoEntry> entries = {del, ins, batch, del};
+  EXPECT_EQ(SaveCoordinator::buildEditList(entries),
+            (std::vector<PatchEdit>{{8, "abc", "xyz"}, {20, "q", "r"}, {20, "q", "r"}, {8, "abc", ""}}));
+}
+
+TEST(SaveInPlace, PatchesJustTheEditedBytesAndLeavesNoJournal) {
+  Case c;
+  c.edit(10, "HELLO");
+  c.edit(4000, "WORLD");
+  const auto inode = c.opened.inode;
+  SaveCoordinator coordinator(FileIo::system(), VolumeInfo::system(), c.dir.path());
+  const auto result = coordinator.save(c.job()).value();
+  EXPECT_EQ(result.outcome.strategy, SaveStrategy::inPlacePatch);
+  EXPECT_EQ(result.newIdentity.inode, inode);
+  EXPECT_EQ(readFile(c.file), c.expected());
+  EXPECT_TRUE(PatchJournal::listPending(c.dir.path()).empty());
+}
+
+// Every reason not to patch leads to a rewrite with exactly the document's bytes.
+TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
+  struct Scenario {
+    K expected;
+    std::function<void(Case&, FakeIo&, FakeVolumes&, SaveJob&)> arrange;
+  };
+  const std::vector<Scenario> scenarios = {
+      {K::noUnsavedEdits, [](Case&, FakeIo&, FakeVolumes&, SaveJob& j) { j.edits.clear(); }},
+      {K::tooManyRegions,
+       [](Case& c, FakeIo&, FakeVolumes&, SaveJob& j) {
+         for (int i = 0; i < 999; ++i) c.edit(i * 4, "x");
+         j = c.job();
+       }},
+      {K::lengthChangingEdit, [](Case&, FakeIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({0, "..", "."}); }},
+      {K::nonLocalVolume, [](Case&, FakeIo&, FakeVolumes& v, SaveJob&) { v.local = false; }},
+      {K::openRdwrFailed,
+       [](Case& c, FakeIo& io, FakeVolumes&, SaveJob&) {
+         io.onOpen = [&c, &io](const char* p, int f, mode_t m) {
+           return p == c.file.string() && (f & O_RDWR) ? failWith(EACCES) : io.real.open(p, f, m);
+         };
+       }},
+      {K::fstatFailed, [](Case&, FakeIo& io, FakeVolumes&, SaveJob&) { io.onFstat = [](int, struct stat*) { return failWith(EIO); }; }},
+      {K::identityMismatch,
+       [](Case& c, FakeIo&, FakeVolumes&, SaveJob&) {  // rotated: a new file under the same name
+         const std::string bytes = readFile(c.file);
+         std::ofstream(c.dir.path() / "new", std::ios::binary) << bytes;
+         std::filesystem::rename(c.dir.path() / "new", c.file);
+       }},
+      {K::preImageMismatch,
+       [](Case& c, FakeIo&, FakeVolumes&, SaveJob&) {  // changed by another program, mtime put back
+         std::fstream(c.file, std::ios::binary | std::ios::in | std::ios::out) << std::string(20, '#');
+         const timespec times[2] = {{0, UTIME_OMIT}, {c.opened.mtimeSeconds, c.opened.mtimeNanoseconds}};
+         ::utimensat(AT_FDCWD, c.file.c_str(), times, 0);
+       }},
+      {K::preReadFailed,
+       [](Case& c, FakeIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({static_cast<uint64_t>(5000), "ab", "cd"}); (void)c; }},
+      {K::journalWriteFailed,
+       [](Case&, FakeIo& io, FakeVolumes&, SaveJob&) {
+         io.onOpen = [&io](const char* p, int f, mode_t m) {
+           return std::string(p).ends_with("-patchjournal") ? failWith(ENOSPC) : io.real.open(p, f, m);
+         };
+       }},
+      {K::partialPwrite,
+       [](Case&, FakeIo& io, FakeVolumes&, SaveJob&) {
+         io.onPwrite = [&io](int fd, const void* d, size_t n, off_t o) -> ssize_t {
+           return n > 2 ? io.real.pwrite(fd, d, 2, o) : 0;  // two bytes, then a write of nothing
+         };
+       }},
+      {K::fsyncFailed,
+       [](Case& c, FakeIo& io, FakeVolumes&, SaveJob&) {
+         io.onFsync = [&c, &io](int fd) {
+           struct stat st;
+           const bool isTarget = ::fstat(fd, &st) == 0 && st.st_ino == c.opened.inode;
+           return isTarget ? failWith(EIO) : io.real.fsync(fd);
+         };
+       }},
+  };
+  for (const Scenario& s : scenarios) {
+    Case c;
+    c.edit(10, "HELLO");
+    FakeIo io;
+    FakeVolumes volumes;
+    SaveJob job = c.job();
+    s.arrange(c, io, volumes, job);
+    SCOPED_TRACE(static_cast<int>(s.expected));
+    SaveCoordinator coordinator(io, volumes, c.dir.path());
+    const auto result = coordinator.save(job);
+    ASSERT_TRUE(result) << result.error().describe();
+    EXPECT_EQ(result->outcome.strategy, SaveStrategy::atomicRewrite);
+    ASSERT_TRUE(result->outcome.rejection);
+    EXPECT_EQ(result->outcome.rejection->kind, s.expected) << result->outcome.rejection->describe();
+    EXPECT_EQ(readFile(c.file), c.expected());
+  }
+}
+
+TEST(SaveInPlace, CapsAtTheirExactBoundaries) {
+  {
+    Case c;
+    for (int i = 0; i < 999; ++i) c.edit(i * 4, "x");
+    EXPECT_EQ(SaveCoordinator(FileIo::system(), VolumeInfo::system(), c.dir.path()).save(c.job())->outcome.strategy,
+              SaveStrategy::inPlacePatch);
+    c.edit(3999, "y");
+    const auto r = SaveCoordinator(FileIo::system(), VolumeInfo::system(), c.dir.path()).save(c.job()).value();
+    EXPECT_EQ(r.outcome.rejection->describe(), "too many edited regions (1000 \u2265 1000)");
+  }
+  Case big(std::string(SaveCoordinator::kMaxRegionBytes + 1, 'a'));
+  big.edit(0, std::string(SaveCoordinator::kMaxRegionBytes, 'b'));
+  EXPECT_EQ(SaveCoordinator(FileIo::system(), VolumeInfo::system(), big.dir.path()).tryInPlacePatch(
+                big.file.string(), big.edits, big.opened).has_value(), true);
+  const std::vector<PatchEdit> tooBig = {{0, std::string(SaveCoordinator::kMaxRegionBytes + 1, 'b'),
+                                          std::string(SaveCoordinator::kMaxRegionBytes + 1, 'c')}};
+  EXPECT_EQ(SaveCoordinator().tryInPlacePatch(big.file.string(), tooBig, big.opened).error().describe(),
+            "edit #0 is 8388609B \u2014 over the in-place region cap");
+}
+
+TEST(SaveRewrite, FailuresLeaveTheTargetByteIdentical) {
+  const std::vector<std::pair<std::string, std::function<void(FakeIo&, FakeVolumes&)>>> failures = {
+      {"write failed during save: No space left on device",
+       [](FakeIo& io, FakeVolumes&) { io.onWrite = [](int, const void*, size_t) -> ssize_t { return failWith(ENOSPC); }; }},
+      {"fsync failed during save: Input/output error",
+       [](FakeIo& io, FakeVolumes&) { io.onFsync = [](int) { return failWith(EIO); }; }},
+      {"rename failed during save: Permission denied",
+       [](FakeIo& io, FakeVolumes&) { io.onRename = [](const char*, const char*) { return failWith(EACCES); }; }},
+      {"not enough disk space: need 110 bytes, 109 available",
+       [](FakeIo&, FakeVolumes& v) { v.available = 109; }},
+  };
+  for (const auto& [message, arrange] : failures) {
+    Case c(std::string(100, '-'));
+    c.edit(0, "ab");
+    c.edits.clear();  // nothing to patch: straight to the rewrite
+    FakeIo io;
+    FakeVolumes volumes;
+    arrange(io, volumes);
+    const auto result = SaveCoordinator(io, volumes, c.dir.path()).save(c.job());
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().describe(), message);
+    EXPECT_EQ(readFile(c.file), std::string(100, '-'));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(c.dir.path()), {}), 2);  // target + the table's copy
+  }
+}
+
+TEST(SaveRewrite, KeepsModeAndSavesThroughSymbolicLinks) {
+  Case c;
+  c.edit(0, "abc");
+  ::chmod(c.file.c_str(), 0640);
+  const auto link = c.dir.path() / "link.log";
+  std::filesystem::create_symlink(c.file, link);
+  SaveJob job = c.job();
+  job.targetPath = link.string();
+  job.edits.clear();
+  ASSERT_TRUE(SaveCoordinator().save(job));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(readFile(c.file), c.expected());
+  struct stat st;
+  ::stat(c.file.c_str(), &st);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+}
+
+// Run in a child process by the test below: patch 3 regions and die (SIGKILL)
+// between the first and the second pwrite, as a crash or a power cut would.
+TEST(SaveCrashChild, PatchAndDieBetweenWrites) {
+  const char* target = std::getenv("QUORIN_CRASH_TARGET");
+  if (target == nullptr) GTEST_SKIP() << "only run as the crash test's child";
+  FakeIo io;
+  int writes = 0;
+  io.onPwrite = [&](int fd, const void* d, size_t n, off_t o) -> ssize_t {
+    if (++writes == 2) ::raise(SIGKILL);
+    return io.real.pwrite(fd, d, n, o);
+  };
+  const std::vector<PatchEdit> edits = {{0, "aaaa", "AAAA"}, {5, "bbbb", "BBBB"}, {10, "cccc", "CCCC"}};
+  SaveCoordinator(io, VolumeInfo::system(), std::getenv("QUORIN_CRASH_JOURNALS"))
+      .tryInPlacePatch(target, edits, *storage::FileIdentity::ofPath(target));
+}
+
+TEST(SaveCrash, KilledPatchLeavesATornFileThatRestoresExactly) {
+  TempDir dir;
+  const std::string original = "aaaa|bbbb|cccc|";
+  const auto file = dir.write("app.log", original);
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  const std::string targetEnv = "QUORIN_CRASH_TARGET=" + file.string();
+  const std::string journalEnv = "QUORIN_CRASH_JOURNALS=" + dir.path().string();
+  std::vector<char*> env;
+  for (char** e = environ; *e != nullptr; ++e) env.push_back(*e);
+  env.push_back(const_cast<char*>(targetEnv.c_str()));
+  env.push_back(const_cast<char*>(journalEnv.c_str()));
+  env.push_back(nullptr);
+  const char* argv[] = {self.c_str(), "--gtest_filter=SaveCrashChild.*", nullptr};
+  pid_t child = 0;
+  ASSERT_EQ(::posix_spawn(&child, self.c_str(), nullptr, nullptr, const_cast<char**>(argv), env.data()), 0);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+
+  const auto journals = PatchJournal::listPending(dir.path());
+  ASSERT_EQ(journals.size(), 1u);
+  const auto journal = PatchJournal::read(journals[0]).value();
+  const auto prompt = PatchJournalRecovery::begin(journal);
+  ASSERT_TRUE(prompt);
+  EXPECT_NE(prompt->text.find("(3 regions affected)"), std::string::npos);
+  EXPECT_EQ(PatchJournalRecovery::respond(journal, prompt->buttons[prompt->defaultButton]), std::nullopt);
+  EXPECT_EQ(readFile(file), original);
+  EXPECT_TRUE(PatchJournal::listPending(dir.path()).empty());
+}
+
+}  // namespace
+}  // namespace quorin::persistence
