@@ -105,6 +105,10 @@ PatchJournalRecovery::Assessment PatchJournalRecovery::assess(const PatchJournal
   return a;
 }
 
+RecoveryPrompt PatchJournalRecovery::rollbackFailure(const PatchJournal::ParsedJournal& journal) {
+  return rollbackFailedPrompt(journal);
+}
+
 std::optional<RecoveryPrompt> PatchJournalRecovery::begin(const PatchJournal::ParsedJournal& journal, FileIo& io) {
   Assessment a = assess(journal, io);
   if (!a.prompt) PatchJournal::remove(journal.url);

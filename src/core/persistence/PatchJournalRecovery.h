@@ -55,6 +55,8 @@ class PatchJournalRecovery {
   // a restore could not be written (the journal is then kept for next time).
   static std::optional<RecoveryPrompt> respond(const PatchJournal::ParsedJournal& journal, const std::string& button,
                                                FileIo& io = FileIo::system());
+  // The message shown when a restore could not be written.
+  static RecoveryPrompt rollbackFailure(const PatchJournal::ParsedJournal& journal);
   // Writes every pre-image back and flushes; true on success (journal removed).
   static bool rollBack(const PatchJournal::ParsedJournal& journal, FileIo& io = FileIo::system());
 };
