@@ -8,7 +8,9 @@
 
 #include "Cli.h"
 #include "Json.h"
+#include "core/text/SampleTexts.h"
 #include "support/TempDir.h"
+#include "text/Encoder.h"
 
 namespace quorin::cli {
 namespace {
@@ -54,6 +56,30 @@ TEST(CliInfoTest, ReportsLengthsEncodingAndLineEnding) {
   const std::string missing = (dir.path() / "missing.log").string();
   EXPECT_EQ(run({"info", missing, "--json"}),
             (Outcome{2, "", "quorin-cli: open(" + missing + ") failed: No such file or directory\n"}));
+}
+
+TEST(CliInfoTest, DetectsTheEncodingOfFilesWithoutMark) {
+  testing::TempDir dir;
+  auto write = [&](const char* name, std::string_view utf8, text::DetectedEncoding encoding) {
+    return dir.write(name, text::encodeUtf8(text::samples::repeated(utf8, 3000), encoding).value());
+  };
+  auto encodingOf = [](const std::filesystem::path& path) {
+    const std::string out = run({"info", path}).out;
+    const size_t at = out.find("encoding: ");
+    return at == std::string::npos ? out : out.substr(at + 10, out.find('\n', at) - at - 10);
+  };
+  using enum text::DetectedEncoding;
+  EXPECT_EQ(encodingOf(write("sjis.txt", text::samples::kJapanese, shiftJIS)), "shiftJIS");
+  EXPECT_EQ(encodingOf(write("cp1252.txt", text::samples::kWindows1252, windows1252)), "windows1252");
+  EXPECT_EQ(encodingOf(write("utf8.txt", text::samples::kJapanese, utf8)), "utf8");
+  EXPECT_EQ(encodingOf(write("gb.txt", text::samples::kSimplifiedChinese, gb18030)), "gb18030");
+
+  // UTF-16 without a mark keeps all its bytes: nothing is skipped.
+  const std::string path = dir.write("u16.txt", text::encodeUtf8("a\r\nb\r\n", utf16LE).value());
+  EXPECT_EQ(run({"info", "--json", path}).out,
+            "{\"path\":\"" + path +
+                "\",\"length\":12,\"documentLength\":12,\"contentStart\":0,"
+                "\"encoding\":\"utf16LE\",\"lineEnding\":\"crlf\"}\n");
 }
 
 TEST(CliIndexTest, PrintsLineCountTierAndTimings) {

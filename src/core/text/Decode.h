@@ -13,9 +13,12 @@ namespace quorin::text {
 // WHATWG rule that browsers and most editors follow), so a range cut in the
 // middle of a character shows a replacement character rather than nothing.
 //
-// UTF-8 (with or without mark), UTF-16 and UTF-32 in both byte orders and
-// ISO Latin-1 are decoded here. The multi-byte legacy encodings and
-// Windows-1252 are decoded as lossy UTF-8 until their converters exist.
+// Every encoding goes through its ICU converter (see IcuConverter.h); valid
+// UTF-8 is returned as it is without one. A character cut at either end of
+// `bytes` shows as U+FFFD (in the double-byte legacy encodings a range that
+// begins on a trail byte may also misread the character after it, since
+// their trail bytes overlap ASCII).
+// Thread-safe: each call uses converters of its own.
 std::string decodeToUtf8(std::span<const uint8_t> bytes, DetectedEncoding encoding);
 
 // Lossy UTF-8 validation: valid input is returned unchanged.

@@ -11,6 +11,11 @@ constexpr std::array<std::string_view, kDetectedEncodingCount> kNames = {
     "eucJP",   "gb18030",     "big5",    "eucKR",   "windows1252", "isoLatin1",
 };
 
+constexpr std::array<std::string_view, kDetectedEncodingCount> kDisplayNames = {
+    "UTF-8",  "UTF-8 with BOM", "UTF-16 LE", "UTF-16 BE", "UTF-32 LE",    "UTF-32 BE",     "Shift JIS",
+    "EUC-JP", "GB 18030",       "Big5",      "EUC-KR",    "Windows-1252", "ISO Latin-1",
+};
+
 constexpr uint8_t kUtf8Mark[] = {0xEF, 0xBB, 0xBF};
 constexpr uint8_t kUtf16LEMark[] = {0xFF, 0xFE};
 constexpr uint8_t kUtf16BEMark[] = {0xFE, 0xFF};
@@ -24,6 +29,10 @@ bool startsWith(std::span<const uint8_t> bytes, std::span<const uint8_t> mark) {
 }  // namespace
 
 std::string_view name(DetectedEncoding encoding) { return kNames[static_cast<size_t>(encoding)]; }
+
+std::string_view displayName(DetectedEncoding encoding) {
+  return kDisplayNames[static_cast<size_t>(encoding)];
+}
 
 std::optional<DetectedEncoding> encodingFromName(std::string_view name) {
   for (size_t i = 0; i < kNames.size(); ++i)

@@ -32,6 +32,9 @@ inline constexpr int kDetectedEncodingCount = 13;
 std::string_view name(DetectedEncoding encoding);
 std::optional<DetectedEncoding> encodingFromName(std::string_view name);
 
+// The name shown to the user, e.g. "UTF-16 LE", "Shift JIS", "Windows-1252".
+std::string_view displayName(DetectedEncoding encoding);
+
 // The byte-order mark of the five encodings that carry one; empty for the others.
 std::span<const uint8_t> byteOrderMark(DetectedEncoding encoding);
 
