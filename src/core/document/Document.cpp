@@ -7,6 +7,9 @@
 #include "base/Check.h"
 #include "dispatch/SerialQueue.h"
 #include "dispatch/WeakTask.h"
+#include "text/Encoder.h"
+#include "text/EncodingDetector.h"
+#include "text/Transcoder.h"
 
 namespace quorin::document {
 namespace {
@@ -51,16 +54,46 @@ Document::~Document() {
 
 std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::string& path, OpenOptions options) {
   auto mapped = storage::MMapWrapper::open(path);
-  if (!mapped) return std::unexpected(OpenError{mapped.error()});
+  if (!mapped) return std::unexpected(OpenError{mapped.error().describe()});
   struct stat st;
   std::optional<storage::FileIdentity> identity;
   if (::fstat((*mapped)->fd(), &st) == 0) identity = storage::FileIdentity::fromStat(st);
-  const auto encoding = options.encoding;
+
+  text::DetectedEncoding encoding = text::DetectedEncoding::utf8;
+  if (options.encoding) {
+    encoding = *options.encoding;
+  } else {
+    const int64_t length = (*mapped)->length();
+    std::vector<uint8_t> sample(static_cast<size_t>(std::min<int64_t>(length, text::kDetectionSampleBytes)));
+    sample.resize(static_cast<size_t>((*mapped)->copy(0, static_cast<int64_t>(sample.size()), sample.data())));
+    encoding = text::detectEncoding(sample, length <= static_cast<int64_t>(text::kDetectionSampleBytes));
+  }
+
   std::shared_ptr<Document> doc(new Document(path, std::move(options)));
   doc->identity_ = identity;
   doc->openMode_ = doc->options_.mode.mode;
   doc->readOnly_ = !storage::acceptsEdits(doc->openMode_);
-  doc->setUp(storage::OriginalBuffer::make(*mapped, encoding));
+  if (!text::needsWorkingCopy(encoding)) {
+    doc->setUp(storage::OriginalBuffer::make(*mapped, encoding));
+    return doc;
+  }
+
+  // Every other encoding is edited as a UTF-8 working copy in the scratch directory.
+  auto scratch = storage::ScratchDirectory::createForDocument();
+  if (!scratch) return std::unexpected(OpenError{"cannot create a scratch directory: " + scratch.error()});
+  const auto working = (*scratch)->path() / text::newWorkingCopyFileName();
+  text::TranscodeOptions transcode;
+  transcode.progress = doc->options_.transcodeProgress;
+  transcode.isCancelled = doc->options_.transcodeCancelled;
+  auto summary = text::transcodeToUtf8((*mapped)->fd(), path, encoding, working, transcode);
+  if (!summary) return std::unexpected(OpenError{summary.error().describe()});
+  auto copy = storage::MMapWrapper::open(working.string());
+  if (!copy) return std::unexpected(OpenError{copy.error().describe()});
+  doc->sourceEncoding_ = encoding;
+  doc->sourceHadByteOrderMark_ = summary->markBytes > 0;
+  doc->transcodeSubstitutions_ = summary->substitutions;
+  doc->workingScratch_ = std::move(*scratch);
+  doc->setUp(storage::OriginalBuffer::make(*copy, text::DetectedEncoding::utf8));
   return doc;
 }
 
@@ -396,8 +429,19 @@ void Document::save(SaveCompletion done) {
     return;
   }
 
-  persistence::SaveJob job{path_, table_->snapshot(), {}, identity_.value_or(storage::FileIdentity{}), false,
-                           inPlaceSaveEnabled_, nullptr};
+  persistence::SaveJob job{path_, table_->snapshot(), {}, identity_.value_or(storage::FileIdentity{}),
+                           isTranscoded(), inPlaceSaveEnabled_, nullptr};
+  if (sourceEncoding_) {
+    // Written back in the file's own encoding; a character it has no bytes for stops the save.
+    auto encoder = std::make_shared<text::Encoder>(*sourceEncoding_, sourceHadByteOrderMark_);
+    job.encoder = [encoder, name = std::string(text::displayName(*sourceEncoding_))](
+                      std::string_view chunk, bool last) -> std::expected<std::string, std::string> {
+      std::string out;
+      const auto ok = encoder->encode({reinterpret_cast<const uint8_t*>(chunk.data()), chunk.size()}, last, out);
+      if (!ok) return std::unexpected(name);
+      return out;
+    };
+  }
   // The history tells what changed since the save only while the save point
   // is reachable and below the present.
   if (!undo_->savePointInvalidated() && static_cast<int64_t>(undo_->undoCount()) >= undo_->savePointDepth()) {
@@ -435,7 +479,8 @@ void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResu
     undo_->invalidateSavePoint();
   } else {
     undo_->markSaved();
-    if (result->outcome.strategy == persistence::SaveStrategy::atomicRewrite) {
+    // A transcoded document carries on over its working copy, which still holds exactly its text.
+    if (result->outcome.strategy == persistence::SaveStrategy::atomicRewrite && !isTranscoded()) {
       // Map the new file (the old one's disk space is freed once nothing maps it). Same text: the history
       // and every position stay valid.
       if (auto mapped = storage::MMapWrapper::open(path_)) {

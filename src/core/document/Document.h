@@ -77,7 +77,12 @@ class Document : public std::enable_shared_from_this<Document> {
   const std::string& path() const { return path_; }
   storage::LargeFileOpenMode openMode() const { return openMode_; }
   const std::optional<storage::FileIdentity>& fileIdentity() const { return identity_; }
-  text::DetectedEncoding encoding() const { return table_->encoding(); }
+  // The file's own encoding (the working copy is UTF-8 when it differs).
+  text::DetectedEncoding encoding() const { return sourceEncoding_.value_or(table_->encoding()); }
+  bool isTranscoded() const { return sourceEncoding_.has_value(); }
+  // Characters the transcoding had to replace by U+FFFD: saving over the
+  // source would change those bytes, so the user is warned first.
+  int64_t transcodeSubstitutions() const { return transcodeSubstitutions_; }
   text::LineEnding lineEnding() const { return table_->originalBuffer().lineEnding(); }
   // The part of the document the line index covers (all of it outside the slice and tail modes).
   storage::ByteRange editableRange() const;
@@ -134,6 +139,7 @@ class Document : public std::enable_shared_from_this<Document> {
   storage::LargeFileOpenMode openMode_ = storage::LargeFileOpenMode::wholeFileVirtual;
   bool readOnly_ = false;
   std::optional<storage::FileIdentity> identity_;
+  std::unique_ptr<storage::ScratchDirectory> workingScratch_;  // a transcoded document's working copy
   std::unique_ptr<storage::ScratchDirectory> scratch_;  // outlives the index's scratch file
   std::shared_ptr<storage::PieceTable> table_;
   std::shared_ptr<storage::InMemoryLineIndex> index_;
@@ -147,6 +153,9 @@ class Document : public std::enable_shared_from_this<Document> {
   std::vector<SaveCompletion> coalescedSaves_;
   bool externallyModified_ = false;
   bool inPlaceSaveEnabled_ = true;
+  std::optional<text::DetectedEncoding> sourceEncoding_;  // set for a transcoded document
+  bool sourceHadByteOrderMark_ = false;
+  int64_t transcodeSubstitutions_ = 0;
 };
 
 }  // namespace quorin::document

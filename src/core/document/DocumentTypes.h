@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -26,6 +27,10 @@ struct OpenOptions {
   dispatch::MainQueue* mainQueue = nullptr;  // required: progress, timers and pressure events go there
   storage::LargeFileOpenRequest mode;        // validated by the caller
   std::optional<text::DetectedEncoding> encoding;  // reopen with this encoding instead of detecting
+  // Opening a file in another encoding than UTF-8 first transcodes it into a
+  // UTF-8 working copy: progress (bytes done, total) and cancellation for that.
+  std::function<void(int64_t, int64_t)> transcodeProgress;
+  std::function<bool()> transcodeCancelled;
   // Seams for tests and tools; null or default means the product's own.
   std::shared_ptr<const persistence::AvailableMemoryProvider> memory;
   persistence::UndoCapPolicy undoPolicy;
@@ -43,8 +48,8 @@ struct OpenOptions {
 
 // Why a file could not be opened; describe() is the text to show.
 struct OpenError {
-  storage::MMapError mapping;
-  std::string describe() const { return mapping.describe(); }
+  std::string message;
+  std::string describe() const { return message; }
 };
 
 // Why an edit was refused; describe() is the status-bar text.

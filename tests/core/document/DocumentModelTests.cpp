@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <fstream>
 #include <random>
 
 #include "document/Document.h"
 #include "dispatch/ManualMainQueue.h"
 #include "storage/StorageTestSupport.h"
+#include "text/Encoder.h"
 
 namespace quorin::document {
 namespace {
@@ -45,6 +47,7 @@ OpenOptions testOptions(dispatch::MainQueue& main, std::shared_ptr<ManualExecuto
   options.mainQueue = &main;
   options.lineIndexQueue = queue;
   options.compactionQueue = queue;
+  options.saveQueue = queue;
   options.watchMemoryPressure = false;
   options.memory = std::make_shared<FixedMemory>();
   options.lineIndexLimits.firstPassLines = 4;
@@ -220,6 +223,114 @@ TEST(Document, ListenersHearEveryChangeInOrder) {
   doc->redo();
   EXPECT_EQ(heard, (std::vector<std::string>{"0:0+5-0", "0:0+1-1", "1:0+1-1"}));
   EXPECT_TRUE(doc->compaction().isArmed());
+}
+
+}  // namespace
+}  // namespace quorin::document
+
+namespace quorin::document {
+namespace {
+
+std::expected<persistence::SaveOutcome, persistence::SaveError> saveNow(Document& doc, ManualExecutor& queue,
+                                                                        dispatch::ManualMainQueue& main) {
+  std::optional<std::expected<persistence::SaveOutcome, persistence::SaveError>> result;
+  doc.save([&](const auto& r) { result = r; });
+  queue.runAll();
+  main.runPending();
+  return result.value();
+}
+
+std::string fileBytes(const std::filesystem::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<ManualExecutor>();
+  const std::string japanese = "ログ: 東京で障害が発生しました\nエラー 42 件\n";
+  struct Case {
+    text::DetectedEncoding encoding;
+    std::string utf8;
+  };
+  for (const Case& c : {Case{text::DetectedEncoding::shiftJIS, japanese + japanese + japanese},
+                        Case{text::DetectedEncoding::utf16LE, japanese},
+                        Case{text::DetectedEncoding::windows1252, "Café “delivered” € 5\n"}}) {
+    SCOPED_TRACE(std::string(text::name(c.encoding)));
+    const auto bytes = text::encodeUtf8(c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value();
+    const auto path = dir.write(std::string(text::name(c.encoding)) + ".txt", bytes);
+    auto doc = Document::open(path.string(), testOptions(main, queue)).value();
+    EXPECT_EQ(doc->encoding(), c.encoding);
+    EXPECT_TRUE(doc->isTranscoded());
+    EXPECT_EQ(testing::wholeText(doc->pieceTable()), c.utf8);
+
+    ASSERT_TRUE(doc->insert(0, "Z", {}, {}));
+    const auto saved = saveNow(*doc, *queue, main);
+    ASSERT_TRUE(saved) << saved.error().describe();
+    EXPECT_EQ(saved->strategy, persistence::SaveStrategy::atomicRewrite);
+    EXPECT_EQ(saved->rejection->kind, persistence::InPlaceRejection::Kind::transcodedDocument);
+    EXPECT_EQ(fileBytes(path),
+              text::encodeUtf8("Z" + c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value());
+    EXPECT_FALSE(doc->isModified());
+  }
+
+  // A character the file's encoding has no bytes for: the save refuses, the file and the edits stay.
+  const auto path = dir.write("sjis.txt", text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
+  auto doc = Document::open(path.string(), testOptions(main, queue)).value();
+  doc->insert(0, "\xF0\x9F\x98\x80", {}, {});
+  const auto refused = saveNow(*doc, *queue, main);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().describe(),
+            "content contains characters that " + std::string(text::displayName(text::DetectedEncoding::shiftJIS)) +
+                " cannot represent");
+  EXPECT_EQ(fileBytes(path), text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
+  EXPECT_TRUE(doc->isModified());
+}
+
+TEST(DocumentSave, PatchesInPlaceThenRewritesAndCarriesOn) {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<ManualExecutor>();
+  OpenOptions options = testOptions(main, queue);
+  options.journalDirectory = dir.path() / "journals";
+  const auto path = dir.write("app.log", "alpha\nbeta\ngamma\n");
+  auto doc = Document::open(path.string(), options).value();
+  EXPECT_EQ(saveNow(*doc, *queue, main)->kind, persistence::SaveOutcome::Kind::noChanges);
+
+  doc->replace({0, 5}, "ALPHA", {}, {});
+  const auto inode = doc->fileIdentity()->inode;
+  EXPECT_EQ(saveNow(*doc, *queue, main)->strategy, persistence::SaveStrategy::inPlacePatch);
+  EXPECT_EQ(fileBytes(path), "ALPHA\nbeta\ngamma\n");
+  EXPECT_FALSE(doc->isModified());
+  EXPECT_EQ(doc->fileIdentity()->inode, inode);
+
+  doc->insert(6, "new ", {}, {});
+  EXPECT_EQ(saveNow(*doc, *queue, main)->strategy, persistence::SaveStrategy::atomicRewrite);
+  EXPECT_EQ(fileBytes(path), "ALPHA\nnew beta\ngamma\n");
+  EXPECT_NE(doc->fileIdentity()->inode, inode);
+  // Carries on over the new file: edits, undo past the save and another save all work.
+  queue->runAll();
+  EXPECT_EQ(doc->snapshot().lines.lineStart(2), 15);
+  doc->undo();
+  EXPECT_TRUE(doc->isModified());
+  EXPECT_EQ(testing::wholeText(doc->pieceTable()), "ALPHA\nbeta\ngamma\n");
+  ASSERT_TRUE(saveNow(*doc, *queue, main));
+  EXPECT_EQ(fileBytes(path), "ALPHA\nbeta\ngamma\n");
+
+  // A second request while one runs: folded in when the text is the same, refused when it is not.
+  doc->replace({0, 1}, "a", {}, {});
+  std::vector<std::string> outcomes;
+  auto record = [&](const auto& r) { outcomes.push_back(r ? std::string(persistence::name(r->strategy)) + std::to_string(static_cast<int>(r->kind)) : r.error().describe()); };
+  doc->save(record);
+  doc->save(record);
+  doc->insert(0, "x", {}, {});
+  doc->save(record);
+  queue->runAll();
+  main.runPending();
+  EXPECT_EQ(outcomes, (std::vector<std::string>{"a save is already in progress \u2014 try again when it finishes",
+                                                "inPlacePatch0", "inPlacePatch2"}));
+  EXPECT_TRUE(doc->isModified());  // edited while saving
 }
 
 }  // namespace
