@@ -7,6 +7,7 @@
 #include "storage/MMapWrapper.h"
 #include "storage/OriginalBuffer.h"
 #include "storage/PieceTable.h"
+#include "text/EncodingDetector.h"
 
 namespace quorin::app {
 namespace {
@@ -42,7 +43,11 @@ std::vector<std::string> splitLines(std::string_view text, text::LineEnding endi
 std::expected<FirstScreen, std::string> loadFirstScreen(const std::string& path, int64_t maxBytes) {
   auto mmap = storage::MMapWrapper::open(path);
   if (!mmap) return std::unexpected(mmap.error().describe());
-  const storage::PieceTable table(storage::OriginalBuffer::make(*mmap));
+  const int64_t length = (*mmap)->length();
+  std::vector<uint8_t> sample(static_cast<size_t>(std::min<int64_t>(length, text::kDetectionSampleBytes)));
+  sample.resize(static_cast<size_t>((*mmap)->copy(0, static_cast<int64_t>(sample.size()), sample.data())));
+  const auto detected = text::detectEncoding(sample, length <= static_cast<int64_t>(text::kDetectionSampleBytes));
+  const storage::PieceTable table(storage::OriginalBuffer::make(*mmap, detected));
   const auto snapshot = table.snapshot();
   const auto& original = snapshot.originalBuffer();
 
@@ -75,26 +80,6 @@ std::string humanReadableSize(int64_t bytes) {
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, "%.1f %s", value, kUnits[unit]);
   return buffer;
-}
-
-std::string_view displayName(text::DetectedEncoding encoding) {
-  using enum text::DetectedEncoding;
-  switch (encoding) {
-    case utf8: return "UTF-8";
-    case utf8WithBOM: return "UTF-8 with BOM";
-    case utf16LE: return "UTF-16 LE";
-    case utf16BE: return "UTF-16 BE";
-    case utf32LE: return "UTF-32 LE";
-    case utf32BE: return "UTF-32 BE";
-    case shiftJIS: return "Shift JIS";
-    case eucJP: return "EUC-JP";
-    case gb18030: return "GB 18030";
-    case big5: return "Big5";
-    case eucKR: return "EUC-KR";
-    case windows1252: return "Windows-1252";
-    case isoLatin1: return "ISO-8859-1";
-  }
-  return "UTF-8";
 }
 
 std::string_view displayName(text::LineEnding ending) {

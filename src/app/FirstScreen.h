@@ -40,7 +40,6 @@ std::expected<FirstScreen, std::string> loadFirstScreen(const std::string& path,
 std::string humanReadableSize(int64_t bytes);
 
 // Names for the status bar, e.g. "UTF-16 LE", "CRLF".
-std::string_view displayName(text::DetectedEncoding encoding);
 std::string_view displayName(text::LineEnding ending);
 
 }  // namespace quorin::app

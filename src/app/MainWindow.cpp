@@ -77,7 +77,7 @@ std::optional<QString> MainWindow::openFile(const QString& path) {
                               : tr("Showing the first %1 lines").arg(locale.toString(view_->lineCount())));
   sizeLabel_->setText(fromUtf8(humanReadableSize(screen->fileLength)));
   sizeLabel_->setToolTip(tr("%1 bytes").arg(locale.toString(static_cast<qlonglong>(screen->fileLength))));
-  encodingLabel_->setText(fromUtf8(displayName(screen->encoding)));
+  encodingLabel_->setText(fromUtf8(text::displayName(screen->encoding)));
   lineEndingLabel_->setText(fromUtf8(displayName(screen->lineEnding)));
   return std::nullopt;
 }
