@@ -96,7 +96,9 @@ TEST(PatchJournal, EveryMalformationIsDetected) {
       std::string flipped = rich;
       flipped[at] = static_cast<char>(value);
       const auto r = PatchJournal::decode(flipped, url);
-      if (r) EXPECT_LE(r->entries.size(), 3u);
+      if (r) {
+        EXPECT_LE(r->entries.size(), 3u);
+      }
     }
   }
 }
