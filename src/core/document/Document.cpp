@@ -4,7 +4,10 @@
 
 #include <algorithm>
 
+#include "base/ByteCount.h"
 #include "base/Check.h"
+#include "base/Errno.h"
+#include "base/Log.h"
 #include "dispatch/SerialQueue.h"
 #include "dispatch/WeakTask.h"
 #include "text/Encoder.h"
@@ -52,48 +55,73 @@ Document::~Document() {
   if (index_) index_->cancel();
 }
 
-std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::string& path, OpenOptions options) {
+namespace {
+
+// The file's text as the document edits it: mapped as it is for UTF-8, or
+// transcoded into a UTF-8 working copy for any other encoding.
+struct LoadedText {
+  std::shared_ptr<const storage::OriginalBuffer> original;
+  std::optional<storage::FileIdentity> identity;
+  std::optional<text::DetectedEncoding> sourceEncoding;
+  bool sourceHadByteOrderMark = false;
+  int64_t substitutions = 0;
+  std::unique_ptr<storage::ScratchDirectory> workingScratch;
+};
+
+std::expected<LoadedText, OpenError> loadText(const std::string& path, std::optional<text::DetectedEncoding> chosen,
+                                              const OpenOptions& options) {
   auto mapped = storage::MMapWrapper::open(path);
   if (!mapped) return std::unexpected(OpenError{mapped.error().describe()});
+  LoadedText loaded;
   struct stat st;
-  std::optional<storage::FileIdentity> identity;
-  if (::fstat((*mapped)->fd(), &st) == 0) identity = storage::FileIdentity::fromStat(st);
-
+  if (::fstat((*mapped)->fd(), &st) == 0) loaded.identity = storage::FileIdentity::fromStat(st);
   text::DetectedEncoding encoding = text::DetectedEncoding::utf8;
-  if (options.encoding) {
-    encoding = *options.encoding;
+  if (chosen) {
+    encoding = *chosen;
   } else {
     const int64_t length = (*mapped)->length();
     std::vector<uint8_t> sample(static_cast<size_t>(std::min<int64_t>(length, text::kDetectionSampleBytes)));
     sample.resize(static_cast<size_t>((*mapped)->copy(0, static_cast<int64_t>(sample.size()), sample.data())));
     encoding = text::detectEncoding(sample, length <= static_cast<int64_t>(text::kDetectionSampleBytes));
   }
-
-  std::shared_ptr<Document> doc(new Document(path, std::move(options)));
-  doc->identity_ = identity;
-  doc->openMode_ = doc->options_.mode.mode;
-  doc->readOnly_ = !storage::acceptsEdits(doc->openMode_);
   if (!text::needsWorkingCopy(encoding)) {
-    doc->setUp(storage::OriginalBuffer::make(*mapped, encoding));
-    return doc;
+    loaded.original = storage::OriginalBuffer::make(*mapped, encoding);
+    return loaded;
   }
-
   // Every other encoding is edited as a UTF-8 working copy in the scratch directory.
   auto scratch = storage::ScratchDirectory::createForDocument();
   if (!scratch) return std::unexpected(OpenError{"cannot create a scratch directory: " + scratch.error()});
   const auto working = (*scratch)->path() / text::newWorkingCopyFileName();
   text::TranscodeOptions transcode;
-  transcode.progress = doc->options_.transcodeProgress;
-  transcode.isCancelled = doc->options_.transcodeCancelled;
+  transcode.progress = options.transcodeProgress;
+  transcode.isCancelled = options.transcodeCancelled;
   auto summary = text::transcodeToUtf8((*mapped)->fd(), path, encoding, working, transcode);
   if (!summary) return std::unexpected(OpenError{summary.error().describe()});
   auto copy = storage::MMapWrapper::open(working.string());
   if (!copy) return std::unexpected(OpenError{copy.error().describe()});
-  doc->sourceEncoding_ = encoding;
-  doc->sourceHadByteOrderMark_ = summary->markBytes > 0;
-  doc->transcodeSubstitutions_ = summary->substitutions;
-  doc->workingScratch_ = std::move(*scratch);
-  doc->setUp(storage::OriginalBuffer::make(*copy, text::DetectedEncoding::utf8));
+  loaded.original = storage::OriginalBuffer::make(*copy, text::DetectedEncoding::utf8);
+  loaded.sourceEncoding = encoding;
+  loaded.sourceHadByteOrderMark = summary->markBytes > 0;
+  loaded.substitutions = summary->substitutions;
+  loaded.workingScratch = std::move(*scratch);
+  return loaded;
+}
+
+}  // namespace
+
+std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::string& path, OpenOptions options) {
+  auto loaded = loadText(path, options.encoding, options);
+  if (!loaded) return std::unexpected(loaded.error());
+  std::shared_ptr<Document> doc(new Document(path, std::move(options)));
+  doc->identity_ = loaded->identity;
+  doc->openMode_ = doc->options_.mode.mode;
+  doc->readOnly_ = !storage::acceptsEdits(doc->openMode_);
+  doc->sourceEncoding_ = loaded->sourceEncoding;
+  doc->sourceHadByteOrderMark_ = loaded->sourceHadByteOrderMark;
+  doc->transcodeSubstitutions_ = loaded->substitutions;
+  doc->workingScratch_ = std::move(loaded->workingScratch);
+  doc->setUp(loaded->original);
+  doc->startWatching();
   return doc;
 }
 
@@ -413,9 +441,11 @@ void Document::save(SaveCompletion done) {
   auto fail = [&](SaveError::Kind kind) { done(std::unexpected(SaveError{kind, 0, 0, {}, 0})); };
   if (readOnly_ || isUntitled()) return fail(SaveError::Kind::readOnly);
   if (externallyModified_) return fail(SaveError::Kind::externallyModified);
-  if (openMode_ == storage::LargeFileOpenMode::tail && identity_) {
+  if ((openMode_ == storage::LargeFileOpenMode::tail || follower_) && identity_) {
+    // Saving now would drop what the file gained since we last read it.
+    const int64_t known = follower_ ? follower_->lastKnownLength() : identity_->size;
     const auto now = storage::FileIdentity::ofPath(path_);
-    if (now && now->size > identity_->size) return fail(SaveError::Kind::liveFileGrew);
+    if (now && now->size > known) return fail(SaveError::Kind::liveFileGrew);
   }
   if (saveInFlightVersion_) {
     if (*saveInFlightVersion_ == version()) {
@@ -488,6 +518,7 @@ void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResu
         const int64_t length = table_->totalLength();
         notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
       }
+      startWatching();  // the path names a new file now
     }
   }
   done(result->outcome);
@@ -495,6 +526,211 @@ void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResu
     w(persistence::SaveOutcome{persistence::SaveOutcome::Kind::coalescedIntoInFlightSave, result->outcome.strategy,
                                std::nullopt});
   }
+}
+
+std::string Document::fileName() const { return std::filesystem::path(path_).filename().string(); }
+
+void Document::setLiveFileHandler(std::function<void(const LiveFileNotice&)> handler) {
+  liveHandler_ = std::move(handler);
+}
+
+void Document::liveNotice(LiveFileNotice notice) {
+  if (liveHandler_) liveHandler_(notice);
+  status(notice.message);
+}
+
+void Document::startWatching() {
+  watcher_.reset();
+  const uint64_t generation = ++watcherGeneration_;
+  if (!options_.watchFile || isUntitled()) return;
+  auto watcher = live::FileWatcher::create(path_, [weak = weak_from_this(), main = options_.mainQueue,
+                                                   generation](live::FileWatcher::Event event) {
+    main->post([weak, generation, event] {
+      if (const auto doc = weak.lock()) doc->handleWatcherEvent(generation, event, std::nullopt);
+    });
+  });
+  if (!watcher) {
+    base::logLine("cannot watch " + path_ + ": " + watcher.error().describe());
+    return;
+  }
+  watcher_ = std::move(*watcher);
+}
+
+void Document::handleWatcherEvent(uint64_t generation, live::FileWatcher::Event event,
+                                  std::optional<std::filesystem::path>) {
+  if (generation != watcherGeneration_ || !watcher_) return;
+  using Event = live::FileWatcher::Event;
+  const std::string name = fileName();
+  switch (event) {
+    case Event::write:
+      // Our own saves write too, and a followed file is read by its follower.
+      if (isSaving() || follower_) return;
+      if (identity_ && watcher_->lastIdentity() == *identity_) return;
+      outsideChange(LiveFileNotice::Kind::reloaded);
+      return;
+    case Event::rename: {
+      const auto newPath = watcher_->pathAtLastEvent();
+      if (!newPath) return;
+      path_ = newPath->string();
+      liveNotice({LiveFileNotice::Kind::renamed,
+                  "\u201c" + name + "\u201d was renamed to \u201c" + newPath->filename().string() + "\u201d",
+                  path_, 0, false});
+      startWatching();
+      return;
+    }
+    case Event::delete_:
+      if (isSaving()) return;  // our rewrite replaced it; the save watches the new file
+      if (std::filesystem::exists(path_)) {
+        // Replaced by another file under the same name.
+        startWatching();
+        outsideChange(LiveFileNotice::Kind::reloaded);
+        return;
+      }
+      fileMissing_ = true;
+      watcher_.reset();
+      liveNotice({LiveFileNotice::Kind::deleted,
+                  "\u201c" + name + "\u201d was deleted from disk \u2014 its text is kept here; save to write it again",
+                  std::nullopt, 0, false});
+      return;
+    case Event::revoke:
+      watcher_.reset();
+      liveNotice({LiveFileNotice::Kind::volumeGone,
+                  "The volume holding \u201c" + name + "\u201d went away \u2014 its text is kept here", std::nullopt,
+                  0, false});
+      return;
+  }
+}
+
+void Document::outsideChange(LiveFileNotice::Kind quietKind) {
+  const std::string name = fileName();
+  if (isModified()) {
+    externallyModified_ = true;
+    liveNotice({LiveFileNotice::Kind::externalChange,
+                "\u201c" + name + "\u201d changed on disk. Reload it, or keep your version?", std::nullopt, 0, false});
+    return;
+  }
+  if (reload()) {
+    const bool truncated = quietKind == LiveFileNotice::Kind::truncated;
+    liveNotice({quietKind,
+                "\u201c" + name + "\u201d " + (truncated ? "was truncated" : "changed on disk") + " and was reloaded",
+                std::nullopt, 0, false});
+  }
+}
+
+void Document::resolveExternalChange(bool reloadIt) {
+  if (reloadIt) {
+    reload();
+  } else {
+    externallyModified_ = false;  // the file's identity stays the old one, so the next save rewrites it
+  }
+}
+
+bool Document::reload() {
+  if (isUntitled()) return false;
+  auto loaded = loadText(path_, sourceEncoding_ ? sourceEncoding_ : std::optional(encoding()), options_);
+  if (!loaded) {
+    status(loaded.error().describe());
+    return false;
+  }
+  const bool wasFollowing = follower_ != nullptr;
+  follower_.reset();
+  identity_ = loaded->identity;
+  sourceEncoding_ = loaded->sourceEncoding;
+  sourceHadByteOrderMark_ = loaded->sourceHadByteOrderMark;
+  transcodeSubstitutions_ = loaded->substitutions;
+  if (loaded->workingScratch) workingScratch_ = std::move(loaded->workingScratch);
+  externallyModified_ = false;
+  fileMissing_ = false;
+  attachText(loaded->original);
+  undo_->clear();  // the history describes the text that was replaced
+  undo_->markSaved();
+  const int64_t length = table_->totalLength();
+  notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
+  if (wasFollowing) (void)startFollowing();
+  return true;
+}
+
+std::expected<void, std::string> Document::startFollowing() {
+  if (isUntitled()) return std::unexpected(std::string("Only a file on disk can be followed."));
+  if (isTranscoded()) return std::unexpected(std::string("Following works for UTF-8 files only."));
+  if (follower_) {
+    follower_->start();
+    return {};
+  }
+  live::TailFollower::Callbacks callbacks;
+  const std::weak_ptr<Document> weak = weak_from_this();
+  auto with = [weak](auto fn) {
+    return [weak, fn](auto... args) {
+      if (const auto doc = weak.lock()) fn(*doc, args...);
+    };
+  };
+  callbacks.onTruncationDetected = with([](Document& d) {
+    d.outsideChange(LiveFileNotice::Kind::truncated);
+  });
+  callbacks.onRotationDetected = with([](Document& d) {
+    d.liveNotice({LiveFileNotice::Kind::rotated,
+                  "\u201c" + d.fileName() + "\u201d was rotated \u2014 a new file has its name now. Switch to it?",
+                  d.path_, 0, false});
+  });
+  callbacks.onDeleted = with([](Document& d) {
+    d.fileMissing_ = true;
+    d.liveNotice({LiveFileNotice::Kind::deleted,
+                  "\u201c" + d.fileName() + "\u201d was deleted from disk \u2014 its text is kept here", std::nullopt,
+                  0, false});
+  });
+  callbacks.onReadError = with([](Document& d, int err) {
+    d.liveNotice({LiveFileNotice::Kind::readError, "Reading \u201c" + d.fileName() + "\u201d failed: " +
+                  base::errnoText(err), std::nullopt, 0, false});
+  });
+  callbacks.onLagChanged = with([](Document& d, int64_t lag) {
+    const bool far = lag > live::TailFollower::kCatchUpLagBytes;
+    d.liveNotice({LiveFileNotice::Kind::lagChanged,
+                  lag == 0 ? std::string("Following live")
+                           : base::formatByteCount(lag) + " behind the live file" + (far ? " \u2014 Catch Up to Live?" : ""),
+                  std::nullopt, lag, far});
+  });
+  const int64_t start = identity_ ? identity_->size : table_->totalLength() + table_->originalBuffer().contentStart();
+  auto follower = live::TailFollower::create(path_, std::weak_ptr<live::TailSink>(shared_from_this()), start, false,
+                                             1.0, *options_.mainQueue, std::move(callbacks),
+                                             options_.fileIo ? *options_.fileIo : persistence::FileIo::system());
+  if (!follower) return std::unexpected(follower.error().describe());
+  follower_ = std::move(*follower);
+  follower_->start();
+  return {};
+}
+
+void Document::stopFollowing() {
+  if (follower_) follower_->stop();
+}
+
+bool Document::acceptFollowedBytes(std::string_view bytes) {
+  const EditResult edit = table_->insert(bytes, table_->totalLength());
+  index_->apply(edit);
+  notify({DocumentChange::Kind::append, edit, false});
+  return true;
+}
+
+void Document::catchUpToLive() {
+  if (!follower_) return;
+  const int64_t before = follower_->lastKnownLength();
+  follower_->skipToLiveEnd();
+  const int64_t after = follower_->lastKnownLength();
+  if (after <= before) return;
+  skippedRanges_.push_back({before, after});
+  liveNotice({LiveFileNotice::Kind::caughtUp,
+              "Skipped " + base::formatByteCount(after - before) + " of \u201c" + fileName() +
+                  "\u201d \u2014 following the live end",
+              std::nullopt, 0, false});
+}
+
+bool Document::switchToRotatedFile() {
+  if (isModified()) return false;  // the user saves (or discards) first
+  const bool wasFollowing = follower_ != nullptr;
+  follower_.reset();
+  if (!reload()) return false;
+  startWatching();
+  if (wasFollowing) (void)startFollowing();
+  return true;
 }
 
 int Document::addChangeListener(std::function<void(const DocumentChange&)> listener) {

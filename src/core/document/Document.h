@@ -15,6 +15,8 @@
 #include "storage/FileIdentity.h"
 #include "persistence/CompactionScheduler.h"
 #include "persistence/SaveCoordinator.h"
+#include "live/FileWatcher.h"
+#include "live/TailFollower.h"
 #include "persistence/UndoStore.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/LargeFileOpenMode.h"
@@ -36,7 +38,7 @@ namespace quorin::document {
 // passes and the compaction job hold the document's parts weakly, so closing
 // a document (dropping the last reference) ends them. Thread-safety: main
 // thread only, like the views it serves; snapshots go to any thread.
-class Document : public std::enable_shared_from_this<Document> {
+class Document : public std::enable_shared_from_this<Document>, public live::TailSink {
  public:
   static std::expected<std::shared_ptr<Document>, OpenError> open(const std::string& path, OpenOptions options);
   static std::shared_ptr<Document> untitled(OpenOptions options);
@@ -109,6 +111,28 @@ class Document : public std::enable_shared_from_this<Document> {
   void setIndexProgressHandler(std::function<void(const storage::LineIndexProgress&)> handler);
   void setStatusHandler(std::function<void(const std::string&)> handler);
 
+  // Outside changes and following. Notices arrive on the main thread.
+  void setLiveFileHandler(std::function<void(const LiveFileNotice&)> handler);
+  // The user's answer to an externalChange notice: read the file again, or keep this text (the next save
+  // then rewrites the file with it).
+  void resolveExternalChange(bool reload);
+  // Reads the file again, dropping the undo history (it describes the old text).
+  bool reload();
+  bool isExternallyModified() const { return externallyModified_; }
+  bool isFileMissing() const { return fileMissing_; }
+  // Follows the file as another program appends to it (polled once a second). The appended bytes join
+  // the document's end without being an edit: no undo step, not unsaved.
+  std::expected<void, std::string> startFollowing();
+  void stopFollowing();
+  bool isFollowing() const { return follower_ && follower_->isFollowing(); }
+  // Skips the unread bytes of a followed file that has fallen far behind; they stay reachable in the
+  // file at the ranges skippedRanges() lists (file offsets), e.g. to open them as a slice.
+  void catchUpToLive();
+  const std::vector<storage::ByteRange>& skippedRanges() const { return skippedRanges_; }
+  // After a rotation notice: open what the path names now, and follow it.
+  bool switchToRotatedFile();
+  bool acceptFollowedBytes(std::string_view bytes) override;
+
   storage::PieceTable& pieceTable() { return *table_; }
   storage::InMemoryLineIndex& lineIndex() { return *index_; }
   persistence::UndoStore& undoStore() { return *undo_; }
@@ -132,9 +156,15 @@ class Document : public std::enable_shared_from_this<Document> {
   void applyInverse(const persistence::UndoEntry& entry);
   void applyForward(const persistence::UndoEntry& entry);
   void notify(const DocumentChange& change);
+  void startWatching();
+  void handleWatcherEvent(uint64_t generation, live::FileWatcher::Event event,
+                          std::optional<std::filesystem::path> newPath);
+  void outsideChange(LiveFileNotice::Kind quietKind);
+  void liveNotice(LiveFileNotice notice);
+  std::string fileName() const;
   void status(const std::string& text);
 
-  const std::string path_;
+  std::string path_;  // follows the file across renames
   const OpenOptions options_;
   storage::LargeFileOpenMode openMode_ = storage::LargeFileOpenMode::wholeFileVirtual;
   bool readOnly_ = false;
@@ -156,6 +186,12 @@ class Document : public std::enable_shared_from_this<Document> {
   std::optional<text::DetectedEncoding> sourceEncoding_;  // set for a transcoded document
   bool sourceHadByteOrderMark_ = false;
   int64_t transcodeSubstitutions_ = 0;
+  std::unique_ptr<live::FileWatcher> watcher_;
+  uint64_t watcherGeneration_ = 0;  // events of a replaced watcher are ignored
+  std::unique_ptr<live::TailFollower> follower_;
+  std::function<void(const LiveFileNotice&)> liveHandler_;
+  std::vector<storage::ByteRange> skippedRanges_;
+  bool fileMissing_ = false;
 };
 
 }  // namespace quorin::document

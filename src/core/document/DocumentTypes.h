@@ -41,6 +41,7 @@ struct OpenOptions {
   persistence::FileIo* fileIo = nullptr;          // null: the system's
   const persistence::VolumeInfo* volumes = nullptr;
   std::optional<std::filesystem::path> journalDirectory;
+  bool watchFile = true;  // watch the file for outside changes (off in tests that do not need a thread for it)
   storage::LineIndexLimits lineIndexLimits;
   int64_t compactionPieceThreshold = 100'000;
   double compactionIdleSeconds = 2.0;
@@ -70,8 +71,10 @@ struct EditOutcome {
 
 // What listeners hear after every change.
 struct DocumentChange {
-  // reload: same text, new storage (after a save rewrote the file): positions stay valid.
-  enum class Kind { edit, undo, redo, reload };
+  // reload: the text was read again from the file (after an outside change, or
+  // the same text after a save rewrote the file). append: bytes a followed
+  // file grew by, added at the end; not an edit of the user's.
+  enum class Kind { edit, undo, redo, reload, append };
   Kind kind = Kind::edit;
   // The change as one edit of the text before it (a bulk edit as the span
   // from its first to its last site).
@@ -79,6 +82,27 @@ struct DocumentChange {
   // The line index started again instead of taking the edit: line numbers
   // beyond its first pass are unknown until it has caught up.
   bool lineIndexRestarted = false;
+};
+
+// What happened to the file on disk, for the application to show.
+struct LiveFileNotice {
+  enum class Kind {
+    externalChange,  // changed on disk while the document has unsaved edits: offer Reload / Keep Mine
+    reloaded,        // changed on disk, no unsaved edits: read again
+    renamed,         // moved; newPath is where it is now
+    deleted,         // gone from disk; the text is kept
+    volumeGone,      // its volume was unmounted; the text is kept
+    truncated,       // a followed file shrank: read again (or externalChange when edited)
+    rotated,         // a followed file was replaced by a new one: offer to switch
+    lagChanged,      // a followed file's unread bytes (lagBytes); canCatchUp past the threshold
+    readError,       // reading a followed file failed; following stopped
+    caughtUp,        // skipped to the live end
+  };
+  Kind kind;
+  std::string message;
+  std::optional<std::string> newPath;
+  int64_t lagBytes = 0;
+  bool canCatchUp = false;
 };
 
 // Text and line starts at one version, for background jobs.

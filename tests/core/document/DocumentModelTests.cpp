@@ -49,6 +49,7 @@ OpenOptions testOptions(dispatch::MainQueue& main, std::shared_ptr<ManualExecuto
   options.compactionQueue = queue;
   options.saveQueue = queue;
   options.watchMemoryPressure = false;
+  options.watchFile = false;
   options.memory = std::make_shared<FixedMemory>();
   options.lineIndexLimits.firstPassLines = 4;
   options.lineIndexLimits.passLines = 6;
