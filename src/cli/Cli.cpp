@@ -4,8 +4,12 @@
 #include <array>
 #include <string_view>
 
+#include "FollowCommand.h"
 #include "IndexCommand.h"
 #include "InfoCommand.h"
+#include "RecoverCommand.h"
+#include "ReplaceCommand.h"
+#include "SearchCommand.h"
 
 namespace quorin::cli {
 namespace {
@@ -22,6 +26,13 @@ struct Command {
 constexpr std::array kCommands = {
     Command{"info", "FILE [--json]", "print the file's length, encoding and line ending", &runInfo},
     Command{"index", "FILE [--json]", "build the line index; print the line count, tier and timings", &runIndex},
+    Command{"follow", "[--from-start] FILE", "print what is appended to FILE as it arrives (like tail -F)", &runFollow},
+    Command{"recover", "[--restore|--discard] [JOURNAL...]",
+            "list the journals of interrupted saves; restore or discard them", &runRecover},
+    Command{"replace", "[--regex] [-i] [-w] [--escapes] [--dry-run] PATTERN REPLACEMENT FILE",
+            "replace every match as one edit and save (in place when lengths are kept)", &runReplace},
+    Command{"search", "[--regex] [-i] [-w] [--escapes] [--count] [--json] PATTERN FILE",
+            "print the matches of PATTERN (line, byte offset, line text) or their count", &runSearch},
 };
 
 bool isHelp(std::string_view arg) { return arg == "--help" || arg == "-h"; }

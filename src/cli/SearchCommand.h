@@ -1,0 +1,18 @@
+#pragma once
+
+#include <ostream>
+#include <span>
+#include <string>
+
+namespace quorin::cli {
+
+// `search [--regex] [-i] [-w] [--escapes] [--count] [--json] PATTERN FILE`:
+// searches FILE as the find bar does (same engine, cap of 2,000,000 stored
+// matches) and prints one line per match, "LINE:OFFSET:TEXT" (1-based line
+// number, document byte offset, the line's text), or the total count, or
+// one JSON object (with the matches, or with --count only the totals and
+// the search time). Exits 0 when something matched, 1 when nothing did, 2 on
+// an error (an invalid regex, an unreadable file, a search that timed out).
+int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+
+}  // namespace quorin::cli

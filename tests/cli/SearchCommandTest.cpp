@@ -1,0 +1,69 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Cli.h"
+#include "support/TempDir.h"
+
+namespace quorin::cli {
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+Outcome run(std::vector<std::string> args) {
+  std::ostringstream out, err;
+  const int status = runCli(args, out, err);
+  return {status, out.str(), err.str()};
+}
+
+TEST(CliSearchTest, PrintsLineOffsetAndTextPerMatch) {
+  testing::TempDir dir;
+  const std::string path = dir.write("log.txt", "INFO start\nERROR disk full\r\nWARN x\nerror again\n");
+  const Outcome plain = run({"search", "ERROR", path});
+  EXPECT_EQ(plain.status, 0);
+  EXPECT_EQ(plain.out, "2:11:ERROR disk full\n");
+
+  EXPECT_EQ(run({"search", "-i", "error", path}).out, "2:11:ERROR disk full\n4:35:error again\n");
+  EXPECT_EQ(run({"search", "--count", "-i", "error", path}).out, "2\n");
+  EXPECT_TRUE(run({"search", "--count", "--json", "-i", "error", path})
+                  .out.starts_with("{\"path\":\"" + path +
+                                   "\",\"totalMatchCount\":2,\"truncated\":false,"
+                                   "\"timedOut\":false,\"elapsedSeconds\":"));
+  EXPECT_EQ(run({"search", "--regex", "^(INFO|WARN) \\w+$", path}).out, "1:0:INFO start\n3:28:WARN x\n");
+  // Escapes find a match across the CR LF; "-w" keeps whole words only.
+  EXPECT_EQ(run({"search", "--escapes", "full\\r\\nWARN", path}).out, "2:22:ERROR disk full\n");
+  EXPECT_EQ(run({"search", "-w", "-i", "disk", path}).status, 0);
+  EXPECT_EQ(run({"search", "-w", "dis", path}).status, 1);
+
+  const Outcome json = run({"search", "--json", "x$", path, "--regex"});
+  EXPECT_TRUE(json.out.starts_with("{\"path\":\"" + path + "\",\"totalMatchCount\":1,\"truncated\":false,"))
+      << json.out;
+  EXPECT_NE(json.out.find("\"matches\":[{\"line\":3,\"offset\":33,\"length\":1,\"text\":\"WARN x\"}]}"),
+            std::string::npos)
+      << json.out;
+}
+
+TEST(CliSearchTest, NothingFoundIsOneAndErrorsAreTwo) {
+  testing::TempDir dir;
+  const std::string path = dir.write("log.txt", "alpha\nbeta\n");
+  EXPECT_EQ(run({"search", "gamma", path}).status, 1);
+  EXPECT_EQ(run({"search", "--count", "gamma", path}).out, "0\n");
+  EXPECT_EQ(run({"search", "", path}).status, 1);
+
+  const Outcome bad = run({"search", "--regex", "a(b", path});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.err, "quorin-cli: Invalid regex: missing closing parenthesis\n");
+
+  EXPECT_EQ(run({"search", "alpha"}).status, 2);
+  const std::string missing = (dir.path() / "missing.log").string();
+  EXPECT_EQ(run({"search", "a", missing}).err,
+            "quorin-cli: open(" + missing + ") failed: No such file or directory\n");
+}
+
+}  // namespace
+}  // namespace quorin::cli
