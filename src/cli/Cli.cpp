@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "CompareCommand.h"
 #include "FollowCommand.h"
 #include "IndexCommand.h"
 #include "InfoCommand.h"
@@ -26,6 +27,8 @@ struct Command {
 constexpr std::array kCommands = {
     Command{"info", "FILE [--json]", "print the file's length, encoding and line ending", &runInfo},
     Command{"index", "FILE [--json]", "build the line index; print the line count, tier and timings", &runIndex},
+    Command{"compare", "[--ignore-whitespace] [--ignore-case] [--report FILE] [--json] LEFT RIGHT",
+            "compare two files line by line; print the changes, notices and a summary", &runCompare},
     Command{"follow", "[--from-start] FILE", "print what is appended to FILE as it arrives (like tail -F)", &runFollow},
     Command{"recover", "[--restore|--discard] [JOURNAL...]",
             "list the journals of interrupted saves; restore or discard them", &runRecover},
