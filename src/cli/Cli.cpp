@@ -5,7 +5,9 @@
 #include <string_view>
 
 #include "CompareCommand.h"
+#include "CsvCommand.h"
 #include "FollowCommand.h"
+#include "GotoCommand.h"
 #include "IndexCommand.h"
 #include "InfoCommand.h"
 #include "RecoverCommand.h"
@@ -30,6 +32,10 @@ constexpr std::array kCommands = {
     Command{"compare", "[--ignore-whitespace] [--ignore-case] [--report FILE] [--json] LEFT RIGHT",
             "compare two files line by line; print the changes, notices and a summary", &runCompare},
     Command{"follow", "[--from-start] FILE", "print what is appended to FILE as it arrives (like tail -F)", &runFollow},
+    Command{"csv", "[--json] [--rows] [--delimiter D] FILE",
+            "index FILE as a table; print its structure, or every row as a JSON array (--rows)", &runCsv},
+    Command{"goto", "[--json] TEXT", "parse a go-to target (42, 50%, b1234, r1234, 12:34, +5m) or say why not",
+            &runGoto},
     Command{"recover", "[--restore|--discard] [JOURNAL...]",
             "list the journals of interrupted saves; restore or discard them", &runRecover},
     Command{"replace", "[--regex] [-i] [-w] [--escapes] [--dry-run] PATTERN REPLACEMENT FILE",

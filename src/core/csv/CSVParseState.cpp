@@ -1,0 +1,88 @@
+#include "csv/CSVParseState.h"
+
+namespace quorin::csv {
+
+std::string_view rawValue(CSVParseState state) {
+  switch (state) {
+    case CSVParseState::normal: return "Normal";
+    case CSVParseState::warning: return "Warning";
+    case CSVParseState::degraded: return "Degraded";
+    case CSVParseState::failed: return "Failed";
+  }
+  return "Failed";
+}
+
+CSVParseState gradeState(const CSVStructureStats& stats) {
+  if (stats.rowCount < 1 || stats.expectedColumns < 1) return CSVParseState::failed;
+  if (stats.maxContiguousMalformed > 20) return CSVParseState::degraded;
+  if (static_cast<double>(stats.malformedRowCount) / static_cast<double>(stats.rowCount) > 0.1)
+    return CSVParseState::degraded;
+  return stats.malformedRowCount < 1 ? CSVParseState::normal : CSVParseState::warning;
+}
+
+std::optional<std::string_view> cellEditRefusal(CSVParseState state, bool readOnly) {
+  if (readOnly) return kReadOnlyCellsMessage;
+  if (state == CSVParseState::degraded || state == CSVParseState::failed) return kCellEditingDisabledMessage;
+  return std::nullopt;
+}
+
+std::string groupDigits(int64_t number, std::string_view separator) {
+  const bool negative = number < 0;
+  // Through unsigned so that INT64_MIN has a magnitude too.
+  uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(number) : static_cast<uint64_t>(number);
+  std::string digits = std::to_string(magnitude);
+  std::string out;
+  for (size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) out.append(separator);
+    out.push_back(digits[i]);
+  }
+  return negative ? "-" + out : out;
+}
+
+std::optional<std::string> CSVStateAnnouncer::adoptFreshIndex(const CSVStructureStats& stats,
+                                                              CSVParseState state) {
+  effective_ = state;
+  pending_.reset();
+  pendingCount_ = 0;
+  if (stats.rowCount == 0) return std::nullopt;
+  if (state == CSVParseState::warning) {
+    const int64_t count = stats.malformedRowCount;
+    return "CSV parsed with " + groupDigits(count, groupSeparator_) + " problematic row" +
+           (count == 1 ? "" : "s") + " — see gutter markers";
+  }
+  if (state == CSVParseState::degraded) return "CSV structure issues. Column editing disabled.";
+  return std::nullopt;
+}
+
+std::optional<std::string> CSVStateAnnouncer::observe(CSVParseState state) {
+  if (!effective_) {
+    effective_ = state;
+    return std::nullopt;
+  }
+  if (state == *effective_) {
+    pending_.reset();
+    pendingCount_ = 0;
+    return std::nullopt;
+  }
+  if (state > *effective_) {
+    effective_ = state;
+    pending_.reset();
+    pendingCount_ = 0;
+    if (state == CSVParseState::degraded)
+      return "CSV structure changed. Column editing disabled until structure is repaired.";
+    return "CSV structure issues detected — state: " + std::string(rawValue(state));
+  }
+  if (pending_ != state) {
+    pending_ = state;
+    pendingCount_ = 1;
+    return std::nullopt;
+  }
+  if (++pendingCount_ < 2) return std::nullopt;
+  effective_ = state;
+  pending_.reset();
+  pendingCount_ = 0;
+  if (state == CSVParseState::normal) return "CSV structure repaired — full editing available";
+  return "CSV state improved — " + std::string(rawValue(state));
+}
+
+}  // namespace quorin::csv
