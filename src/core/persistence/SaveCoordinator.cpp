@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "base/Log.h"
+#include "base/PageAligned.h"
 #include "persistence/PatchJournal.h"
 
 namespace quorin::persistence {
@@ -230,10 +231,10 @@ std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(c
     return 0;
   };
 
-  const auto buffer = std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(kRewriteChunk));
+  base::ReadBuffer buffer(static_cast<size_t>(kRewriteChunk));
   for (int64_t at = 0; at < length || (encoder && at == length); at += kRewriteChunk) {
-    const int64_t got = at < length ? text.copyBytes({at, std::min(length, at + kRewriteChunk)}, buffer.get()) : 0;
-    std::string_view chunk(reinterpret_cast<const char*>(buffer.get()), static_cast<size_t>(got));
+    const int64_t got = at < length ? text.copyBytes({at, std::min(length, at + kRewriteChunk)}, buffer.data()) : 0;
+    std::string_view chunk(reinterpret_cast<const char*>(buffer.data()), static_cast<size_t>(got));
     const bool last = at + kRewriteChunk >= length;
     if (encoder) {
       auto encoded = encoder(chunk, last);

@@ -1,5 +1,7 @@
 #include "search/SearchEngine.h"
 
+#include "base/PageAligned.h"
+
 #include <algorithm>
 #include <cstring>
 #include <vector>
@@ -150,7 +152,7 @@ class ChunkCollector final : public MatchCollector {
 // The first line start at or after `offset` (the offset itself when the byte
 // before it is a line break), or `limit`.
 int64_t nextLineStart(const storage::PieceTableSnapshot& text, int64_t offset, int64_t limit,
-                      uint8_t terminator, std::vector<uint8_t>& buffer) {
+                      uint8_t terminator, base::ReadBuffer& buffer) {
   if (offset <= 0) return 0;
   int64_t at = offset - 1;
   constexpr int64_t kStep = 64 * 1024;
@@ -175,7 +177,7 @@ struct ChunkOutcome {
 // the largest window); without, they are fixed blocks (the serial scan).
 ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t windowBytes) {
   ChunkOutcome outcome;
-  std::vector<uint8_t> buffer;
+  base::ReadBuffer buffer;
   const int64_t total = run.text.totalLength();
   if (chunk.snapStart) chunk.start = nextLineStart(run.text, chunk.start, total, run.terminator, buffer);
   if (chunk.snapEnd) chunk.end = nextLineStart(run.text, chunk.end, total, run.terminator, buffer);

@@ -1,5 +1,7 @@
 #include "storage/LineScanner.h"
 
+#include "base/PageAligned.h"
+
 #include <algorithm>
 #include <memory>
 
@@ -45,17 +47,17 @@ LineScanResult scanLineStarts(const PieceTableSnapshot& text, const LineScanRequ
   if (request.to <= request.from || request.maxLines <= 0) return result;
 
   const int64_t chunkBytes = std::max<int64_t>(request.chunkBytes, 1);
-  const auto buffer = std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(chunkBytes));
+  base::ReadBuffer buffer(static_cast<size_t>(chunkBytes));
   auto keep = [&](int64_t start) {
     return start < request.baseEnd || (start == request.baseEnd && request.startAtEndCounts);
   };
 
   for (int64_t chunkStart = request.from; chunkStart < request.to; chunkStart += chunkBytes) {
     const int64_t chunkEnd = std::min(chunkStart + chunkBytes, request.to);
-    const int64_t got = text.copyBytes({chunkStart + request.readShift, chunkEnd + request.readShift}, buffer.get());
+    const int64_t got = text.copyBytes({chunkStart + request.readShift, chunkEnd + request.readShift}, buffer.data());
     ++result.chunks;
     bool full = false;
-    forEachByte(buffer.get(), static_cast<size_t>(got), request.terminator, [&](size_t at) {
+    forEachByte(buffer.data(), static_cast<size_t>(got), request.terminator, [&](size_t at) {
       const int64_t start = chunkStart + static_cast<int64_t>(at) + 1;
       if (!keep(start)) return true;
       result.starts.push_back(start);
