@@ -26,6 +26,10 @@ class SystemFileIo final : public FileIo {
 
 }  // namespace
 
+ssize_t FileIo::copyFileRange(int in, off_t* inOffset, int out, size_t size) {
+  return ::copy_file_range(in, inOffset, out, nullptr, size, 0);
+}
+
 FileIo& FileIo::system() {
   static SystemFileIo io;
   return io;

@@ -24,6 +24,10 @@ class FileIo {
   virtual int fstat(int fd, struct stat* st) = 0;
   virtual int flock(int fd, int operation) = 0;
   virtual int rename(const char* from, const char* to) = 0;
+  // In-kernel copy of `size` bytes from `in` at *inOffset (advanced) to `out`
+  // at its current position; fails with EXDEV, ENOSYS or EINVAL where the
+  // kernel or the file systems cannot, and the caller then copies itself.
+  virtual ssize_t copyFileRange(int in, off_t* inOffset, int out, size_t size);
 
   // The real thing.
   static FileIo& system();

@@ -232,18 +232,57 @@ std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(c
   };
 
   base::ReadBuffer buffer(static_cast<size_t>(kRewriteChunk));
-  for (int64_t at = 0; at < length || (encoder && at == length); at += kRewriteChunk) {
-    const int64_t got = at < length ? text.copyBytes({at, std::min(length, at + kRewriteChunk)}, buffer.data()) : 0;
-    std::string_view chunk(reinterpret_cast<const char*>(buffer.data()), static_cast<size_t>(got));
-    const bool last = at + kRewriteChunk >= length;
-    if (encoder) {
-      auto encoded = encoder(chunk, last);
-      if (!encoded) return fail(saveError(K::encodingIncompatible, 0, encoded.error()));
-      if (int err = writeAll(*encoded)) return fail(saveError(K::writeFailed, err));
-      if (last) break;
-    } else if (int err = writeAll(chunk)) {
-      return fail(saveError(K::writeFailed, err));
+  // Copies document bytes [from, to) through the buffer (encoding them when asked).
+  auto copyThrough = [&](int64_t from, int64_t to, bool lastSpan) -> std::optional<SaveError> {
+    for (int64_t at = from; at < to || (encoder && lastSpan && at == to); at += kRewriteChunk) {
+      const int64_t got = at < to ? text.copyBytes({at, std::min(to, at + kRewriteChunk)}, buffer.data()) : 0;
+      std::string_view chunk(reinterpret_cast<const char*>(buffer.data()), static_cast<size_t>(got));
+      const bool last = lastSpan && at + kRewriteChunk >= to;
+      if (encoder) {
+        auto encoded = encoder(chunk, last);
+        if (!encoded) return saveError(K::encodingIncompatible, 0, encoded.error());
+        if (int err = writeAll(*encoded)) return saveError(K::writeFailed, err);
+        if (last) break;
+      } else if (int err = writeAll(chunk)) {
+        return saveError(K::writeFailed, err);
+      }
     }
+    return std::nullopt;
+  };
+  // Bytes of the original file are copied by the kernel, file to file, as cp does: no trip through our
+  // memory, and file systems that can share extents do. Inserted bytes, a re-encoding, or a kernel that
+  // cannot, go through the buffer.
+  bool kernelCopy = !encoder && text.originalBuffer().mmap().fd() >= 0;
+  const auto& pieces = text.pieces();
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    const int64_t start = i == 0 ? 0 : text.prefixLengths()[i - 1];
+    const int64_t end = text.prefixLengths()[i];
+    const bool lastSpan = i + 1 == pieces.size();
+    if (kernelCopy && pieces[i].source == storage::PieceSource::original) {
+      off_t offset = static_cast<off_t>(pieces[i].offset);
+      int64_t left = end - start;
+      while (left > 0) {
+        const ssize_t n = io_.copyFileRange(text.originalBuffer().mmap().fd(), &offset, fd, static_cast<size_t>(left));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
+          kernelCopy = false;
+          break;
+        }
+        if (n < 0) return fail(saveError(K::writeFailed, errno));
+        if (n == 0) {  // the file shrank behind us: what is gone is gone, as in every other read
+          left = 0;
+          break;
+        }
+        left -= n;
+      }
+      if (left == 0) continue;
+      if (auto error = copyThrough(end - left, end, lastSpan)) return fail(*error);
+      continue;
+    }
+    if (auto error = copyThrough(start, end, lastSpan)) return fail(*error);
+  }
+  if (pieces.empty() && encoder) {
+    if (auto error = copyThrough(0, 0, true)) return fail(*error);
   }
   if (durableFlush(io_, fd) != 0) return fail(saveError(K::fsyncFailed, errno));
   // The new file takes the old one's permissions and, where we may, its owner.

@@ -31,6 +31,7 @@ class FakeIo final : public FileIo {
   std::function<int(int)> onFsync;
   std::function<int(int, struct stat*)> onFstat;
   std::function<int(const char*, const char*)> onRename;
+  std::function<ssize_t(int, off_t*, int, size_t)> onCopy;
   FileIo& real = FileIo::system();
 
   int open(const char* p, int f, mode_t m) override { return onOpen ? onOpen(p, f, m) : real.open(p, f, m); }
@@ -44,6 +45,9 @@ class FakeIo final : public FileIo {
   int fstat(int fd, struct stat* st) override { return onFstat ? onFstat(fd, st) : real.fstat(fd, st); }
   int flock(int fd, int op) override { return real.flock(fd, op); }
   int rename(const char* a, const char* b) override { return onRename ? onRename(a, b) : real.rename(a, b); }
+  ssize_t copyFileRange(int in, off_t* o, int out, size_t n) override {
+    return onCopy ? onCopy(in, o, out, n) : real.copyFileRange(in, o, out, n);
+  }
 };
 
 class FakeVolumes final : public VolumeInfo {
@@ -210,7 +214,15 @@ TEST(SaveInPlace, CapsAtTheirExactBoundaries) {
 TEST(SaveRewrite, FailuresLeaveTheTargetByteIdentical) {
   const std::vector<std::pair<std::string, std::function<void(FakeIo&, FakeVolumes&)>>> failures = {
       {"write failed during save: No space left on device",
-       [](FakeIo& io, FakeVolumes&) { io.onWrite = [](int, const void*, size_t) -> ssize_t { return failWith(ENOSPC); }; }},
+       [](FakeIo& io, FakeVolumes&) {
+         io.onWrite = [](int, const void*, size_t) -> ssize_t { return failWith(ENOSPC); };
+         io.onCopy = [](int, off_t*, int, size_t) -> ssize_t { return failWith(ENOSPC); };
+       }},
+      {"write failed during save: Input/output error",  // a kernel that cannot copy: buffered, then failing
+       [](FakeIo& io, FakeVolumes&) {
+         io.onCopy = [](int, off_t*, int, size_t) -> ssize_t { return failWith(EXDEV); };
+         io.onWrite = [](int, const void*, size_t) -> ssize_t { return failWith(EIO); };
+       }},
       {"fsync failed during save: Input/output error",
        [](FakeIo& io, FakeVolumes&) { io.onFsync = [](int) { return failWith(EIO); }; }},
       {"rename failed during save: Permission denied",
