@@ -1,6 +1,8 @@
 #include "document/Document.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -8,6 +10,7 @@
 #include "base/Check.h"
 #include "base/Errno.h"
 #include "base/Log.h"
+#include "base/PageAligned.h"
 #include "dispatch/SerialQueue.h"
 #include "dispatch/WeakTask.h"
 #include "text/Encoder.h"
@@ -66,6 +69,7 @@ struct LoadedText {
   bool sourceHadByteOrderMark = false;
   int64_t substitutions = 0;
   std::unique_ptr<storage::ScratchDirectory> workingScratch;
+  std::optional<std::filesystem::path> workingCopy;
 };
 
 std::expected<LoadedText, OpenError> loadText(const std::string& path, std::optional<text::DetectedEncoding> chosen,
@@ -104,6 +108,7 @@ std::expected<LoadedText, OpenError> loadText(const std::string& path, std::opti
   loaded.sourceHadByteOrderMark = summary->markBytes > 0;
   loaded.substitutions = summary->substitutions;
   loaded.workingScratch = std::move(*scratch);
+  loaded.workingCopy = working;
   return loaded;
 }
 
@@ -120,6 +125,7 @@ std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::st
   doc->sourceHadByteOrderMark_ = loaded->sourceHadByteOrderMark;
   doc->transcodeSubstitutions_ = loaded->substitutions;
   doc->workingScratch_ = std::move(loaded->workingScratch);
+  doc->workingCopyPath_ = loaded->workingCopy;
   doc->setUp(loaded->original);
   doc->startWatching();
   return doc;
@@ -427,6 +433,31 @@ void Document::markSaved(std::optional<storage::FileIdentity> newIdentity) {
 
 namespace {
 
+// The snapshot's (UTF-8) text as a new working copy in `directory`; absent when it could not be written.
+std::optional<std::filesystem::path> writeWorkingCopy(const storage::PieceTableSnapshot& text,
+                                                      const std::filesystem::path& directory) {
+  const auto path = directory / text::newWorkingCopyFileName();
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) return std::nullopt;
+  base::ReadBuffer buffer(size_t{4} << 20);
+  bool ok = true;
+  for (int64_t at = 0; ok && at < text.totalLength(); at += static_cast<int64_t>(buffer.size())) {
+    const int64_t got = text.copyBytes({at, at + static_cast<int64_t>(buffer.size())}, buffer.data());
+    for (int64_t done = 0; ok && done < got;) {
+      const ssize_t n = ::write(fd, buffer.data() + done, static_cast<size_t>(got - done));
+      if (n < 0 && errno == EINTR) continue;
+      ok = n > 0;
+      if (ok) done += n;
+    }
+  }
+  ::close(fd);
+  if (!ok) {
+    std::filesystem::remove(path);
+    return std::nullopt;
+  }
+  return path;
+}
+
 std::shared_ptr<dispatch::Executor> sharedSaveQueue() {
   static const auto queue =
       std::make_shared<dispatch::SerialQueue>("quorin.save", dispatch::QualityOfService::userInitiated);
@@ -483,18 +514,22 @@ void Document::save(SaveCompletion done) {
   auto queue = options_.saveQueue ? options_.saveQueue : sharedSaveQueue();
   queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo, volumes = options_.volumes,
                 journals = options_.journalDirectory, main = options_.mainQueue, startedAt,
+                workingDir = workingScratch_ ? std::optional(workingScratch_->path()) : std::nullopt,
                 done = std::move(done)]() mutable {
     persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
                                              volumes ? *volumes : persistence::VolumeInfo::system(), journals);
     auto result = coordinator.save(job);
-    main->post([weak, startedAt, result = std::move(result), done = std::move(done)]() mutable {
-      if (const auto doc = weak.lock()) doc->finishSave(startedAt, std::move(result), std::move(done));
+    // A transcoded document goes on over a fresh working copy of exactly the text just saved.
+    std::optional<std::filesystem::path> freshCopy;
+    if (result && job.transcoded && workingDir) freshCopy = writeWorkingCopy(job.snapshot, *workingDir);
+    main->post([weak, startedAt, result = std::move(result), freshCopy, done = std::move(done)]() mutable {
+      if (const auto doc = weak.lock()) doc->finishSave(startedAt, std::move(result), freshCopy, std::move(done));
     });
   });
 }
 
 void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResult, persistence::SaveError> result,
-                          SaveCompletion done) {
+                          std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done) {
   saveInFlightVersion_.reset();
   auto waiting = std::exchange(coalescedSaves_, {});
   if (!result) {
@@ -504,21 +539,29 @@ void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResu
   }
   identity_ = result->newIdentity;
   const bool unchanged = version() == startedAt;
+  if (result->outcome.strategy == persistence::SaveStrategy::atomicRewrite) startWatching();  // a new file
   if (!unchanged) {
     // Edited while saving: the file holds text the history has moved past.
     undo_->invalidateSavePoint();
+    if (freshWorkingCopy) std::filesystem::remove(*freshWorkingCopy);
   } else {
     undo_->markSaved();
-    // A transcoded document carries on over its working copy, which still holds exactly its text.
-    if (result->outcome.strategy == persistence::SaveStrategy::atomicRewrite && !isTranscoded()) {
-      // Map the new file (the old one's disk space is freed once nothing maps it). Same text: the history
-      // and every position stay valid.
-      if (auto mapped = storage::MMapWrapper::open(path_)) {
-        attachText(storage::OriginalBuffer::make(*mapped, table_->encoding()));
-        const int64_t length = table_->totalLength();
-        notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
+    // Same text either way, so the history and every position stay valid.
+    std::shared_ptr<const storage::OriginalBuffer> fresh;
+    if (isTranscoded() && freshWorkingCopy) {
+      if (auto mapped = storage::MMapWrapper::open(freshWorkingCopy->string())) {
+        fresh = storage::OriginalBuffer::make(*mapped, text::DetectedEncoding::utf8);
+        if (workingCopyPath_) std::filesystem::remove(*workingCopyPath_);  // still mapped until let go
+        workingCopyPath_ = *freshWorkingCopy;
       }
-      startWatching();  // the path names a new file now
+    } else if (!isTranscoded() && result->outcome.strategy == persistence::SaveStrategy::atomicRewrite) {
+      // The new file; the old one's disk space is freed once nothing maps it.
+      if (auto mapped = storage::MMapWrapper::open(path_)) fresh = storage::OriginalBuffer::make(*mapped, table_->encoding());
+    }
+    if (fresh) {
+      attachText(fresh);
+      const int64_t length = table_->totalLength();
+      notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
     }
   }
   done(result->outcome);
@@ -639,6 +682,7 @@ bool Document::reload() {
   sourceHadByteOrderMark_ = loaded->sourceHadByteOrderMark;
   transcodeSubstitutions_ = loaded->substitutions;
   if (loaded->workingScratch) workingScratch_ = std::move(loaded->workingScratch);
+  workingCopyPath_ = loaded->workingCopy;
   externallyModified_ = false;
   fileMissing_ = false;
   attachText(loaded->original);

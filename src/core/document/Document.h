@@ -144,7 +144,7 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // The table, line index and compaction over `original` (at open, and after a rewrite).
   void attachText(std::shared_ptr<const storage::OriginalBuffer> original);
   void finishSave(int64_t version, std::expected<persistence::SaveResult, persistence::SaveError> result,
-                  SaveCompletion done);
+                  std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done);
   std::optional<EditRefusal> refusalFor(storage::ByteRange range) const;
   // Records the edit (or says it could not be kept) and tells everyone.
   EditOutcome finishEdit(const storage::EditResult& edit, std::optional<persistence::UndoEntry> entry);
@@ -170,6 +170,7 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   bool readOnly_ = false;
   std::optional<storage::FileIdentity> identity_;
   std::unique_ptr<storage::ScratchDirectory> workingScratch_;  // a transcoded document's working copy
+  std::optional<std::filesystem::path> workingCopyPath_;       // and the file in it
   std::unique_ptr<storage::ScratchDirectory> scratch_;  // outlives the index's scratch file
   std::shared_ptr<storage::PieceTable> table_;
   std::shared_ptr<storage::InMemoryLineIndex> index_;

@@ -274,6 +274,12 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
     EXPECT_EQ(fileBytes(path),
               text::encodeUtf8("Z" + c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value());
     EXPECT_FALSE(doc->isModified());
+    // It carries on over a fresh working copy: edit, undo past the save, save again.
+    ASSERT_TRUE(doc->insert(1, "Y", {}, {}));
+    doc->undo();
+    doc->undo();
+    ASSERT_TRUE(saveNow(*doc, *queue, main));
+    EXPECT_EQ(fileBytes(path), bytes);
   }
 
   // A character the file's encoding has no bytes for: the save refuses, the file and the edits stay.
