@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Cli.h"
+#include "CliTestSupport.h"
 #include "Json.h"
 #include "core/text/SampleTexts.h"
 #include "support/TempDir.h"
@@ -14,22 +14,6 @@
 
 namespace quorin::cli {
 namespace {
-
-struct Outcome {
-  int status;
-  std::string out, err;
-  bool operator==(const Outcome&) const = default;
-  friend void PrintTo(const Outcome& o, std::ostream* os) {
-    *os << o.status << " out=" << ::testing::PrintToString(o.out)
-        << " err=" << ::testing::PrintToString(o.err);
-  }
-};
-
-Outcome run(std::vector<std::string> args) {
-  std::ostringstream out, err;
-  const int status = runCli(args, out, err);
-  return {status, out.str(), err.str()};
-}
 
 std::string info(int length, int documentLength, int contentStart, std::string encoding, std::string ending) {
   return "length: " + std::to_string(length) + "\ndocumentLength: " + std::to_string(documentLength) +

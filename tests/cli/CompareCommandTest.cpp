@@ -1,26 +1,18 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "Cli.h"
+#include "CliTestSupport.h"
 #include "support/TempDir.h"
 
 namespace quorin::cli {
 namespace {
 
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-
-Outcome run(std::vector<std::string> args) {
+Outcome compare(std::vector<std::string> args) {
   args.insert(args.begin(), "compare");
-  std::ostringstream out, err;
-  const int status = runCli(args, out, err);
-  return {status, out.str(), err.str()};
+  return run(std::move(args));
 }
 
 std::string readFile(const std::filesystem::path& path) {
@@ -33,7 +25,7 @@ TEST(CompareCommandTest, PrintsChangesNoticesAndSummaryWithDiffStatuses) {
   const auto left = dir.write("left.txt", "one\ntwo\nthree\nfour\n").string();
   const auto right = dir.write("right.txt", "one\r\nTWO\r\nthree\r\nfour\r\nfive\r\n").string();
 
-  const Outcome differ = run({left, right});
+  const Outcome differ = compare({left, right});
   EXPECT_EQ(differ.status, 1) << differ.err;
   EXPECT_EQ(differ.out,
             "2c2\n< two\n---\n> TWO\n"
@@ -41,12 +33,12 @@ TEST(CompareCommandTest, PrintsChangesNoticesAndSummaryWithDiffStatuses) {
             "notice: line endings differ (left LF, right CRLF) and are not compared\n"
             "2 changes: 1 line removed, 2 lines added\n");
 
-  const Outcome caseless = run({"--ignore-case", left, right});
+  const Outcome caseless = compare({"--ignore-case", left, right});
   EXPECT_EQ(caseless.status, 1);
   EXPECT_EQ(caseless.out.substr(0, 14), "4a5\n> five\nnot");
 
   const Outcome same =
-      run({"--ignore-whitespace", left, dir.write("same.txt", "one \n two\nthree\t\nfour\n").string()});
+      compare({"--ignore-whitespace", left, dir.write("same.txt", "one \n two\nthree\t\nfour\n").string()});
   EXPECT_EQ(same.status, 0);
   EXPECT_EQ(same.out, "No differences\n");
 }
@@ -55,7 +47,7 @@ TEST(CompareCommandTest, JsonUsesTheResultsFieldNames) {
   testing::TempDir dir;
   const auto left = dir.write("a.txt", "a\nb\nc\n").string();
   const auto right = dir.write("b.txt", "a\nc\n").string();
-  const Outcome json = run({"--json", left, right});
+  const Outcome json = compare({"--json", left, right});
   EXPECT_EQ(json.status, 1);
   EXPECT_NE(json.out.find("\"changes\":[{\"leftStart\":1,\"leftCount\":1,\"rightStart\":1,\"rightCount\":0}],"
                           "\"capped\":false,\"notices\":[]"),
@@ -70,17 +62,17 @@ TEST(CompareCommandTest, SavesTheReportAndFailsClearly) {
   const auto right = dir.write("b.txt", "y\n").string();
 
   // A directory receives the report under its default name.
-  EXPECT_EQ(run({"--report", dir.path().string(), left, right}).status, 1);
+  EXPECT_EQ(compare({"--report", dir.path().string(), left, right}).status, 1);
   const std::string report = readFile(dir.path() / "compare-report.txt");
   EXPECT_EQ(report.substr(0, report.find('\n')), "Quorin compare report");
   EXPECT_NE(report.find("\nOptions: ignore whitespace off, ignore case off\n"), std::string::npos);
   EXPECT_NE(report.find("1c1\n< x\n---\n> y\n"), std::string::npos);
 
-  const Outcome unsaved = run({"--report", (dir.path() / "missing" / "r.txt").string(), left, right});
+  const Outcome unsaved = compare({"--report", (dir.path() / "missing" / "r.txt").string(), left, right});
   EXPECT_EQ(unsaved.status, 2);
   EXPECT_EQ(unsaved.err.rfind("quorin-cli: Couldn't save the report: open(", 0), 0u) << unsaved.err;
 
-  const Outcome missing = run({left, (dir.path() / "nope.txt").string()});
+  const Outcome missing = compare({left, (dir.path() / "nope.txt").string()});
   EXPECT_EQ(missing.status, 2);
   EXPECT_EQ(missing.out, "");
   EXPECT_NE(missing.err.find("Couldn't compare: The file “" + (dir.path() / "nope.txt").string() +
@@ -88,8 +80,8 @@ TEST(CompareCommandTest, SavesTheReportAndFailsClearly) {
             std::string::npos)
       << missing.err;
 
-  EXPECT_EQ(run({left}).status, 2);
-  EXPECT_EQ(run({"--bogus", left, right}).status, 2);
+  EXPECT_EQ(compare({left}).status, 2);
+  EXPECT_EQ(compare({"--bogus", left, right}).status, 2);
 }
 
 }  // namespace

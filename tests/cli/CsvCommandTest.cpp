@@ -1,31 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "Cli.h"
+#include "CliTestSupport.h"
 #include "support/TempDir.h"
 #include "text/Encoder.h"
 
 namespace quorin::cli {
 namespace {
-
-struct Outcome {
-  int status;
-  std::string out, err;
-  bool operator==(const Outcome&) const = default;
-  friend void PrintTo(const Outcome& o, std::ostream* os) {
-    *os << o.status << " out=" << ::testing::PrintToString(o.out)
-        << " err=" << ::testing::PrintToString(o.err);
-  }
-};
-
-Outcome run(std::vector<std::string> args) {
-  std::ostringstream out, err;
-  const int status = runCli(args, out, err);
-  return {status, out.str(), err.str()};
-}
 
 std::string table(int rows, std::string_view row = "a,b,c") {
   std::string text = "x,y,z\n";

@@ -4,20 +4,12 @@
 #include <sstream>
 #include <thread>
 
-#include "Cli.h"
+#include "CliTestSupport.h"
 #include "persistence/PatchJournal.h"
 #include "support/TempDir.h"
 
 namespace quorin::cli {
 namespace {
-
-int run(std::vector<std::string> args, std::string& out, std::string& err) {
-  std::ostringstream o, e;
-  const int status = runCli(args, o, e);
-  out = o.str();
-  err = e.str();
-  return status;
-}
 
 TEST(CliRecover, ListsTornSavesAndRestoresThem) {
   testing::TempDir dir;
@@ -26,19 +18,22 @@ TEST(CliRecover, ListsTornSavesAndRestoresThem) {
   const std::vector<persistence::PatchJournal::Entry> entries = {{0, "aaaa", "AAAA"}, {5, "bbbb", "BBBB"}};
   const auto journal = persistence::PatchJournal::write(file.string(), identity, entries).value();
 
-  std::string out, err;
-  EXPECT_EQ(run({"recover"}, out, err), 0);
-  EXPECT_NE(out.find("  target: " + file.string() + "\n  regions: 2\n  verdict: torn"), std::string::npos) << out;
+  Outcome r = run({"recover"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("  target: " + file.string() + "\n  regions: 2\n  verdict: torn"), std::string::npos) << r.out;
   EXPECT_TRUE(std::filesystem::exists(journal));  // listing changes nothing
 
-  EXPECT_EQ(run({"recover", "--restore", journal.string()}, out, err), 0);
-  EXPECT_NE(out.find("  restored\n"), std::string::npos);
+  r = run({"recover", "--restore", journal.string()});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("  restored\n"), std::string::npos);
   std::ifstream in(file);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "aaaa|bbbb|");
   EXPECT_FALSE(std::filesystem::exists(journal));
-  EXPECT_EQ(run({"recover"}, out, err), 0);
-  EXPECT_EQ(out, "no pending patch journals\n");
-  EXPECT_EQ(run({"recover", "--restore", "--discard"}, out, err), 2);
+  r = run({"recover"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "no pending patch journals\n");
+  r = run({"recover", "--restore", "--discard"});
+  EXPECT_EQ(r.status, 2);
 }
 
 TEST(CliFollow, PrintsAppendsUntilTheFileIsDeleted) {

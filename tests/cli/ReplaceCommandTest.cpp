@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 
-#include "Cli.h"
+#include "CliTestSupport.h"
 #include "support/TempDir.h"
 
 namespace quorin::cli {
@@ -14,30 +13,26 @@ std::string contents(const std::filesystem::path& p) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-int run(std::vector<std::string> args, std::string& out, std::string& err) {
-  std::ostringstream o, e;
-  const int status = runCli(args, o, e);
-  out = o.str();
-  err = e.str();
-  return status;
-}
-
 TEST(CliReplace, SameLengthPatchesInPlaceOtherwiseRewrites) {
   testing::TempDir dir;
   const auto file = dir.write("app.log", "user=alice id=1\nuser=bob id=2\nuser=alice id=3\n");
-  std::string out, err;
-  EXPECT_EQ(run({"replace", "alice", "carol", file.string()}, out, err), 0);
-  EXPECT_EQ(out, "replaced: 2\nstrategy: inPlacePatch\n");
-  EXPECT_EQ(run({"replace", "--regex", "-i", "BOB|id=3", "x", file.string()}, out, err), 0);
-  EXPECT_EQ(out, "replaced: 2\nstrategy: atomicRewrite\n"
-                 "in-place patch rejected: edit #0 is not length-preserving (original 3B, inserted 1B)\n");
+  Outcome r = run({"replace", "alice", "carol", file.string()});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "replaced: 2\nstrategy: inPlacePatch\n");
+  r = run({"replace", "--regex", "-i", "BOB|id=3", "x", file.string()});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "replaced: 2\nstrategy: atomicRewrite\n"
+                   "in-place patch rejected: edit #0 is not length-preserving (original 3B, inserted 1B)\n");
   EXPECT_EQ(contents(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");
 
-  EXPECT_EQ(run({"replace", "--dry-run", "carol", "dave", file.string()}, out, err), 0);
-  EXPECT_EQ(out, "would replace: 2\n");
-  EXPECT_EQ(run({"replace", "nobody", "x", file.string()}, out, err), 1);
-  EXPECT_EQ(run({"replace", "--regex", "a(", "x", file.string()}, out, err), 2);
-  EXPECT_EQ(err, "quorin-cli: Invalid regex: missing closing parenthesis\n");
+  r = run({"replace", "--dry-run", "carol", "dave", file.string()});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "would replace: 2\n");
+  r = run({"replace", "nobody", "x", file.string()});
+  EXPECT_EQ(r.status, 1);
+  r = run({"replace", "--regex", "a(", "x", file.string()});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "quorin-cli: Invalid regex: missing closing parenthesis\n");
   EXPECT_EQ(contents(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");  // untouched by the failures
 }
 

@@ -1,25 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "Cli.h"
+#include "CliTestSupport.h"
 #include "support/TempDir.h"
 
 namespace quorin::cli {
 namespace {
-
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-
-Outcome run(std::vector<std::string> args) {
-  std::ostringstream out, err;
-  const int status = runCli(args, out, err);
-  return {status, out.str(), err.str()};
-}
 
 TEST(CliSearchTest, PrintsLineOffsetAndTextPerMatch) {
   testing::TempDir dir;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -9,23 +8,13 @@
 #include "compare/Comparison.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
+#include "support/ManualExecutor.h"
 #include "support/TempDir.h"
 
 namespace quorin::compare {
 namespace {
 
-class ManualExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks.push_back(std::move(task)); }
-  void runAll() {
-    while (!tasks.empty()) {
-      auto task = std::move(tasks.front());
-      tasks.pop_front();
-      task();
-    }
-  }
-  std::deque<dispatch::Task> tasks;
-};
+using testing::ManualExecutor;
 
 // Two documents over temporary files, their line indexes built by hand so a
 // test can leave one unfinished.

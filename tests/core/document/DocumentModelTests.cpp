@@ -1,33 +1,20 @@
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <fstream>
 #include <random>
 
 #include "document/Document.h"
 #include "dispatch/ManualMainQueue.h"
 #include "storage/StorageTestSupport.h"
+#include "support/ManualExecutor.h"
 #include "text/Encoder.h"
 
 namespace quorin::document {
 namespace {
 
-using persistence::TextSelection;
+using testing::ManualExecutor;
 
-class ManualExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks.push_back(std::move(task)); }
-  void runOne() {
-    if (tasks.empty()) return;
-    auto task = std::move(tasks.front());
-    tasks.pop_front();
-    task();
-  }
-  void runAll() {
-    while (!tasks.empty()) runOne();
-  }
-  std::deque<dispatch::Task> tasks;
-};
+using persistence::TextSelection;
 
 class FixedMemory final : public persistence::AvailableMemoryProvider {
  public:

@@ -11,10 +11,13 @@
 #include "dispatch/ManualMainQueue.h"
 #include "live/FileWatcher.h"
 #include "live/TailFollower.h"
+#include "support/FakeFileIo.h"
 #include "support/TempDir.h"
 
 namespace quorin::live {
 namespace {
+
+using testing::FakeFileIo;
 
 using testing::TempDir;
 
@@ -91,23 +94,6 @@ class Sink final : public TailSink {
   }
 };
 
-// The system's calls, with fstat and pread replaceable.
-class FakeIo final : public persistence::FileIo {
- public:
-  std::function<int(int, struct stat*)> onFstat;
-  std::function<ssize_t(int, void*, size_t, off_t)> onPread;
-  FileIo& real = FileIo::system();
-  int open(const char* p, int f, mode_t m) override { return real.open(p, f, m); }
-  ssize_t write(int fd, const void* d, size_t n) override { return real.write(fd, d, n); }
-  ssize_t pwrite(int fd, const void* d, size_t n, off_t o) override { return real.pwrite(fd, d, n, o); }
-  ssize_t pread(int fd, void* d, size_t n, off_t o) override { return onPread ? onPread(fd, d, n, o) : real.pread(fd, d, n, o); }
-  int fsync(int fd) override { return real.fsync(fd); }
-  int close(int fd) override { return real.close(fd); }
-  int fstat(int fd, struct stat* st) override { return onFstat ? onFstat(fd, st) : real.fstat(fd, st); }
-  int flock(int fd, int op) override { return real.flock(fd, op); }
-  int rename(const char* a, const char* b) override { return real.rename(a, b); }
-};
-
 struct Following {
   TempDir dir;
   std::filesystem::path file;
@@ -155,7 +141,7 @@ TEST(TailFollower, ReadCapAdaptsToHowLongReadsTake) {
   int64_t size = 0;
   uint64_t now = 0;
   uint64_t readCost = 0;
-  FakeIo io;
+  FakeFileIo io;
   io.onFstat = [&](int fd, struct stat* st) {
     const int r = io.real.fstat(fd, st);
     st->st_size = size;
@@ -225,7 +211,7 @@ TEST(TailFollower, TruncationRotationDeletionAndReadErrors) {
     EXPECT_EQ(f.follower->backlogAtDeletion(), 0);
   }
   {
-    FakeIo io;
+    FakeFileIo io;
     Following f("a\n", io);
     io.onPread = [](int, void*, size_t, off_t) -> ssize_t {
       errno = EIO;
@@ -242,7 +228,7 @@ TEST(TailFollower, TruncationRotationDeletionAndReadErrors) {
 TEST(TailFollower, LagIsReportedOnZeroCrossingsAndBigSteps) {
   int64_t size = 6;
   int budget = 0;
-  FakeIo io;
+  FakeFileIo io;
   io.onFstat = [&](int fd, struct stat* st) {
     const int r = io.real.fstat(fd, st);
     st->st_size = size;

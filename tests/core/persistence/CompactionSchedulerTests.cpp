@@ -1,28 +1,17 @@
 #include <gtest/gtest.h>
 
-#include <deque>
 
 #include "dispatch/ManualMainQueue.h"
 #include "persistence/CompactionScheduler.h"
 #include "storage/StorageTestSupport.h"
+#include "support/ManualExecutor.h"
 
 namespace quorin::persistence {
 namespace {
 
-constexpr uint64_t kSecond = 1'000'000'000;
+using testing::ManualExecutor;
 
-class ManualExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks.push_back(std::move(task)); }
-  void runAll() {
-    while (!tasks.empty()) {
-      auto task = std::move(tasks.front());
-      tasks.pop_front();
-      task();
-    }
-  }
-  std::deque<dispatch::Task> tasks;
-};
+constexpr uint64_t kSecond = 1'000'000'000;
 
 // A table of `pieces` pieces: typed one byte at a time into the original, so
 // the typed pieces continue each other and compaction can merge them.

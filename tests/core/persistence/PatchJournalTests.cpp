@@ -6,36 +6,17 @@
 
 #include "persistence/PatchJournal.h"
 #include "persistence/PatchJournalRecovery.h"
+#include "support/FakeFileIo.h"
 #include "support/TempDir.h"
 
 namespace quorin::persistence {
 namespace {
 
+using testing::FakeFileIo;
+
 using Entry = PatchJournal::Entry;
 using Recovery = PatchJournalRecovery;
 using testing::TempDir;
-
-// The system's calls, except those a test overrides.
-class FakeIo final : public FileIo {
- public:
-  std::function<ssize_t(int, const void*, size_t)> onWrite;
-  std::function<ssize_t(int, const void*, size_t, off_t)> onPwrite;
-  std::function<int(int)> onFsync;
-
-  int open(const char* p, int f, mode_t m) override { return FileIo::system().open(p, f, m); }
-  ssize_t write(int fd, const void* d, size_t n) override {
-    return onWrite ? onWrite(fd, d, n) : FileIo::system().write(fd, d, n);
-  }
-  ssize_t pwrite(int fd, const void* d, size_t n, off_t o) override {
-    return onPwrite ? onPwrite(fd, d, n, o) : FileIo::system().pwrite(fd, d, n, o);
-  }
-  ssize_t pread(int fd, void* d, size_t n, off_t o) override { return FileIo::system().pread(fd, d, n, o); }
-  int fsync(int fd) override { return onFsync ? onFsync(fd) : FileIo::system().fsync(fd); }
-  int close(int fd) override { return FileIo::system().close(fd); }
-  int fstat(int fd, struct stat* st) override { return FileIo::system().fstat(fd, st); }
-  int flock(int fd, int op) override { return FileIo::system().flock(fd, op); }
-  int rename(const char* a, const char* b) override { return FileIo::system().rename(a, b); }
-};
 
 std::string readFile(const std::filesystem::path& p) {
   std::ifstream in(p, std::ios::binary);
@@ -105,7 +86,7 @@ TEST(PatchJournal, EveryMalformationIsDetected) {
 
 TEST(PatchJournal, FailedWritesLeaveNoJournal) {
   TempDir dir;
-  FakeIo io;
+  FakeFileIo io;
   io.onWrite = [](int, const void*, size_t) -> ssize_t { return 0; };
   EXPECT_EQ(PatchJournal::write("/f", {}, {}, io, dir.path()).error().describe(),
             "write failed for patch journal: Input/output error");
@@ -193,7 +174,7 @@ TEST(PatchJournalRecovery, SilentCasesDeleteTheJournal) {
 
 TEST(PatchJournalRecovery, RestoreWritesEveryPreImageOrKeepsTheJournal) {
   Scenario s("NON");
-  FakeIo interrupted;
+  FakeFileIo interrupted;
   int calls = 0;
   interrupted.onPwrite = [&](int fd, const void* d, size_t n, off_t o) -> ssize_t {
     if (++calls == 1) {
@@ -208,7 +189,7 @@ TEST(PatchJournalRecovery, RestoreWritesEveryPreImageOrKeepsTheJournal) {
 
   for (ssize_t failure : {ssize_t{0}, ssize_t{-1}}) {
     Scenario f("NON");
-    FakeIo failing;
+    FakeFileIo failing;
     failing.onPwrite = [&](int, const void*, size_t, off_t) -> ssize_t {
       errno = EROFS;
       return failure;

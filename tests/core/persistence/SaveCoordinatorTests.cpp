@@ -13,42 +13,17 @@
 #include "persistence/PatchJournalRecovery.h"
 #include "persistence/SaveCoordinator.h"
 #include "storage/StorageTestSupport.h"
+#include "support/FakeFileIo.h"
 
 extern char** environ;
 
 namespace quorin::persistence {
 namespace {
 
+using testing::FakeFileIo;
+
 using testing::TempDir;
 using K = InPlaceRejection::Kind;
-
-// The system's calls, except those a test overrides.
-class FakeIo final : public FileIo {
- public:
-  std::function<int(const char*, int, mode_t)> onOpen;
-  std::function<ssize_t(int, const void*, size_t)> onWrite;
-  std::function<ssize_t(int, const void*, size_t, off_t)> onPwrite;
-  std::function<int(int)> onFsync;
-  std::function<int(int, struct stat*)> onFstat;
-  std::function<int(const char*, const char*)> onRename;
-  std::function<ssize_t(int, off_t*, int, size_t)> onCopy;
-  FileIo& real = FileIo::system();
-
-  int open(const char* p, int f, mode_t m) override { return onOpen ? onOpen(p, f, m) : real.open(p, f, m); }
-  ssize_t write(int fd, const void* d, size_t n) override { return onWrite ? onWrite(fd, d, n) : real.write(fd, d, n); }
-  ssize_t pwrite(int fd, const void* d, size_t n, off_t o) override {
-    return onPwrite ? onPwrite(fd, d, n, o) : real.pwrite(fd, d, n, o);
-  }
-  ssize_t pread(int fd, void* d, size_t n, off_t o) override { return real.pread(fd, d, n, o); }
-  int fsync(int fd) override { return onFsync ? onFsync(fd) : real.fsync(fd); }
-  int close(int fd) override { return real.close(fd); }
-  int fstat(int fd, struct stat* st) override { return onFstat ? onFstat(fd, st) : real.fstat(fd, st); }
-  int flock(int fd, int op) override { return real.flock(fd, op); }
-  int rename(const char* a, const char* b) override { return onRename ? onRename(a, b) : real.rename(a, b); }
-  ssize_t copyFileRange(int in, off_t* o, int out, size_t n) override {
-    return onCopy ? onCopy(in, o, out, n) : real.copyFileRange(in, o, out, n);
-  }
-};
 
 class FakeVolumes final : public VolumeInfo {
  public:
@@ -120,52 +95,52 @@ TEST(SaveInPlace, PatchesJustTheEditedBytesAndLeavesNoJournal) {
 TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
   struct Scenario {
     K expected;
-    std::function<void(Case&, FakeIo&, FakeVolumes&, SaveJob&)> arrange;
+    std::function<void(Case&, FakeFileIo&, FakeVolumes&, SaveJob&)> arrange;
   };
   const std::vector<Scenario> scenarios = {
-      {K::noUnsavedEdits, [](Case&, FakeIo&, FakeVolumes&, SaveJob& j) { j.edits.clear(); }},
+      {K::noUnsavedEdits, [](Case&, FakeFileIo&, FakeVolumes&, SaveJob& j) { j.edits.clear(); }},
       {K::tooManyRegions,
-       [](Case& c, FakeIo&, FakeVolumes&, SaveJob& j) {
+       [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob& j) {
          for (int i = 0; i < 999; ++i) c.edit(i * 4, "x");
          j = c.job();
        }},
-      {K::lengthChangingEdit, [](Case&, FakeIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({0, "..", "."}); }},
-      {K::nonLocalVolume, [](Case&, FakeIo&, FakeVolumes& v, SaveJob&) { v.local = false; }},
+      {K::lengthChangingEdit, [](Case&, FakeFileIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({0, "..", "."}); }},
+      {K::nonLocalVolume, [](Case&, FakeFileIo&, FakeVolumes& v, SaveJob&) { v.local = false; }},
       {K::openRdwrFailed,
-       [](Case& c, FakeIo& io, FakeVolumes&, SaveJob&) {
+       [](Case& c, FakeFileIo& io, FakeVolumes&, SaveJob&) {
          io.onOpen = [&c, &io](const char* p, int f, mode_t m) {
            return p == c.file.string() && (f & O_RDWR) ? failWith(EACCES) : io.real.open(p, f, m);
          };
        }},
-      {K::fstatFailed, [](Case&, FakeIo& io, FakeVolumes&, SaveJob&) { io.onFstat = [](int, struct stat*) { return failWith(EIO); }; }},
+      {K::fstatFailed, [](Case&, FakeFileIo& io, FakeVolumes&, SaveJob&) { io.onFstat = [](int, struct stat*) { return failWith(EIO); }; }},
       {K::identityMismatch,
-       [](Case& c, FakeIo&, FakeVolumes&, SaveJob&) {  // rotated: a new file under the same name
+       [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob&) {  // rotated: a new file under the same name
          const std::string bytes = readFile(c.file);
          std::ofstream(c.dir.path() / "new", std::ios::binary) << bytes;
          std::filesystem::rename(c.dir.path() / "new", c.file);
        }},
       {K::preImageMismatch,
-       [](Case& c, FakeIo&, FakeVolumes&, SaveJob&) {  // changed by another program, mtime put back
+       [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob&) {  // changed by another program, mtime put back
          std::fstream(c.file, std::ios::binary | std::ios::in | std::ios::out) << std::string(20, '#');
          const timespec times[2] = {{0, UTIME_OMIT}, {c.opened.mtimeSeconds, c.opened.mtimeNanoseconds}};
          ::utimensat(AT_FDCWD, c.file.c_str(), times, 0);
        }},
       {K::preReadFailed,
-       [](Case& c, FakeIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({static_cast<uint64_t>(5000), "ab", "cd"}); (void)c; }},
+       [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({static_cast<uint64_t>(5000), "ab", "cd"}); (void)c; }},
       {K::journalWriteFailed,
-       [](Case&, FakeIo& io, FakeVolumes&, SaveJob&) {
+       [](Case&, FakeFileIo& io, FakeVolumes&, SaveJob&) {
          io.onOpen = [&io](const char* p, int f, mode_t m) {
            return std::string(p).ends_with("-patchjournal") ? failWith(ENOSPC) : io.real.open(p, f, m);
          };
        }},
       {K::partialPwrite,
-       [](Case&, FakeIo& io, FakeVolumes&, SaveJob&) {
+       [](Case&, FakeFileIo& io, FakeVolumes&, SaveJob&) {
          io.onPwrite = [&io](int fd, const void* d, size_t n, off_t o) -> ssize_t {
            return n > 2 ? io.real.pwrite(fd, d, 2, o) : 0;  // two bytes, then a write of nothing
          };
        }},
       {K::fsyncFailed,
-       [](Case& c, FakeIo& io, FakeVolumes&, SaveJob&) {
+       [](Case& c, FakeFileIo& io, FakeVolumes&, SaveJob&) {
          io.onFsync = [&c, &io](int fd) {
            struct stat st;
            const bool isTarget = ::fstat(fd, &st) == 0 && st.st_ino == c.opened.inode;
@@ -176,7 +151,7 @@ TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
   for (const Scenario& s : scenarios) {
     Case c;
     c.edit(10, "HELLO");
-    FakeIo io;
+    FakeFileIo io;
     FakeVolumes volumes;
     SaveJob job = c.job();
     s.arrange(c, io, volumes, job);
@@ -212,29 +187,29 @@ TEST(SaveInPlace, CapsAtTheirExactBoundaries) {
 }
 
 TEST(SaveRewrite, FailuresLeaveTheTargetByteIdentical) {
-  const std::vector<std::pair<std::string, std::function<void(FakeIo&, FakeVolumes&)>>> failures = {
+  const std::vector<std::pair<std::string, std::function<void(FakeFileIo&, FakeVolumes&)>>> failures = {
       {"write failed during save: No space left on device",
-       [](FakeIo& io, FakeVolumes&) {
+       [](FakeFileIo& io, FakeVolumes&) {
          io.onWrite = [](int, const void*, size_t) -> ssize_t { return failWith(ENOSPC); };
          io.onCopy = [](int, off_t*, int, size_t) -> ssize_t { return failWith(ENOSPC); };
        }},
       {"write failed during save: Input/output error",  // a kernel that cannot copy: buffered, then failing
-       [](FakeIo& io, FakeVolumes&) {
+       [](FakeFileIo& io, FakeVolumes&) {
          io.onCopy = [](int, off_t*, int, size_t) -> ssize_t { return failWith(EXDEV); };
          io.onWrite = [](int, const void*, size_t) -> ssize_t { return failWith(EIO); };
        }},
       {"fsync failed during save: Input/output error",
-       [](FakeIo& io, FakeVolumes&) { io.onFsync = [](int) { return failWith(EIO); }; }},
+       [](FakeFileIo& io, FakeVolumes&) { io.onFsync = [](int) { return failWith(EIO); }; }},
       {"rename failed during save: Permission denied",
-       [](FakeIo& io, FakeVolumes&) { io.onRename = [](const char*, const char*) { return failWith(EACCES); }; }},
+       [](FakeFileIo& io, FakeVolumes&) { io.onRename = [](const char*, const char*) { return failWith(EACCES); }; }},
       {"not enough disk space: need 110 bytes, 109 available",
-       [](FakeIo&, FakeVolumes& v) { v.available = 109; }},
+       [](FakeFileIo&, FakeVolumes& v) { v.available = 109; }},
   };
   for (const auto& [message, arrange] : failures) {
     Case c(std::string(100, '-'));
     c.edit(0, "ab");
     c.edits.clear();  // nothing to patch: straight to the rewrite
-    FakeIo io;
+    FakeFileIo io;
     FakeVolumes volumes;
     arrange(io, volumes);
     const auto result = SaveCoordinator(io, volumes, c.dir.path()).save(c.job());
@@ -267,7 +242,7 @@ TEST(SaveRewrite, KeepsModeAndSavesThroughSymbolicLinks) {
 TEST(SaveCrashChild, PatchAndDieBetweenWrites) {
   const char* target = std::getenv("QUORIN_CRASH_TARGET");
   if (target == nullptr) GTEST_SKIP() << "only run as the crash test's child";
-  FakeIo io;
+  FakeFileIo io;
   int writes = 0;
   io.onPwrite = [&](int fd, const void* d, size_t n, off_t o) -> ssize_t {
     if (++writes == 2) ::raise(SIGKILL);

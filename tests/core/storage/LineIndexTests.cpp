@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <filesystem>
 #include <random>
 
@@ -8,31 +7,14 @@
 #include "dispatch/SerialQueue.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/StorageTestSupport.h"
+#include "support/ManualExecutor.h"
 
 namespace quorin::storage {
 namespace {
 
+using testing::ManualExecutor;
+
 using testing::TempDir;
-
-// A build queue the test pumps itself, to place edits between passes.
-class ManualExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks_.push_back(std::move(task)); }
-  bool runOne() {
-    if (tasks_.empty()) return false;
-    auto task = std::move(tasks_.front());
-    tasks_.pop_front();
-    task();
-    return true;
-  }
-  void runAll() {
-    while (runOne()) {
-    }
-  }
-
- private:
-  std::deque<dispatch::Task> tasks_;
-};
 
 LineIndexLimits tinyLimits() {
   LineIndexLimits limits;
