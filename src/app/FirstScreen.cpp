@@ -43,11 +43,7 @@ std::vector<std::string> splitLines(std::string_view text, text::LineEnding endi
 std::expected<FirstScreen, std::string> loadFirstScreen(const std::string& path, int64_t maxBytes) {
   auto mmap = storage::MMapWrapper::open(path);
   if (!mmap) return std::unexpected(mmap.error().describe());
-  const int64_t length = (*mmap)->length();
-  std::vector<uint8_t> sample(static_cast<size_t>(std::min<int64_t>(length, text::kDetectionSampleBytes)));
-  sample.resize(static_cast<size_t>((*mmap)->copy(0, static_cast<int64_t>(sample.size()), sample.data())));
-  const auto detected = text::detectEncoding(sample, length <= static_cast<int64_t>(text::kDetectionSampleBytes));
-  const storage::PieceTable table(storage::OriginalBuffer::make(*mmap, detected));
+  const storage::PieceTable table(storage::OriginalBuffer::make(*mmap, storage::detectFileEncoding(**mmap)));
   const auto snapshot = table.snapshot();
   const auto& original = snapshot.originalBuffer();
 

@@ -42,11 +42,7 @@ struct OpenedText {
 std::expected<OpenedText, std::string> openText(const std::string& path) {
   auto mmap = storage::MMapWrapper::open(path);
   if (!mmap) return std::unexpected(mmap.error().describe());
-  const int64_t sampleLength = std::min<int64_t>((*mmap)->length(), int64_t{text::kDetectionSampleBytes});
-  std::vector<uint8_t> sample(static_cast<size_t>(sampleLength));
-  sample.resize(static_cast<size_t>((*mmap)->copy(0, sampleLength, sample.data())));
-  const auto encoding =
-      text::detectEncoding(sample, static_cast<int64_t>(sample.size()) == (*mmap)->length());
+  const auto encoding = storage::detectFileEncoding(**mmap);
 
   OpenedText opened;
   if (text::needsWorkingCopy(encoding)) {

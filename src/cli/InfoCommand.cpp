@@ -33,12 +33,7 @@ int runInfo(std::span<const std::string> args, std::ostream& out, std::ostream& 
   }
   // The encoding is chosen as opening a document chooses it: from a sample
   // of the file's first bytes, before the buffer is built.
-  const int64_t sampleLength =
-      std::min<int64_t>((*mmap)->length(), static_cast<int64_t>(text::kDetectionSampleBytes));
-  std::vector<uint8_t> sample(static_cast<size_t>(sampleLength));
-  sample.resize(static_cast<size_t>((*mmap)->copy(0, sampleLength, sample.data())));
-  const bool wholeFile = static_cast<int64_t>(sample.size()) == (*mmap)->length();
-  const auto original = storage::OriginalBuffer::make(*mmap, text::detectEncoding(sample, wholeFile));
+  const auto original = storage::OriginalBuffer::make(*mmap, storage::detectFileEncoding(**mmap));
 
   if (parsed->has("--json")) {
     JsonWriter json(out);

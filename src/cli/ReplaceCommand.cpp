@@ -5,6 +5,7 @@
 
 #include "Cli.h"
 #include "Options.h"
+#include "SearchCommand.h"
 #include "dispatch/RunLoopMainQueue.h"
 #include "document/Document.h"
 #include "search/QueryText.h"
@@ -28,12 +29,7 @@ int runReplace(std::span<const std::string> args, std::ostream& out, std::ostrea
     return kExitFailure;
   }
   const std::string& path = parsed->positionals[2];
-  search::SearchOptions options;
-  options.query = parsed->positionals[0];
-  options.regex = parsed->has("--regex");
-  options.caseSensitive = !parsed->has("-i");
-  options.wholeWord = parsed->has("-w");
-  options.escapes = parsed->has("--escapes");
+  const search::SearchOptions options = searchOptionsFrom(*parsed, parsed->positionals[0]);
   const std::string replacement =
       options.escapes ? search::expandEscapes(parsed->positionals[1]) : parsed->positionals[1];
 

@@ -37,6 +37,16 @@ std::string lineText(const storage::PieceTableSnapshot& text, const search::Sear
 
 }  // namespace
 
+search::SearchOptions searchOptionsFrom(const ParsedOptions& parsed, std::string query) {
+  search::SearchOptions options;
+  options.query = std::move(query);
+  options.regex = parsed.has("--regex");
+  options.caseSensitive = !parsed.has("-i");
+  options.wholeWord = parsed.has("-w");
+  options.escapes = parsed.has("--escapes");
+  return options;
+}
+
 int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   static constexpr std::array<OptionSpec, 6> kOptions = {
       {{"--regex"}, {"-i"}, {"-w"}, {"--escapes"}, {"--count"}, {"--json"}}};
@@ -49,12 +59,7 @@ int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream
     err << "quorin-cli: search takes a PATTERN and a FILE\n" << kUsage;
     return kExitFailure;
   }
-  search::SearchOptions options;
-  options.query = parsed->positionals[0];
-  options.regex = parsed->has("--regex");
-  options.caseSensitive = !parsed->has("-i");
-  options.wholeWord = parsed->has("-w");
-  options.escapes = parsed->has("--escapes");
+  const search::SearchOptions options = searchOptionsFrom(*parsed, parsed->positionals[0]);
   const std::string& path = parsed->positionals[1];
 
   auto mmap = storage::MMapWrapper::open(path);

@@ -4,7 +4,13 @@
 #include <span>
 #include <string>
 
+#include "Options.h"
+#include "search/SearchTypes.h"
+
 namespace quorin::cli {
+
+// The find options that `search` and `replace` share (--regex, -i, -w, --escapes) for `query`.
+search::SearchOptions searchOptionsFrom(const ParsedOptions& parsed, std::string query);
 
 // `search [--regex] [-i] [-w] [--escapes] [--count] [--json] PATTERN FILE`:
 // searches FILE as the find bar does (same engine, cap of 2,000,000 stored

@@ -79,15 +79,7 @@ std::expected<LoadedText, OpenError> loadText(const std::string& path, std::opti
   LoadedText loaded;
   struct stat st;
   if (::fstat((*mapped)->fd(), &st) == 0) loaded.identity = storage::FileIdentity::fromStat(st);
-  text::DetectedEncoding encoding = text::DetectedEncoding::utf8;
-  if (chosen) {
-    encoding = *chosen;
-  } else {
-    const int64_t length = (*mapped)->length();
-    std::vector<uint8_t> sample(static_cast<size_t>(std::min<int64_t>(length, text::kDetectionSampleBytes)));
-    sample.resize(static_cast<size_t>((*mapped)->copy(0, static_cast<int64_t>(sample.size()), sample.data())));
-    encoding = text::detectEncoding(sample, length <= static_cast<int64_t>(text::kDetectionSampleBytes));
-  }
+  const text::DetectedEncoding encoding = chosen ? *chosen : storage::detectFileEncoding(**mapped);
   if (!text::needsWorkingCopy(encoding)) {
     loaded.original = storage::OriginalBuffer::make(*mapped, encoding);
     return loaded;

@@ -4,7 +4,16 @@
 #include <array>
 #include <vector>
 
+#include "text/EncodingDetector.h"
+
 namespace quorin::storage {
+
+text::DetectedEncoding detectFileEncoding(const MMapWrapper& file) {
+  const int64_t length = file.length();
+  std::vector<uint8_t> sample(static_cast<size_t>(std::min<int64_t>(length, text::kDetectionSampleBytes)));
+  sample.resize(static_cast<size_t>(file.copy(0, static_cast<int64_t>(sample.size()), sample.data())));
+  return text::detectEncoding(sample, length <= static_cast<int64_t>(text::kDetectionSampleBytes));
+}
 namespace {
 
 // Only the first line break decides the line ending; looking further would

@@ -16,6 +16,10 @@ namespace quorin::storage {
 //
 // The document's byte 0 is file byte contentStart(): the mark is never part
 // of the document.
+// The encoding of a mapped file, from a sample of its first bytes as every
+// open does: the byte-order mark, else UTF-8 validity, else ICU's detector.
+text::DetectedEncoding detectFileEncoding(const MMapWrapper& file);
+
 class OriginalBuffer {
  public:
   // With an encoding: contentStart is that encoding's mark length when the
