@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <map>
+#include <mutex>
+#include <vector>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -114,6 +117,58 @@ void MemoryPressureSource::pollMeminfo() {
       shared_->post(level == 2 ? MemoryPressureLevel::critical : MemoryPressureLevel::warning, shared_);
     }
     reported = level;
+  }
+}
+
+namespace {
+
+// The subscribers of each main queue's source. Subscribing, unsubscribing and
+// delivering all happen on that queue's thread; the lock covers tests that
+// run several queues.
+struct PressureHub {
+  std::unique_ptr<MemoryPressureSource> source;
+  std::map<int, MemoryPressureSource::Handler> handlers;
+};
+std::mutex hubsLock;
+std::map<dispatch::MainQueue*, PressureHub>& hubs() {
+  static std::map<dispatch::MainQueue*, PressureHub> all;
+  return all;
+}
+int nextToken = 1;  // guarded by hubsLock
+
+}  // namespace
+
+std::unique_ptr<MemoryPressureSubscription> MemoryPressureSubscription::subscribe(
+    dispatch::MainQueue& mainQueue, MemoryPressureSource::Handler handler) {
+  std::scoped_lock guard(hubsLock);
+  PressureHub& hub = hubs()[&mainQueue];
+  const int token = nextToken++;
+  hub.handlers.emplace(token, std::move(handler));
+  if (!hub.source) {
+    hub.source = MemoryPressureSource::start(mainQueue, [queue = &mainQueue](MemoryPressureLevel level) {
+      std::vector<MemoryPressureSource::Handler> handlers;
+      {
+        std::scoped_lock guard(hubsLock);
+        const auto hub = hubs().find(queue);
+        if (hub == hubs().end()) return;
+        for (const auto& [token, h] : hub->second.handlers) handlers.push_back(h);
+      }
+      for (const auto& h : handlers) h(level);
+    });
+  }
+  return std::unique_ptr<MemoryPressureSubscription>(new MemoryPressureSubscription(mainQueue, token));
+}
+
+MemoryPressureSubscription::~MemoryPressureSubscription() {
+  std::unique_ptr<MemoryPressureSource> last;  // stopped outside the lock: its thread may be delivering
+  {
+    std::scoped_lock guard(hubsLock);
+    auto hub = hubs().find(&queue_);
+    hub->second.handlers.erase(token_);
+    if (hub->second.handlers.empty()) {
+      last = std::move(hub->second.source);
+      hubs().erase(hub);
+    }
   }
 }
 

@@ -48,4 +48,23 @@ class MemoryPressureSource {
   std::thread thread_;
 };
 
+// A place on the process's one pressure source: every open document's undo
+// history listens, but one watching thread (and one pair of triggers) per
+// main queue serves them all. The source starts with the first subscription
+// and stops with the last. Create and destroy on the main thread; the handler
+// runs there and never after the subscription is gone.
+class MemoryPressureSubscription {
+ public:
+  static std::unique_ptr<MemoryPressureSubscription> subscribe(dispatch::MainQueue& mainQueue,
+                                                               MemoryPressureSource::Handler handler);
+  ~MemoryPressureSubscription();
+  MemoryPressureSubscription(const MemoryPressureSubscription&) = delete;
+  MemoryPressureSubscription& operator=(const MemoryPressureSubscription&) = delete;
+
+ private:
+  MemoryPressureSubscription(dispatch::MainQueue& queue, int token) : queue_(queue), token_(token) {}
+  dispatch::MainQueue& queue_;
+  const int token_;
+};
+
 }  // namespace quorin::persistence

@@ -8,12 +8,12 @@ UndoStore::UndoStore(UndoCapPolicy policy, std::shared_ptr<const AvailableMemory
                      dispatch::MainQueue* mainQueue)
     : capPolicy_(policy), memoryProvider_(std::move(memory)), activeOperationCapBytes_(policy.floorBytes) {
   if (mainQueue != nullptr) {
-    pressureSource_ =
-        MemoryPressureSource::start(*mainQueue, [this](MemoryPressureLevel level) { handleMemoryPressure(level); });
+    pressure_ = MemoryPressureSubscription::subscribe(
+        *mainQueue, [this](MemoryPressureLevel level) { handleMemoryPressure(level); });
   }
 }
 
-UndoStore::~UndoStore() { pressureSource_.reset(); }
+UndoStore::~UndoStore() { pressure_.reset(); }
 
 void UndoStore::addWeight(int64_t weight) {
   QUORIN_CHECK(!__builtin_add_overflow(memoryWeight_, weight, &memoryWeight_), "undo history weight overflows");

@@ -33,8 +33,8 @@ namespace quorin::persistence {
 // Thread-safety: main thread only (the pressure handler runs there too).
 class UndoStore {
  public:
-  // With a main queue, a memory-pressure source is started and its events
-  // trim the history; without one (tests, headless tools), none is.
+  // With a main queue, the history subscribes to the process's memory-pressure
+  // source and its events trim it; without one (tests, headless tools), none is.
   UndoStore(UndoCapPolicy policy, std::shared_ptr<const AvailableMemoryProvider> memory,
             dispatch::MainQueue* mainQueue = nullptr);
   ~UndoStore();
@@ -105,7 +105,7 @@ class UndoStore {
   std::string batchDescription_;
   int64_t batchBufferWeight_ = 0;
   bool batchClosed_ = false;
-  std::unique_ptr<MemoryPressureSource> pressureSource_;  // last: stopped before the rest goes
+  std::unique_ptr<MemoryPressureSubscription> pressure_;  // last: gone before the rest goes
 };
 
 }  // namespace quorin::persistence
