@@ -4,39 +4,93 @@
 #include <QString>
 #include <optional>
 
+#include "dispatch/MainQueue.h"
+#include "storage/LargeFileOpenMode.h"
+
+class QAction;
 class QLabel;
+class QMenu;
+class QProgressBar;
+class QTabWidget;
 
 namespace quorin::app {
 
-class FirstScreenView;
+class DocumentTab;
 
-// One document per window: File ▸ Open replaces what is shown. A file that
-// cannot be opened leaves the current document in place.
+// A window of tabs, one document per tab. Files open from File ▸ Open, the
+// recent-files menu, drag and drop and the command line; a file already open
+// in any window is focused instead of opened twice. Files above the
+// fast-open threshold go through the large-file dialog first.
+//
+// Thread-safety: GUI thread only.
 class MainWindow : public QMainWindow {
   Q_OBJECT
 
  public:
-  explicit MainWindow(QWidget* parent = nullptr);
+  explicit MainWindow(dispatch::MainQueue& mainQueue, QWidget* parent = nullptr);
+  ~MainWindow() override;
 
-  // Loads and shows `path`. Returns the user-facing reason on failure and
-  // changes nothing then.
+  // Opens `path` in a new tab (asking for a mode first when it is large), or
+  // focuses its tab. Returns the user-facing reason when it could not be opened.
   std::optional<QString> openFile(const QString& path);
-  // openFile, with a message box on failure.
+  // Opens with a mode chosen already (session restore, tests): no dialog.
+  std::optional<QString> openFileWithMode(const QString& path, const storage::LargeFileOpenRequest& mode);
+  // openFile, with an alert on failure.
   void openFileReportingErrors(const QString& path);
+  void newDocument();
 
-  const FirstScreenView& view() const { return *view_; }
-  const QString& currentPath() const { return currentPath_; }
+  DocumentTab* currentTab() const;
+  DocumentTab* tabAt(int index) const;
+  int tabCount() const;
+  // Closes a tab, asking first when it has unsaved changes; false when the user cancelled.
+  bool closeTab(int index);
+  // The tab showing `path` in any window, when there is one.
+  static DocumentTab* findOpenTab(const QString& path, MainWindow** window = nullptr);
+
+  // The previous session: open files with their modes and caret positions.
+  static void saveSession();
+  void restoreSession();
+  static QStringList recentFiles();
+
+  // The settings keys.
+  static constexpr const char* kRecentFilesKey = "QuorinRecentFiles";
+  static constexpr const char* kSessionKey = "QuorinSessionDocuments";
+
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+  void dragEnterEvent(QDragEnterEvent* event) override;
+  void dropEvent(QDropEvent* event) override;
 
  private:
   void createMenus();
+  void createStatusBar();
   void chooseAndOpenFile();
+  bool saveCurrent(bool askForName);
+  void addTab(DocumentTab* tab);
+  void currentTabChanged();
+  void updateStatus();
+  void updateActions();
+  void updateRecentMenu();
+  void noteRecent(const QString& path);
+  void showTransientMessage(const QString& text);
 
-  FirstScreenView* view_;
-  QLabel* coverageLabel_;
-  QLabel* sizeLabel_;
-  QLabel* encodingLabel_;
-  QLabel* lineEndingLabel_;
-  QString currentPath_;
+  dispatch::MainQueue& mainQueue_;
+  QTabWidget* tabs_;
+  QMenu* recentMenu_ = nullptr;
+  QAction* saveAction_ = nullptr;
+  QAction* saveAsAction_ = nullptr;
+  QAction* undoAction_ = nullptr;
+  QAction* redoAction_ = nullptr;
+  QAction* followAction_ = nullptr;
+  QAction* catchUpAction_ = nullptr;
+  QLabel* positionLabel_ = nullptr;
+  QLabel* selectionLabel_ = nullptr;
+  QLabel* indexLabel_ = nullptr;
+  QLabel* followLabel_ = nullptr;
+  QLabel* sizeLabel_ = nullptr;
+  QLabel* encodingLabel_ = nullptr;
+  QLabel* lineEndingLabel_ = nullptr;
+  QMetaObject::Connection tabConnections_[3];
 };
 
 }  // namespace quorin::app

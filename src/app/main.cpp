@@ -2,12 +2,16 @@
 #include <QCommandLineParser>
 #include <QTimer>
 
+#include "BenchSuite.h"
 #include "MainWindow.h"
+#include "QtMainQueue.h"
+#include "RecoveryPrompts.h"
 #include "dispatch/WorkerPool.h"
 #include "storage/ScratchDirectory.h"
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);
+  QApplication::setOrganizationName(QStringLiteral("Quorin"));
   QApplication::setApplicationName(QStringLiteral("Quorin"));
   QApplication::setApplicationVersion(QStringLiteral(QUORIN_VERSION));
 
@@ -15,7 +19,7 @@ int main(int argc, char** argv) {
   parser.setApplicationDescription(QStringLiteral("A text editor for huge files."));
   parser.addHelpOption();
   parser.addVersionOption();
-  parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("The file to open."));
+  parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("Files to open."), QStringLiteral("[FILE…]"));
   parser.process(app);
 
   // Scratch left by a run that crashed (line-index files of documents that
@@ -24,13 +28,23 @@ int main(int argc, char** argv) {
   // Worker threads inherit the creating thread's priority: create them from
   // the main thread before any background job does.
   quorin::dispatch::WorkerPool::shared();
+  quorin::app::QtMainQueue mainQueue;
 
-  quorin::app::MainWindow window;
-  window.show();
-  if (!parser.positionalArguments().isEmpty()) {
-    const QString path = parser.positionalArguments().first();
-    // Opened once the loop runs, so that an error box has a visible window to sit on.
-    QTimer::singleShot(0, &window, [&window, path] { window.openFileReportingErrors(path); });
-  }
+  if (auto suite = quorin::app::BenchSuite::fromEnvironment()) return suite->run(mainQueue);
+
+  auto* window = new quorin::app::MainWindow(mainQueue);
+  window->show();
+  const QStringList files = parser.positionalArguments();
+  // Once the loop runs, so that alerts have a visible window to sit on.
+  QTimer::singleShot(0, window, [window, files] {
+    quorin::app::examinePendingJournals([window](const quorin::persistence::RecoveryPrompt& prompt) {
+      return quorin::app::showRecoveryPrompt(prompt, window);
+    });
+    if (files.isEmpty()) {
+      window->restoreSession();
+    } else {
+      for (const QString& file : files) window->openFileReportingErrors(file);
+    }
+  });
   return QApplication::exec();
 }

@@ -458,6 +458,72 @@ std::shared_ptr<dispatch::Executor> sharedSaveQueue() {
 
 }  // namespace
 
+persistence::SaveEncoder Document::sourceEncoder() const {
+  if (!sourceEncoding_) return nullptr;
+  // Written back in the file's own encoding; a character it has no bytes for stops the save.
+  auto encoder = std::make_shared<text::Encoder>(*sourceEncoding_, sourceHadByteOrderMark_);
+  return [encoder, name = std::string(text::displayName(*sourceEncoding_))](
+             std::string_view chunk, bool last) -> std::expected<std::string, std::string> {
+    std::string out;
+    const auto ok = encoder->encode({reinterpret_cast<const uint8_t*>(chunk.data()), chunk.size()}, last, out);
+    if (!ok) return std::unexpected(name);
+    return out;
+  };
+}
+
+void Document::saveAs(const std::string& path, SaveCompletion done) {
+  using persistence::SaveError;
+  if (saveInFlightVersion_) {
+    done(std::unexpected(SaveError{SaveError::Kind::saveInProgress, 0, 0, {}, 0}));
+    return;
+  }
+  // A new file is always written whole: nothing of it exists to patch.
+  persistence::SaveJob job{path, table_->snapshot(), {}, storage::FileIdentity{}, isTranscoded(), false,
+                           sourceEncoder()};
+  const int64_t startedAt = version();
+  saveInFlightVersion_ = startedAt;
+  auto queue = options_.saveQueue ? options_.saveQueue : sharedSaveQueue();
+  queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo, volumes = options_.volumes,
+                main = options_.mainQueue, startedAt, done = std::move(done)]() mutable {
+    persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
+                                             volumes ? *volumes : persistence::VolumeInfo::system());
+    auto result = coordinator.save(job);
+    main->post([weak, startedAt, path = job.targetPath, result = std::move(result), done = std::move(done)]() mutable {
+      if (const auto doc = weak.lock()) doc->finishSaveAs(path, startedAt, std::move(result), std::move(done));
+    });
+  });
+}
+
+void Document::finishSaveAs(const std::string& path, int64_t startedAt,
+                            std::expected<persistence::SaveResult, persistence::SaveError> result,
+                            SaveCompletion done) {
+  saveInFlightVersion_.reset();
+  if (!result) {
+    done(std::unexpected(result.error()));
+    return;
+  }
+  path_ = path;
+  identity_ = result->newIdentity;
+  fileMissing_ = false;
+  externallyModified_ = false;
+  if (follower_) follower_.reset();  // it followed the old file
+  if (version() != startedAt) {
+    undo_->invalidateSavePoint();
+  } else {
+    undo_->markSaved();
+    if (!isTranscoded()) {
+      // Go on over the new file, so that the old one may be deleted or changed freely.
+      if (auto mapped = storage::MMapWrapper::open(path_)) {
+        attachText(storage::OriginalBuffer::make(*mapped, table_->encoding()));
+        const int64_t length = table_->totalLength();
+        notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
+      }
+    }
+  }
+  startWatching();
+  done(result->outcome);
+}
+
 void Document::save(SaveCompletion done) {
   using persistence::SaveError;
   using persistence::SaveOutcome;
@@ -484,17 +550,7 @@ void Document::save(SaveCompletion done) {
 
   persistence::SaveJob job{path_, table_->snapshot(), {}, identity_.value_or(storage::FileIdentity{}),
                            isTranscoded(), inPlaceSaveEnabled_, nullptr};
-  if (sourceEncoding_) {
-    // Written back in the file's own encoding; a character it has no bytes for stops the save.
-    auto encoder = std::make_shared<text::Encoder>(*sourceEncoding_, sourceHadByteOrderMark_);
-    job.encoder = [encoder, name = std::string(text::displayName(*sourceEncoding_))](
-                      std::string_view chunk, bool last) -> std::expected<std::string, std::string> {
-      std::string out;
-      const auto ok = encoder->encode({reinterpret_cast<const uint8_t*>(chunk.data()), chunk.size()}, last, out);
-      if (!ok) return std::unexpected(name);
-      return out;
-    };
-  }
+  job.encoder = sourceEncoder();
   // The history tells what changed since the save only while the save point
   // is reachable and below the present.
   if (!undo_->savePointInvalidated() && static_cast<int64_t>(undo_->undoCount()) >= undo_->savePointDepth()) {

@@ -98,6 +98,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // has not changed since that save began (it writes exactly this text), and
   // fails with saveInProgress otherwise.
   void save(SaveCompletion done);
+  // Writes the document to `path` (always a rewrite) and makes that its file.
+  void saveAs(const std::string& path, SaveCompletion done);
   bool isSaving() const { return saveInFlightVersion_.has_value(); }
   // Set by the file watcher while an outside change is unresolved.
   void setExternallyModified(bool modified) { externallyModified_ = modified; }
@@ -145,6 +147,9 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   void attachText(std::shared_ptr<const storage::OriginalBuffer> original);
   void finishSave(int64_t version, std::expected<persistence::SaveResult, persistence::SaveError> result,
                   std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done);
+  void finishSaveAs(const std::string& path, int64_t startedAt,
+                    std::expected<persistence::SaveResult, persistence::SaveError> result, SaveCompletion done);
+  persistence::SaveEncoder sourceEncoder() const;
   std::optional<EditRefusal> refusalFor(storage::ByteRange range) const;
   // Records the edit (or says it could not be kept) and tells everyone.
   EditOutcome finishEdit(const storage::EditResult& edit, std::optional<persistence::UndoEntry> entry);

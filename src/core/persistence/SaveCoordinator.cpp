@@ -1,5 +1,7 @@
 #include "persistence/SaveCoordinator.h"
 
+#include <fstream>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -188,6 +190,21 @@ std::expected<storage::FileIdentity, InPlaceRejection> SaveCoordinator::tryInPla
   return statted ? storage::FileIdentity::fromStat(after) : now;
 }
 
+namespace {
+
+// umask(2) cannot be read without being set, which would race with other
+// threads creating files; the kernel reports it in /proc.
+mode_t processUmask() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("Umask:", 0) == 0) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
+  }
+  return 022;
+}
+
+}  // namespace
+
 std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(const std::string& path,
                                                                                const storage::PieceTableSnapshot& text,
                                                                                const SaveEncoder& encoder) {
@@ -290,6 +307,9 @@ std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(c
   if (::stat(path.c_str(), &old) == 0) {
     (void)::fchmod(fd, old.st_mode & 07777);
     (void)::fchown(fd, old.st_uid, old.st_gid);
+  } else {
+    // A new file gets the mode any other program would give it.
+    (void)::fchmod(fd, 0666 & ~processUmask());
   }
   struct stat written;
   const bool statted = io_.fstat(fd, &written) == 0;

@@ -1,0 +1,165 @@
+#include "BenchSuite.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QKeyEvent>
+#include <QPixmap>
+#include <QScrollBar>
+#include <QTimer>
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <vector>
+
+#include "DocumentTab.h"
+#include "MainWindow.h"
+#include "view/TextView.h"
+
+namespace quorin::app {
+namespace {
+
+struct FrameTimes {
+  std::vector<double> ms;
+  void add(double value) { ms.push_back(value); }
+  double percentile(double p) {
+    if (ms.empty()) return 0;
+    std::sort(ms.begin(), ms.end());
+    return ms[std::min(ms.size() - 1, static_cast<size_t>(p * static_cast<double>(ms.size())))];
+  }
+};
+
+void figure(const char* name, double value, const char* unit) {
+  std::printf("%s %.3f %s\n", name, value, unit);
+  std::fflush(stdout);
+}
+
+void report(const char* prefix, FrameTimes& frames) {
+  const std::string p(prefix);
+  figure((p + "_median").c_str(), frames.percentile(0.5), "ms");
+  figure((p + "_p99").c_str(), frames.percentile(0.99), "ms");
+  figure((p + "_max").c_str(), frames.percentile(1.0), "ms");
+  figure((p + "_frames").c_str(), static_cast<double>(frames.ms.size()), "count");
+}
+
+// Runs the event loop for `ms` milliseconds (index progress, timers).
+void pump(int ms) {
+  QEventLoop loop;
+  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+  loop.exec();
+}
+
+class Shots {
+ public:
+  explicit Shots(QString dir) : dir_(std::move(dir)) {
+    if (!dir_.isEmpty()) QDir().mkpath(dir_);
+  }
+  void take(QWidget* window, const QString& step) {
+    if (dir_.isEmpty()) return;
+    window->grab().save(QDir(dir_).filePath(QStringLiteral("%1-%2.png").arg(++count_, 2, 10, QLatin1Char('0')).arg(step)));
+  }
+
+ private:
+  QString dir_;
+  int count_ = 0;
+};
+
+// One frame: the change, then the paint it causes, timed together.
+template <typename Change>
+double frame(TextView* view, Change change) {
+  QElapsedTimer timer;
+  timer.start();
+  change();
+  view->viewport()->repaint();
+  return static_cast<double>(timer.nsecsElapsed()) / 1e6;
+}
+
+}  // namespace
+
+std::optional<BenchSuite> BenchSuite::fromEnvironment() {
+  const QString suite = qEnvironmentVariable("QUORIN_BENCH_SUITE");
+  if (suite.isEmpty()) return std::nullopt;
+  BenchSuite bench;
+  bench.suite_ = suite;
+  bench.file_ = qEnvironmentVariable("QUORIN_BENCH_SESSION");
+  bench.shotDir_ = qEnvironmentVariable("QUORIN_BENCH_SHOT_DIR");
+  return bench;
+}
+
+int BenchSuite::run(dispatch::MainQueue& mainQueue) {
+  if (suite_ != QLatin1String("open") && suite_ != QLatin1String("scroll") && suite_ != QLatin1String("type")) {
+    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type)\n", qPrintable(suite_));
+    return 2;
+  }
+  if (file_.isEmpty() || !QFileInfo(file_).isFile()) {
+    std::fprintf(stderr, "[Quorin] QUORIN_BENCH_SESSION must name a file to open\n");
+    return 2;
+  }
+  Shots shots(shotDir_);
+  auto* window = new MainWindow(mainQueue);
+  window->resize(1280, 800);
+  window->show();
+  pump(50);
+
+  QElapsedTimer opening;
+  opening.start();
+  if (const auto error = window->openFileWithMode(file_, {})) {
+    std::fprintf(stderr, "[Quorin] %s\n", qPrintable(*error));
+    return 2;
+  }
+  TextView* view = window->currentTab()->view();
+  view->viewport()->repaint();
+  figure("open_to_first_screen", static_cast<double>(opening.nsecsElapsed()) / 1e6, "ms");
+  figure("file_size", static_cast<double>(QFileInfo(file_).size()) / (1 << 20), "MiB");
+  shots.take(window, QStringLiteral("opened"));
+
+  if (suite_ == QLatin1String("scroll")) {
+    FrameTimes pages, jumps;
+    // Page by page from the top, while the index is still being built.
+    for (int i = 0; i < 300; ++i) pages.add(frame(view, [&] { view->scrollByRows(view->visibleRowCount() - 1); }));
+    shots.take(window, QStringLiteral("paged"));
+    // Jumps of the scroll bar's thumb across the whole file, as a drag makes them.
+    std::mt19937 random(42);
+    QScrollBar* bar = view->verticalScrollBar();
+    for (int i = 0; i < 300; ++i) {
+      const int to = std::uniform_int_distribution<int>(0, std::max(1, bar->maximum()))(random);
+      jumps.add(frame(view, [&] { bar->setValue(to); }));
+      if (i % 50 == 0) QCoreApplication::processEvents();
+    }
+    shots.take(window, QStringLiteral("dragged"));
+    jumps.add(frame(view, [&] { view->setCaret(view->document().length()); }));
+    shots.take(window, QStringLiteral("end"));
+    report("scroll_page", pages);
+    report("scroll_jump", jumps);
+  } else if (suite_ == QLatin1String("type")) {
+    // Fifty keys a second in the middle of the file: each key is an edit,
+    // the line index's update, a fresh snapshot and a paint.
+    view->setCaret(view->document().length() / 2);
+    view->setFocus();
+    FrameTimes keys;
+    const QString text = QStringLiteral("The quick brown fox jumps over the lazy dog. ");
+    QEventLoop loop;
+    QTimer ticker;
+    int typed = 0;
+    ticker.setInterval(20);
+    QObject::connect(&ticker, &QTimer::timeout, &loop, [&] {
+      const QChar c = text.at(typed % text.size());
+      keys.add(frame(view, [&] {
+        QKeyEvent press(QEvent::KeyPress, 0, Qt::NoModifier, QString(c));
+        QApplication::sendEvent(view, &press);
+      }));
+      if (++typed >= 500) loop.quit();
+    });
+    ticker.start();
+    loop.exec();
+    shots.take(window, QStringLiteral("typed"));
+    report("type_key", keys);
+  }
+  window->currentTab()->document().undoStore().clear();  // no "save changes?" on the way out
+  window->close();
+  return 0;
+}
+
+}  // namespace quorin::app

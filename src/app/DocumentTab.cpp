@@ -1,0 +1,209 @@
+#include "DocumentTab.h"
+
+#include <QFileInfo>
+#include <QLocale>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "base/ByteCount.h"
+#include "text/DetectedEncoding.h"
+#include "view/TextView.h"
+
+namespace quorin::app {
+namespace {
+
+QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+// Asks a question with the given buttons; returns the chosen one's text.
+QString ask(QWidget* parent, QMessageBox::Icon icon, const QString& text, const QStringList& buttons,
+            int defaultButton) {
+  QMessageBox box(icon, QStringLiteral("Quorin"), text, QMessageBox::NoButton, parent);
+  std::vector<QPushButton*> made;
+  for (const QString& label : buttons) made.push_back(box.addButton(label, QMessageBox::AcceptRole));
+  box.setDefaultButton(made[static_cast<size_t>(defaultButton)]);
+  box.exec();
+  for (size_t i = 0; i < made.size(); ++i) {
+    if (box.clickedButton() == made[i]) return buttons[static_cast<qsizetype>(i)];
+  }
+  return {};
+}
+
+}  // namespace
+
+DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, QWidget* parent)
+    : QWidget(parent), doc_(std::move(document)), view_(new TextView(doc_, this)), layout_(new QVBoxLayout(this)) {
+  layout_->setContentsMargins(0, 0, 0, 0);
+  layout_->setSpacing(0);
+  layout_->addWidget(view_, 1);
+  setFocusProxy(view_);
+  connect(view_, &TextView::statusMessage, this, &DocumentTab::statusMessage);
+  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange&) { emit stateChanged(); });
+  doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
+    progress_ = progress;
+    view_->refreshText();
+    emit stateChanged();
+  });
+  doc_->setStatusHandler([this](const std::string& text) { showStatus(text); });
+  doc_->setLiveFileHandler([this](const document::LiveFileNotice& notice) { showLiveNotice(notice); });
+  progress_.isComplete = doc_->snapshot().lines.isComplete;
+  progress_.lineCount = doc_->snapshot().lines.lineCount();
+}
+
+DocumentTab::~DocumentTab() {
+  doc_->setIndexProgressHandler(nullptr);
+  doc_->setStatusHandler(nullptr);
+  doc_->setLiveFileHandler(nullptr);
+  doc_->removeChangeListener(listenerToken_);
+  doc_->stopFollowing();
+}
+
+void DocumentTab::addPanel(QWidget* panel, bool above) {
+  if (above) {
+    layout_->insertWidget(0, panel);
+  } else {
+    layout_->addWidget(panel);
+  }
+}
+
+QString DocumentTab::title() const {
+  const QString name = doc_->isUntitled() ? tr("Untitled") : QFileInfo(path()).fileName();
+  return doc_->isModified() ? name + QStringLiteral(" •") : name;
+}
+
+QString DocumentTab::path() const { return QString::fromStdString(doc_->path()); }
+
+QString DocumentTab::encodingText() const { return qt(text::displayName(doc_->encoding())); }
+
+QString DocumentTab::lineEndingText() const {
+  switch (doc_->lineEnding()) {
+    case text::LineEnding::crlf: return QStringLiteral("CRLF");
+    case text::LineEnding::cr: return QStringLiteral("CR");
+    case text::LineEnding::lf: break;
+  }
+  return QStringLiteral("LF");
+}
+
+QString DocumentTab::sizeText() const { return qt(base::formatByteCount(doc_->length())); }
+
+QString DocumentTab::indexText() const {
+  const QLocale locale;
+  const QString tier = progress_.tierName.empty() ? QString() : QStringLiteral(" · ") + qt(progress_.tierName);
+  if (progress_.isComplete) {
+    return tr("%1 lines").arg(locale.toString(static_cast<qlonglong>(std::max<int64_t>(1, progress_.lineCount)))) +
+           tier;
+  }
+  return tr("Indexing %1% · ~%2 lines")
+             .arg(static_cast<int>(progress_.fraction() * 100))
+             .arg(locale.toString(static_cast<qlonglong>(progress_.lineCount))) +
+         tier;
+}
+
+void DocumentTab::showStatus(const std::string& text) {
+  if (text == document::kTooLargeToUndoMessage) {
+    // Worth more than a passing status text, once per document.
+    if (!warnedTooLargeToUndo_) {
+      warnedTooLargeToUndo_ = true;
+      auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Quorin"), qt(text), QMessageBox::Ok, this);
+      box->setAttribute(Qt::WA_DeleteOnClose);
+      box->open();
+    }
+  }
+  emit statusMessage(qt(text));
+}
+
+void DocumentTab::showLiveNotice(const document::LiveFileNotice& notice) {
+  using Kind = document::LiveFileNotice::Kind;
+  switch (notice.kind) {
+    case Kind::externalChange: {
+      const QString choice =
+          ask(this, QMessageBox::Warning, qt(notice.message), {tr("Reload"), tr("Keep Mine")}, 1);
+      doc_->resolveExternalChange(choice == tr("Reload"));
+      break;
+    }
+    case Kind::rotated: {
+      const QString choice = ask(this, QMessageBox::Question, qt(notice.message), {tr("Switch"), tr("Not Now")}, 0);
+      if (choice == tr("Switch")) doc_->switchToRotatedFile();
+      break;
+    }
+    case Kind::lagChanged:
+      followText_ = notice.lagBytes == 0 ? tr("Following") : tr("Following · %1 behind").arg(qt(base::formatByteCount(notice.lagBytes)));
+      canCatchUp_ = notice.canCatchUp;
+      break;
+    case Kind::readError:
+      followText_.clear();
+      canCatchUp_ = false;
+      break;
+    case Kind::caughtUp:
+      canCatchUp_ = false;
+      break;
+    default:
+      break;
+  }
+  emit stateChanged();
+}
+
+bool DocumentTab::confirmLossySave() {
+  const int64_t replaced = doc_->transcodeSubstitutions();
+  if (replaced == 0) return true;
+  const QString text =
+      tr("%n character(s) of this file could not be read as %1 and are shown as “�”. Saving writes that "
+         "replacement character in their place.",
+         nullptr, static_cast<int>(std::min<int64_t>(replaced, 1 << 30)))
+          .arg(encodingText());
+  return ask(this, QMessageBox::Warning, text, {tr("Save Anyway"), tr("Cancel")}, 1) == tr("Save Anyway");
+}
+
+void DocumentTab::save() {
+  view_->closeTypingGroup();
+  if (!confirmLossySave()) return emit saveFinished(false);
+  emit statusMessage(tr("Saving…"));
+  doc_->save([self = QPointer(this)](const auto& result) {
+    if (self) self->finishSave(result);
+  });
+}
+
+void DocumentTab::saveAs(const QString& path) {
+  view_->closeTypingGroup();
+  if (!confirmLossySave()) return emit saveFinished(false);
+  emit statusMessage(tr("Saving…"));
+  doc_->saveAs(QFileInfo(path).absoluteFilePath().toStdString(), [self = QPointer(this)](const auto& result) {
+    if (self) self->finishSave(result);
+  });
+}
+
+void DocumentTab::finishSave(const std::expected<persistence::SaveOutcome, persistence::SaveError>& result) {
+  if (!result) {
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("Quorin"),
+                    tr("“%1” could not be saved.").arg(QFileInfo(path()).fileName()), QMessageBox::Ok, this);
+    box.setInformativeText(qt(result.error().describe()));
+    box.exec();
+    emit statusMessage(tr("Not saved"));
+    emit stateChanged();
+    emit saveFinished(false);
+    return;
+  }
+  const bool inPlace = result->kind == persistence::SaveOutcome::Kind::wrote &&
+                       result->strategy == persistence::SaveStrategy::inPlacePatch;
+  emit statusMessage(inPlace ? tr("Saved in place") : tr("Saved"));
+  emit stateChanged();
+  emit saveFinished(true);
+}
+
+void DocumentTab::setFollowing(bool follow) {
+  if (!follow) {
+    doc_->stopFollowing();
+    followText_.clear();
+    canCatchUp_ = false;
+  } else if (auto started = doc_->startFollowing(); !started) {
+    emit statusMessage(qt(started.error()));
+  } else {
+    followText_ = tr("Following");
+    view_->scrollToOffset(doc_->length());
+  }
+  emit stateChanged();
+}
+
+void DocumentTab::catchUpToLive() { doc_->catchUpToLive(); }
+
+}  // namespace quorin::app

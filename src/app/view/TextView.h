@@ -1,0 +1,148 @@
+#pragma once
+
+#include <QAbstractScrollArea>
+#include <QTimer>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "EditorSurface.h"
+#include "document/Document.h"
+#include "view/TextLines.h"
+
+namespace quorin::app {
+
+// The editor's text view. It draws only the rows in sight, read from the
+// latest snapshot of the document and its line index, so a frame costs the
+// same on a 2 GiB file as on a small one; a line of a gigabyte is laid out
+// only where it is visible. Positions are byte offsets: the top row is kept
+// as the offset of its line start, so scrolling works before the index has
+// counted the lines (the scroll bar estimates, and corrects itself as the
+// index grows) and past the 2^31 lines a scroll bar can count.
+//
+// Edits go to the document with the selection to restore on undo; typing is
+// grouped into one undo step until the caret moves elsewhere or a second
+// passes. Thread-safety: GUI thread only. Lifetime: holds the document.
+class TextView : public QAbstractScrollArea, public EditorSurface {
+  Q_OBJECT
+
+ public:
+  explicit TextView(std::shared_ptr<document::Document> document, QWidget* parent = nullptr);
+  ~TextView() override;
+
+  document::Document& document() const { return *doc_; }
+
+  // EditorSurface
+  Selection selection() const override { return {anchor_, caret_}; }
+  void select(int64_t begin, int64_t end) override;
+  void setHighlightProvider(HighlightProvider provider) override;
+  void refreshHighlights() override;
+  void showStatusMessage(const QString& text) override { emit statusMessage(text); }
+
+  int64_t caret() const { return caret_; }
+  int64_t topOffset() const { return topOffset_; }
+  // Rows that fit in the viewport (the last may be partly visible).
+  int visibleRowCount() const;
+  // The document offsets of the line starts drawn, top to bottom.
+  std::vector<int64_t> visibleLineStarts() const;
+
+  // Takes a new snapshot (after the line index progressed) and redraws.
+  void refreshText();
+  void scrollByRows(int64_t rows);
+  void scrollToOffset(int64_t offset);
+  void setCaret(int64_t offset, bool extendSelection = false);
+
+  // Editing, as the menu actions do it.
+  void insertText(const QString& text);
+  void undo();
+  void redo();
+  void cut();
+  void copy();
+  void paste();
+  void selectAll();
+  // Ends the typing run so that the next keystroke starts a new undo step.
+  void closeTypingGroup();
+  QString undoActionText() const;
+  QString redoActionText() const;
+
+  // Line (when known) and column of the caret, both from 1, for the status bar.
+  struct CaretPosition {
+    std::optional<int64_t> line;
+    int64_t column = 1;
+  };
+  CaretPosition caretPosition() const;
+  int64_t selectionLength() const { return std::abs(caret_ - anchor_); }
+
+  // Copy and cut refuse selections above this, which would stall the desktop's clipboard.
+  static constexpr int64_t kMaxClipboardBytes = 256 * 1024 * 1024;
+
+ signals:
+  void caretMoved();
+  void statusMessage(const QString& text);
+  void undoStateChanged();
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void mouseDoubleClickEvent(QMouseEvent* event) override;
+  void wheelEvent(QWheelEvent* event) override;
+  void focusOutEvent(QFocusEvent* event) override;
+  void changeEvent(QEvent* event) override;
+  void scrollContentsBy(int dx, int dy) override;
+
+ private:
+  struct Row {
+    int64_t lineStart = 0;
+    int64_t contentEnd = 0;
+    std::optional<int64_t> lineNumber;  // from 0
+  };
+
+  const TextLines& lines() const { return *lines_; }
+  void documentChanged(const document::DocumentChange& change);
+  void updateRows();
+  void updateScrollBars();
+  void verticalScrollRequested(int value);
+  void ensureCaretVisible();
+  int64_t clampToRange(int64_t offset) const;
+  double rowHeight() const;
+  double cellWidth() const { return cellWidth_; }
+  double textLeft() const;
+  int gutterWidth() const;
+  std::optional<size_t> rowIndexAt(double y) const;
+  int64_t offsetAt(const QPointF& point) const;
+  int64_t cellOfOffsetInLine(int64_t lineStart, int64_t contentEnd, int64_t offset) const;
+  int64_t offsetAtCellInLine(int64_t lineStart, int64_t contentEnd, int64_t cell) const;
+  int64_t verticalMove(int64_t from, int64_t rows);
+  // Applies an edit through the document in an undo group named `action`.
+  bool applyEdit(storage::ByteRange range, const std::string& bytes, const char* action, bool typing);
+  void reportRefusal(const document::EditRefusal& refusal);
+  void updateFontMetrics();
+
+  std::shared_ptr<document::Document> doc_;
+  int listenerToken_ = 0;
+  std::optional<TextLines> lines_;
+  uint8_t terminator_ = '\n';
+  std::vector<Row> rows_;
+  int64_t topOffset_ = 0;
+  int64_t hCell_ = 0;
+  int64_t widestCells_ = 0;
+  int64_t caret_ = 0;
+  int64_t anchor_ = 0;
+  std::optional<int64_t> preferredCell_;  // kept across vertical moves
+  bool editing_ = false;                  // our own edit is being applied
+  bool typingGroupOpen_ = false;
+  int64_t typingEnd_ = -1;
+  QTimer typingTimer_;
+  bool updatingScrollBars_ = false;
+  bool selecting_ = false;
+  HighlightProvider highlights_;
+  double cellWidth_ = 8;
+  double ascent_ = 10;
+  double lineSpacing_ = 16;
+};
+
+}  // namespace quorin::app

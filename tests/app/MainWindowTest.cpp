@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include <QMessageBox>
+#include <QSignalSpy>
+#include <QSpinBox>
+#include <QTest>
+#include <QTimer>
+#include <fstream>
+
+#include "DocumentTab.h"
+#include "LargeFileDialog.h"
+#include "MainWindow.h"
+#include "QtMainQueue.h"
+#include "support/TempDir.h"
+#include "view/TextView.h"
+
+namespace quorin::app {
+namespace {
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+bool saveAndWait(DocumentTab* tab) {
+  QSignalSpy finished(tab, &DocumentTab::saveFinished);
+  tab->save();
+  return (!finished.isEmpty() || finished.wait(10'000)) && finished.first().first().toBool();
+}
+
+TEST(AppMainWindowTest, OpenTypeSaveWritesTheBytesAndAFileOpensOnlyOnce) {
+  testing::TempDir dir;
+  const auto path = dir.write("smoke.log", "alpha\nbravo\n");
+  QtMainQueue queue;
+  auto* window = new MainWindow(queue);
+  ASSERT_EQ(window->openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
+  ASSERT_EQ(window->openFile(QString::fromStdString(path.string())), std::nullopt);
+  EXPECT_EQ(window->tabCount(), 1);
+  DocumentTab* tab = window->currentTab();
+
+  // Same length: patched in place.
+  tab->view()->select(0, 5);
+  QTest::keyClicks(tab->view(), QStringLiteral("A"));
+  tab->view()->undo();
+  tab->view()->select(6, 7);
+  QTest::keyClicks(tab->view(), QStringLiteral("B"));
+  EXPECT_EQ(tab->title(), QStringLiteral("smoke.log •"));
+  ASSERT_TRUE(saveAndWait(tab));
+  EXPECT_EQ(readFile(path), "alpha\nBravo\n");
+  EXPECT_EQ(tab->title(), QStringLiteral("smoke.log"));
+
+  // Longer: rewritten.
+  tab->view()->setCaret(tab->document().length());
+  QTest::keyClicks(tab->view(), QStringLiteral("charlie"));
+  ASSERT_TRUE(saveAndWait(tab));
+  EXPECT_EQ(readFile(path), "alpha\nBravo\ncharlie");
+  window->close();
+}
+
+TEST(AppMainWindowTest, AFileThatCannotBeOpenedSaysWhyAndOpensNothing) {
+  testing::TempDir dir;
+  QtMainQueue queue;
+  MainWindow window(queue);
+  const auto error = window.openFileWithMode(QString::fromStdString((dir.path() / "missing.log").string()), {});
+  ASSERT_TRUE(error.has_value());
+  EXPECT_FALSE(error->isEmpty());
+  EXPECT_EQ(window.openFileWithMode(QString::fromStdString(dir.path().string()), {}).has_value(), true);
+  EXPECT_EQ(window.tabCount(), 0);
+}
+
+TEST(AppLargeFileDialogTest, CardsAndValidationAlertsUseTheirTexts) {
+  constexpr int64_t kTenAndAHalfMB = 10 * 1'048'576 + 524'288;
+  LargeFileController dialog(QStringLiteral("big.log"), kTenAndAHalfMB, 1'048'576);
+  EXPECT_FALSE(dialog.sliceParamsRow()->isVisibleTo(&dialog));
+  dialog.selectMode(storage::LargeFileOpenMode::windowedSlice);
+  EXPECT_TRUE(dialog.sliceParamsRow()->isVisibleTo(&dialog));
+  EXPECT_FALSE(dialog.tailParamsRow()->isVisibleTo(&dialog));
+  dialog.sliceStartField()->setValue(5);
+  dialog.sliceEndField()->setValue(3);
+  EXPECT_EQ(dialog.validate().error(), QStringLiteral("Slice end must be greater than start."));
+  dialog.sliceStartField()->setValue(11);
+  dialog.sliceEndField()->setValue(20);
+  EXPECT_EQ(dialog.validate().error(), QStringLiteral("Slice start is past the end of the file (11 MB)."));
+  dialog.sliceStartField()->setValue(-4);
+  dialog.sliceEndField()->setValue(2);
+  ASSERT_TRUE(dialog.validate().has_value());
+  EXPECT_EQ(dialog.validate()->sliceStartMB, 0);
+  dialog.selectMode(storage::LargeFileOpenMode::tail);
+  dialog.tailField()->setValue(0);
+  EXPECT_EQ(dialog.validate().error(), QStringLiteral("Tail size must be at least 1 MB."));
+
+  // The alert is modal with a single OK; the dialog stays open behind it.
+  QString alertText;
+  QTimer::singleShot(0, [&] {
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    ASSERT_NE(box, nullptr);
+    alertText = box->text();
+    EXPECT_EQ(box->buttons().size(), 1);
+    box->accept();
+  });
+  dialog.openRequested();
+  EXPECT_EQ(alertText, QStringLiteral("Tail size must be at least 1 MB."));
+  EXPECT_EQ(dialog.request(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace quorin::app

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QClipboard>
+#include <QScrollBar>
+#include <QTest>
+#include <memory>
+
+#include "dispatch/ManualMainQueue.h"
+#include "document/Document.h"
+#include "support/ManualExecutor.h"
+#include "support/TempDir.h"
+#include "view/TextView.h"
+
+namespace quorin::app {
+namespace {
+
+struct ViewOn {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  std::shared_ptr<testing::ManualExecutor> queue = std::make_shared<testing::ManualExecutor>();
+  std::shared_ptr<document::Document> doc;
+  std::unique_ptr<TextView> view;
+
+  explicit ViewOn(const std::string& bytes, storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
+                  int64_t indexLines = 1'000'000) {
+    document::OpenOptions options;
+    options.mainQueue = &main;
+    options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
+    options.watchFile = false;
+    options.watchMemoryPressure = false;
+    options.encoding = text::DetectedEncoding::utf8;
+    options.mode.mode = mode;
+    options.lineIndexLimits.firstPassLines = indexLines;
+    doc = document::Document::open(dir.write("t.txt", bytes).string(), options).value();
+    view = std::make_unique<TextView>(doc);
+    view->resize(600, 300);
+    view->show();
+  }
+  std::string text() const { return doc->snapshot().text.text({0, doc->length()}); }
+  void type(const QString& keys) { QTest::keyClicks(view.get(), keys); }
+  void key(Qt::Key k, Qt::KeyboardModifiers m = Qt::NoModifier) { QTest::keyClick(view.get(), k, m); }
+};
+
+TEST(AppTextViewTest, TypingIsOneUndoStepThatRestoresTheCaret) {
+  ViewOn on("first\nsecond\n");
+  on.view->setCaret(6);
+  on.type(QStringLiteral("new "));
+  on.key(Qt::Key_Return);
+  EXPECT_EQ(on.text(), "first\nnew \nsecond\n");
+  EXPECT_EQ(on.view->caret(), 11);
+  on.view->closeTypingGroup();
+  EXPECT_EQ(on.view->undoActionText(), QStringLiteral("Undo Typing"));
+  on.view->undo();
+  EXPECT_EQ(on.text(), "first\nsecond\n");
+  EXPECT_EQ(on.view->caret(), 6);
+  EXPECT_EQ(on.view->redoActionText(), QStringLiteral("Redo Typing"));
+  on.view->redo();
+  EXPECT_EQ(on.text(), "first\nnew \nsecond\n");
+  EXPECT_EQ(on.view->caret(), 11);
+}
+
+TEST(AppTextViewTest, EditingKeysRespectCrLfAndMultiByteCharacters) {
+  ViewOn on("ab\r\nc\xC3\xA9\r\n");
+  on.view->setCaret(4);  // start of the second line
+  on.key(Qt::Key_Backspace);  // removes the whole CRLF
+  EXPECT_EQ(on.text(), "abc\xC3\xA9\r\n");
+  on.key(Qt::Key_End);
+  EXPECT_EQ(on.view->caret(), 5);
+  on.key(Qt::Key_Backspace);  // removes é, both bytes
+  EXPECT_EQ(on.text(), "abc\r\n");
+  on.key(Qt::Key_Return);  // the document's own line ending
+  EXPECT_EQ(on.text(), "abc\r\n\r\n");
+  on.key(Qt::Key_Left);
+  EXPECT_EQ(on.view->caret(), 3);
+  on.key(Qt::Key_Delete);
+  EXPECT_EQ(on.text(), "abc\r\n");
+}
+
+TEST(AppTextViewTest, VerticalMovesKeepTheColumnAndSelectionsExtendWithShift) {
+  ViewOn on("0123456789\nab\n0123456789\n");
+  on.view->setCaret(7);
+  on.key(Qt::Key_Down);
+  EXPECT_EQ(on.view->caret(), 13);  // end of the short line
+  on.key(Qt::Key_Down);
+  EXPECT_EQ(on.view->caret(), 21);  // back in column 7
+  on.key(Qt::Key_Home, Qt::ShiftModifier);
+  EXPECT_EQ(on.view->selection().begin, 21);
+  EXPECT_EQ(on.view->selection().end, 14);
+  on.view->copy();
+  EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("0123456"));
+  on.type(QStringLiteral("X"));
+  EXPECT_EQ(on.text(), "0123456789\nab\nX789\n");
+  on.key(Qt::Key_End, Qt::ControlModifier);
+  EXPECT_EQ(on.view->caret(), on.doc->length());
+}
+
+TEST(AppTextViewTest, AReadOnlyDocumentRefusesEditsWithAStatusMessage) {
+  ViewOn on("text\n", storage::LargeFileOpenMode::readOnlyInspect);
+  QString message;
+  QObject::connect(on.view.get(), &TextView::statusMessage, [&](const QString& text) { message = text; });
+  on.type(QStringLiteral("x"));
+  EXPECT_EQ(on.text(), "text\n");
+  EXPECT_EQ(message, QStringLiteral("This document is open read-only."));
+}
+
+TEST(AppTextViewTest, ScrollingBeforeTheIndexIsCompleteLandsOnLineStartsAndCorrectsItself) {
+  std::string text;
+  for (int i = 0; i < 5000; ++i) text += "row " + std::to_string(i) + "\n";
+  ViewOn on(text, storage::LargeFileOpenMode::wholeFileVirtual, 20);
+  ASSERT_FALSE(on.doc->snapshot().lines.isComplete);
+  QScrollBar* bar = on.view->verticalScrollBar();
+  bar->setValue(bar->maximum() * 9 / 10);
+  const int64_t top = on.view->topOffset();
+  EXPECT_GT(top, static_cast<int64_t>(text.size()) / 2);
+  EXPECT_EQ(text[static_cast<size_t>(top - 1)], '\n');
+  on.queue->runAll();  // the index completes
+  on.main.runPending();
+  on.view->refreshText();
+  EXPECT_EQ(on.view->topOffset(), top);  // what is shown stays put; the thumb follows the exact count
+  on.view->scrollByRows(1'000'000);
+  EXPECT_EQ(on.view->visibleLineStarts().back(), static_cast<int64_t>(text.size()));
+}
+
+}  // namespace
+}  // namespace quorin::app
