@@ -6,6 +6,10 @@
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QKeyEvent>
+#include <QMessageBox>
+#include <QAbstractButton>
+#include <QSpinBox>
+#include <QTemporaryDir>
 #include <QPixmap>
 #include <QScrollBar>
 #include <QTimer>
@@ -15,6 +19,7 @@
 #include <vector>
 
 #include "DocumentTab.h"
+#include "LargeFileDialog.h"
 #include "MainWindow.h"
 #include "view/TextView.h"
 
@@ -76,6 +81,75 @@ double frame(TextView* view, Change change) {
   return static_cast<double>(timer.nsecsElapsed()) / 1e6;
 }
 
+// No "save changes?" on the way out: the suites' edits are thrown away.
+void discardChanges(MainWindow* window) {
+  for (int i = 0; i < window->tabCount(); ++i) {
+    window->tabAt(i)->view()->closeTypingGroup();
+    window->tabAt(i)->document().undoStore().clear();
+    window->tabAt(i)->document().undoStore().markSaved();
+  }
+}
+
+// Answers the next modal alert once it is up: a picture of it, then `button`.
+void answerNextAlert(Shots& shots, const QString& step, const QString& button) {
+  auto* poll = new QTimer;
+  poll->setInterval(50);
+  QObject::connect(poll, &QTimer::timeout, [poll, &shots, step, button] {
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    if (!box) return;
+    poll->stop();
+    poll->deleteLater();
+    shots.take(box, step);
+    for (QAbstractButton* b : box->buttons()) {
+      if (b->text() == button) return b->click();
+    }
+    box->reject();
+  });
+  poll->start();
+}
+
+// Pictures of what a newcomer meets: the window on the file, the large-file
+// dialog, one of its validation alerts, and the prompt after an outside change.
+void takeTour(MainWindow* window, Shots& shots) {
+  TextView* view = window->currentTab()->view();
+  view->setCaret(view->document().length() / 3);
+  view->scrollByRows(-5);
+  pump(300);
+  shots.take(window, QStringLiteral("window"));
+
+  const QFileInfo info(window->currentTab()->path());
+  LargeFileController dialog(info.fileName(), info.size(), storage::kDefaultFastOpenThresholdBytes, window);
+  dialog.selectMode(storage::LargeFileOpenMode::windowedSlice);
+  dialog.sliceStartField()->setValue(512);
+  dialog.sliceEndField()->setValue(256);
+  dialog.show();
+  pump(100);
+  shots.take(&dialog, QStringLiteral("large-file-dialog"));
+  answerNextAlert(shots, QStringLiteral("validation-alert"), QStringLiteral("OK"));
+  dialog.openRequested();
+  dialog.close();
+
+  // An edited copy that changes on disk behind the editor's back.
+  QTemporaryDir dir;
+  const QString copy = dir.filePath(QStringLiteral("service.log"));
+  QFile file(copy);
+  if (!file.open(QIODevice::WriteOnly)) return;
+  for (int i = 0; i < 200; ++i) file.write(QStringLiteral("2026-03-15T07:04:%1Z INFO request %2 served\n").arg(i % 60, 2, 10, QLatin1Char('0')).arg(i).toUtf8());
+  file.close();
+  if (window->openFileWithMode(copy, {})) return;
+  TextView* edited = window->currentTab()->view();
+  edited->setCaret(0);
+  edited->insertText(QStringLiteral("my note: "));
+  pump(200);
+  answerNextAlert(shots, QStringLiteral("external-change"), QStringLiteral("Keep Mine"));
+  if (file.open(QIODevice::Append)) {
+    file.write("2026-03-15T07:05:00Z WARN appended by another program\n");
+    file.close();
+  }
+  pump(1500);
+  discardChanges(window);
+}
+
 }  // namespace
 
 std::optional<BenchSuite> BenchSuite::fromEnvironment() {
@@ -89,8 +163,9 @@ std::optional<BenchSuite> BenchSuite::fromEnvironment() {
 }
 
 int BenchSuite::run(dispatch::MainQueue& mainQueue) {
-  if (suite_ != QLatin1String("open") && suite_ != QLatin1String("scroll") && suite_ != QLatin1String("type")) {
-    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type)\n", qPrintable(suite_));
+  if (suite_ != QLatin1String("open") && suite_ != QLatin1String("scroll") && suite_ != QLatin1String("type") &&
+      suite_ != QLatin1String("tour")) {
+    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type, tour)\n", qPrintable(suite_));
     return 2;
   }
   if (file_.isEmpty() || !QFileInfo(file_).isFile()) {
@@ -156,8 +231,10 @@ int BenchSuite::run(dispatch::MainQueue& mainQueue) {
     loop.exec();
     shots.take(window, QStringLiteral("typed"));
     report("type_key", keys);
+  } else if (suite_ == QLatin1String("tour")) {
+    takeTour(window, shots);
   }
-  window->currentTab()->document().undoStore().clear();  // no "save changes?" on the way out
+  discardChanges(window);
   window->close();
   return 0;
 }

@@ -88,7 +88,7 @@ QString DocumentTab::sizeText() const { return qt(base::formatByteCount(doc_->le
 
 QString DocumentTab::indexText() const {
   const QLocale locale;
-  const QString tier = progress_.tierName.empty() ? QString() : QStringLiteral(" · ") + qt(progress_.tierName);
+  const QString tier = progress_.tierName.empty() ? QString() : tr(" · tier %1").arg(qt(progress_.tierName));
   if (progress_.isComplete) {
     return tr("%1 lines").arg(locale.toString(static_cast<qlonglong>(std::max<int64_t>(1, progress_.lineCount)))) +
            tier;

@@ -137,6 +137,9 @@ void MainWindow::createStatusBar() {
   sizeLabel_ = addStatusLabel(bar);
   encodingLabel_ = addStatusLabel(bar);
   lineEndingLabel_ = addStatusLabel(bar);
+  // Wide enough for big numbers, so the fields do not jump about as the caret moves.
+  positionLabel_->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
+  indexLabel_->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
 }
 
 void MainWindow::showTransientMessage(const QString& text) { statusBar()->showMessage(text, kStatusMessageMs); }

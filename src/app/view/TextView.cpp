@@ -135,6 +135,11 @@ void TextView::documentChanged(const document::DocumentChange& change) {
     topOffset_ = shift(topOffset_);
     if (change.kind != Kind::append) closeTypingGroup();
   }
+  if (change.kind == Kind::reload) {
+    // The history was replaced along with the text.
+    typingGroupOpen_ = false;
+    typingTimer_.stop();
+  }
   refreshText();
   if (change.kind == Kind::append && followingEnd) scrollToOffset(lines_->range().end);
   emit undoStateChanged();

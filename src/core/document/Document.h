@@ -73,7 +73,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   int64_t length() const { return table_->totalLength(); }
 
   // Unmodified exactly when undo and redo have led back to the saved text.
-  bool isModified() const { return !undo_->isAtSavePoint(); }
+  // An undo group still open (typing in progress) counts as a change.
+  bool isModified() const { return !undo_->isAtSavePoint() || undo_->isBatchOpen(); }
   bool isReadOnly() const { return readOnly_; }
   bool isUntitled() const { return path_.empty(); }
   const std::string& path() const { return path_; }
