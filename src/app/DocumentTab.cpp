@@ -67,7 +67,8 @@ void DocumentTab::addPanel(QWidget* panel, bool above) {
 }
 
 QString DocumentTab::title() const {
-  const QString name = doc_->isUntitled() ? tr("Untitled") : QFileInfo(path()).fileName();
+  QString name = doc_->isUntitled() ? tr("Untitled") : QFileInfo(path()).fileName();
+  if (doc_->isFileMissing()) name += tr(" (deleted)");
   return doc_->isModified() ? name + QStringLiteral(" •") : name;
 }
 
@@ -158,6 +159,7 @@ void DocumentTab::save() {
   view_->closeTypingGroup();
   if (!confirmLossySave()) return emit saveFinished(false);
   emit statusMessage(tr("Saving…"));
+  emit stateChanged();
   doc_->save([self = QPointer(this)](const auto& result) {
     if (self) self->finishSave(result);
   });
@@ -167,6 +169,7 @@ void DocumentTab::saveAs(const QString& path) {
   view_->closeTypingGroup();
   if (!confirmLossySave()) return emit saveFinished(false);
   emit statusMessage(tr("Saving…"));
+  emit stateChanged();
   doc_->saveAs(QFileInfo(path).absoluteFilePath().toStdString(), [self = QPointer(this)](const auto& result) {
     if (self) self->finishSave(result);
   });

@@ -11,6 +11,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
@@ -137,6 +138,13 @@ void MainWindow::createStatusBar() {
   sizeLabel_ = addStatusLabel(bar);
   encodingLabel_ = addStatusLabel(bar);
   lineEndingLabel_ = addStatusLabel(bar);
+  // A rewrite of a big file takes a while: a busy bar while any save runs.
+  savingBar_ = new QProgressBar(bar);
+  savingBar_->setRange(0, 0);
+  savingBar_->setMaximumWidth(120);
+  savingBar_->setMaximumHeight(fontMetrics().height());
+  savingBar_->setVisible(false);
+  bar->addPermanentWidget(savingBar_);
   // Wide enough for big numbers, so the fields do not jump about as the caret moves.
   positionLabel_->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
   indexLabel_->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
@@ -266,6 +274,7 @@ void MainWindow::updateStatus() {
                         lineEndingLabel_}) {
     label->setVisible(tab != nullptr);
   }
+  savingBar_->setVisible(tab && tab->isSaving());
   if (!tab) return;
   setWindowTitle(tr("%1 — Quorin").arg(tab->title()));
   const QLocale locale;

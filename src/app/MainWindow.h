@@ -90,6 +90,7 @@ class MainWindow : public QMainWindow {
   QLabel* sizeLabel_ = nullptr;
   QLabel* encodingLabel_ = nullptr;
   QLabel* lineEndingLabel_ = nullptr;
+  QProgressBar* savingBar_ = nullptr;
   QMetaObject::Connection tabConnections_[3];
 };
 
