@@ -79,10 +79,11 @@ int64_t TextLines::indexedFrontier() const {
 
 std::optional<int64_t> TextLines::scanForward(int64_t from, int64_t limit) const {
   const int64_t end = std::min(range_.end, from + limit);
-  constexpr int64_t kChunk = 64 * 1024;
+  // Most lines are short: start small and grow, so a screenful of rows reads little.
+  int64_t chunkBytes = 4096;
   std::string chunk;
-  for (int64_t at = from; at < end; at += kChunk) {
-    chunk = readRange(snap_.text, at, std::min(end, at + kChunk));
+  for (int64_t at = from; at < end; at += chunkBytes, chunkBytes = std::min<int64_t>(chunkBytes * 2, 64 * 1024)) {
+    chunk = readRange(snap_.text, at, std::min(end, at + chunkBytes));
     if (const auto hit = chunk.find(static_cast<char>(terminator_)); hit != std::string::npos) {
       return at + static_cast<int64_t>(hit);
     }
@@ -92,10 +93,10 @@ std::optional<int64_t> TextLines::scanForward(int64_t from, int64_t limit) const
 
 std::optional<int64_t> TextLines::scanBackward(int64_t before, int64_t limit) const {
   const int64_t floor = std::max(range_.start, before - limit);
-  constexpr int64_t kChunk = 64 * 1024;
+  int64_t chunkBytes = 4096;
   std::string chunk;
-  for (int64_t end = before; end > floor; end -= kChunk) {
-    const int64_t start = std::max(floor, end - kChunk);
+  for (int64_t end = before; end > floor; end -= chunkBytes, chunkBytes = std::min<int64_t>(chunkBytes * 2, 64 * 1024)) {
+    const int64_t start = std::max(floor, end - chunkBytes);
     chunk = readRange(snap_.text, start, end);
     if (const auto hit = chunk.rfind(static_cast<char>(terminator_)); hit != std::string::npos) {
       return start + static_cast<int64_t>(hit);

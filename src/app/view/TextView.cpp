@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QFontDatabase>
+#include <QInputMethodEvent>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QScrollBar>
@@ -607,6 +608,12 @@ void TextView::wheelEvent(QWheelEvent* event) {
 void TextView::focusOutEvent(QFocusEvent* event) {
   closeTypingGroup();
   QAbstractScrollArea::focusOutEvent(event);
+}
+
+void TextView::inputMethodEvent(QInputMethodEvent* event) {
+  // Composed characters (dead keys, input methods) arrive here rather than as key presses.
+  if (!event->commitString().isEmpty()) insertText(event->commitString());
+  event->accept();
 }
 
 void TextView::changeEvent(QEvent* event) {
