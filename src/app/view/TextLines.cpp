@@ -285,23 +285,35 @@ RowLayout layoutRow(const storage::PieceTableSnapshot& text, int64_t lineStart, 
     row.firstByte = byte;
     row.firstCell = atCell;
   };
+  row.display.reserve(static_cast<qsizetype>(std::min<size_t>(bytes.size(), 4096)));
+  // Appends a character's symbol without a temporary string: this loop runs
+  // for every visible character of every frame.
+  auto append = [&row](char32_t symbol, int64_t spaces) {
+    if (spaces > 0) {
+      for (int64_t k = 0; k < spaces; ++k) row.display.append(QLatin1Char(' '));
+    } else if (symbol > 0xFFFF) {
+      row.display.append(QChar(QChar::highSurrogate(symbol)));
+      row.display.append(QChar(QChar::lowSurrogate(symbol)));
+    } else {
+      row.display.append(QChar(static_cast<char16_t>(symbol)));
+    }
+  };
   while (i < bytes.size() && cell < stopCell) {
     char32_t cp = 0;
     int len = validSequenceLength(p + i, bytes.size() - i, &cp);
     int64_t width = 1;
-    QString glyph;
+    int64_t spaces = 0;
+    char32_t symbol = cp;
     if (len == 0) {
       len = 1;
-      glyph = QChar(0xFFFD);
+      symbol = 0xFFFD;
     } else if (cp == '\t') {
-      width = kTabWidth - cell % kTabWidth;
-      glyph = QString(static_cast<qsizetype>(width), QLatin1Char(' '));
+      width = spaces = kTabWidth - cell % kTabWidth;
     } else if (cp < 0x20) {
-      glyph = QChar(static_cast<char16_t>(0x2400 + cp));  // the Control Pictures block: ␀ … ␟
+      symbol = 0x2400 + cp;  // the Control Pictures block: ␀ … ␟
     } else if (cp == 0x7F) {
-      glyph = QChar(0x2421);
-    } else {
-      glyph = QString::fromUcs4(&cp, 1);
+      symbol = 0x2421;
+    } else if (cp >= 0x300) {
       if (QChar::category(cp) == QChar::Mark_NonSpacing) {
         width = 0;
       } else if (isWide(cp)) {
@@ -314,7 +326,7 @@ RowLayout layoutRow(const storage::PieceTableSnapshot& text, int64_t lineStart, 
       row.byteAt.push_back(byte);
       row.cellAt.push_back(cell);
       row.charAt.push_back(static_cast<int32_t>(row.display.size()));
-      row.display += glyph;
+      append(symbol, spaces);
     }
     cell += width;
     i += static_cast<size_t>(len);

@@ -122,6 +122,11 @@ void TextView::refreshText() {
 
 void TextView::documentChanged(const document::DocumentChange& change) {
   using Kind = document::DocumentChange::Kind;
+  if (editing_) {
+    // Our own edit: the caller places the caret and redraws once.
+    lines_.emplace(doc_->snapshot(), doc_->editableRange(), terminator_);
+    return;
+  }
   const bool followingEnd = !rows_.empty() && rows_.back().contentEnd >= lines_->range().end;
   if (!editing_ && change.kind != Kind::reload) {
     // Someone else edited (a replace-all, the table view): positions after the edit move with it.
@@ -158,7 +163,9 @@ void TextView::updateRows() {
     const int64_t end = lines_->contentEnd(start);
     rows_.push_back({start, end, number});
     const int64_t length = end - start;
-    widestCells_ = std::max(widestCells_, length <= kExactLayoutBytes ? cellOfOffsetInLine(start, end, end) : length);
+    // Bytes stand in for cells here (tabs aside, never fewer): the range of the
+    // horizontal bar need not be exact, and laying out every row again would cost a frame.
+    widestCells_ = std::max(widestCells_, length + 8);
     const auto next = lines_->nextLineStart(start);
     if (!next || *next > lines_->range().end || *next == start) break;
     if (*next == lines_->range().end && lines_->text().byte(*next - 1) != terminator_) break;
