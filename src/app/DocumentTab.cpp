@@ -4,9 +4,13 @@
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStackedWidget>
 #include <QVBoxLayout>
 
 #include "base/ByteCount.h"
+#include "csv/CsvGridView.h"
+#include "find/FindBar.h"
+#include "goto/GoToField.h"
 #include "text/DetectedEncoding.h"
 #include "view/TextView.h"
 
@@ -31,12 +35,30 @@ QString ask(QWidget* parent, QMessageBox::Icon icon, const QString& text, const 
 
 }  // namespace
 
-DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, QWidget* parent)
-    : QWidget(parent), doc_(std::move(document)), view_(new TextView(doc_, this)), layout_(new QVBoxLayout(this)) {
+DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch::MainQueue& mainQueue,
+                         jobs::JobRegistry& jobs, QWidget* parent)
+    : QWidget(parent),
+      doc_(std::move(document)),
+      mainQueue_(mainQueue),
+      jobs_(jobs),
+      view_(new TextView(doc_, this)),
+      layout_(new QVBoxLayout(this)),
+      stack_(new QStackedWidget(this)),
+      find_(new FindBar(doc_, *view_, mainQueue, this)),
+      goTo_(new GoToField(doc_, *view_, mainQueue, this)) {
   layout_->setContentsMargins(0, 0, 0, 0);
   layout_->setSpacing(0);
-  layout_->addWidget(view_, 1);
+  stack_->addWidget(view_);
+  layout_->addWidget(find_);
+  layout_->addWidget(stack_, 1);
+  layout_->addWidget(goTo_);
   setFocusProxy(view_);
+  connect(find_, &FindBar::closed, view_, [this] { view_->setFocus(); });
+  connect(goTo_, &GoToField::closed, view_, [this] { view_->setFocus(); });
+  goTo_->setRecordResolver([this](int64_t record) -> std::expected<int64_t, QString> {
+    if (!grid_) return std::unexpected(QString::fromUtf8(kNoRecordIndexMessage));
+    return grid_->recordResolver()(record);
+  });
   connect(view_, &TextView::statusMessage, this, &DocumentTab::statusMessage);
   listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange&) { emit stateChanged(); });
   doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
@@ -51,6 +73,10 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, QWidget* 
 }
 
 DocumentTab::~DocumentTab() {
+  // The panels talk to the view as they go: they go first.
+  delete find_;
+  delete goTo_;
+  delete grid_;
   doc_->setIndexProgressHandler(nullptr);
   doc_->setStatusHandler(nullptr);
   doc_->setLiveFileHandler(nullptr);
@@ -58,12 +84,34 @@ DocumentTab::~DocumentTab() {
   doc_->stopFollowing();
 }
 
-void DocumentTab::addPanel(QWidget* panel, bool above) {
-  if (above) {
-    layout_->insertWidget(0, panel);
-  } else {
-    layout_->addWidget(panel);
+bool DocumentTab::isShowingTable() const { return grid_ && stack_->currentWidget() == grid_; }
+
+bool DocumentTab::setTableView(bool on) {
+  if (!on) {
+    stack_->setCurrentWidget(view_);
+    view_->setFocus();
+    emit tableViewChanged(false);
+    return true;
   }
+  if (!grid_) {
+    auto delimiter = CsvGridView::detect(*doc_);
+    if (!delimiter) {
+      emit statusMessage(delimiter.error());
+      emit tableViewChanged(false);
+      return false;
+    }
+    grid_ = new CsvGridView(doc_, *delimiter, mainQueue_, jobs_, stack_);
+    stack_->addWidget(grid_);
+    connect(grid_, &CsvGridView::statusMessage, this, [this](const QString& text, bool) { emit statusMessage(text); });
+    connect(grid_, &CsvGridView::showingRawText, this, [this](const QString& message) {
+      setTableView(false);
+      emit statusMessage(message);
+    });
+  }
+  stack_->setCurrentWidget(grid_);
+  grid_->setFocus();
+  emit tableViewChanged(true);
+  return true;
 }
 
 QString DocumentTab::title() const {

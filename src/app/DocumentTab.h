@@ -8,29 +8,40 @@
 
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
+#include "jobs/JobRegistry.h"
 
+class QStackedWidget;
 class QVBoxLayout;
 
 namespace quorin::app {
 
+class CsvGridView;
+class FindBar;
+class GoToField;
 class TextView;
 
-// One open document in a tab: the document, its text view, and the panels a
-// window adds above or below the view. It turns the document's notices into
+// One open document in a tab: the document, its text view or its table view,
+// the find bar above and the go-to field below. It turns the document's notices into
 // prompts and status texts, and runs saves (off the GUI thread) with their
 // alerts. Thread-safety: GUI thread only. Lifetime: owns the document.
 class DocumentTab : public QWidget {
   Q_OBJECT
 
  public:
-  DocumentTab(std::shared_ptr<document::Document> document, QWidget* parent = nullptr);
+  DocumentTab(std::shared_ptr<document::Document> document, dispatch::MainQueue& mainQueue, jobs::JobRegistry& jobs,
+              QWidget* parent = nullptr);
   ~DocumentTab() override;
 
   document::Document& document() const { return *doc_; }
   const std::shared_ptr<document::Document>& sharedDocument() const { return doc_; }
   TextView* view() const { return view_; }
-  // Adds a panel above (find bar) or below (go-to) the view.
-  void addPanel(QWidget* panel, bool above);
+  FindBar* findBar() const { return find_; }
+  GoToField* goToField() const { return goTo_; }
+  // The Table view of a delimited document; false (with the reason in the
+  // status bar) when the text does not parse as a table.
+  bool setTableView(bool on);
+  bool isShowingTable() const;
+  CsvGridView* grid() const { return grid_; }
 
   // The tab's title: the file name, with "•" while unsaved.
   QString title() const;
@@ -58,6 +69,7 @@ class DocumentTab : public QWidget {
   // Title, modified state, index progress or following changed.
   void stateChanged();
   void saveFinished(bool saved);
+  void tableViewChanged(bool showing);
 
  private:
   void showLiveNotice(const document::LiveFileNotice& notice);
@@ -66,8 +78,14 @@ class DocumentTab : public QWidget {
   bool confirmLossySave();
 
   std::shared_ptr<document::Document> doc_;
+  dispatch::MainQueue& mainQueue_;
+  jobs::JobRegistry& jobs_;
   TextView* view_;
   QVBoxLayout* layout_;
+  QStackedWidget* stack_;
+  FindBar* find_;
+  GoToField* goTo_;
+  CsvGridView* grid_ = nullptr;
   int listenerToken_ = 0;
   storage::LineIndexProgress progress_;
   QString followText_;

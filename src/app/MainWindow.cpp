@@ -20,6 +20,9 @@
 #include <QTabWidget>
 
 #include "DocumentTab.h"
+#include "compare/CompareWindow.h"
+#include "find/FindBar.h"
+#include "goto/GoToField.h"
 #include "base/ByteCount.h"
 #include "LargeFileDialog.h"
 #include "document/Document.h"
@@ -51,6 +54,12 @@ int64_t fastOpenThreshold() {
                                static_cast<qsizetype>(storage::kFastOpenThresholdKey.size())),
              QVariant::fromValue<qlonglong>(storage::kDefaultFastOpenThresholdBytes))
       .toLongLong();
+}
+
+// Long jobs of every window (CSV index builds), listed for cancellation.
+jobs::JobRegistry& applicationJobs() {
+  static jobs::JobRegistry registry;
+  return registry;
 }
 
 QList<MainWindow*> allWindows() {
@@ -116,7 +125,29 @@ void MainWindow::createMenus() {
   edit->addAction(tr("&Paste"), QKeySequence::Paste, this, viewAction(&TextView::paste));
   edit->addAction(tr("Select &All"), QKeySequence::SelectAll, this, viewAction(&TextView::selectAll));
 
+  edit->addSeparator();
+  auto tabAction = [this](auto method) {
+    return [this, method] {
+      if (DocumentTab* tab = currentTab()) method(tab);
+    };
+  };
+  edit->addAction(tr("&Find…"), QKeySequence::Find, this, tabAction([](DocumentTab* t) { t->findBar()->activate(); }));
+  edit->addAction(tr("&Replace…"), QKeySequence(tr("Ctrl+H")), this,
+                  tabAction([](DocumentTab* t) { t->findBar()->activateReplace(); }));
+  edit->addAction(tr("Find &Next"), QKeySequence::FindNext, this, tabAction([](DocumentTab* t) { t->findBar()->findNext(); }));
+  edit->addAction(tr("Find Pre&vious"), QKeySequence::FindPrevious, this,
+                  tabAction([](DocumentTab* t) { t->findBar()->findPrevious(); }));
+  edit->addAction(tr("&Go To…"), QKeySequence(tr("Ctrl+L")), this, tabAction([](DocumentTab* t) { t->goToField()->activate(); }));
+
   QMenu* view = menuBar()->addMenu(tr("&View"));
+  tableAction_ = view->addAction(tr("&Table View"));
+  tableAction_->setCheckable(true);
+  tableAction_->setShortcut(QKeySequence(tr("Ctrl+T")));
+  connect(tableAction_, &QAction::triggered, this, [this](bool on) {
+    if (DocumentTab* tab = currentTab()) tab->setTableView(on);
+    updateActions();
+  });
+  view->addSeparator();
   followAction_ = view->addAction(tr("&Follow"));
   followAction_->setCheckable(true);
   followAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+F")));
@@ -127,6 +158,9 @@ void MainWindow::createMenus() {
   catchUpAction_ = view->addAction(tr("Catch Up to Live"), this, [this] {
     if (DocumentTab* tab = currentTab()) tab->catchUpToLive();
   });
+
+  QMenu* tools = menuBar()->addMenu(tr("&Tools"));
+  tools->addAction(tr("&Compare With…"), QKeySequence(tr("Ctrl+Shift+D")), this, &MainWindow::compareCurrent);
 }
 
 void MainWindow::createStatusBar() {
@@ -209,7 +243,7 @@ std::optional<QString> MainWindow::openFileWithMode(const QString& path, const s
   auto document = document::Document::open(QFile::encodeName(path).toStdString(), std::move(options));
   progress.reset();
   if (!document) return QString::fromStdString(document.error().describe());
-  addTab(new DocumentTab(std::move(*document), tabs_));
+  addTab(new DocumentTab(std::move(*document), mainQueue_, applicationJobs(), tabs_));
   noteRecent(canonical(path));
   return std::nullopt;
 }
@@ -226,7 +260,7 @@ void MainWindow::openFileReportingErrors(const QString& path) {
 void MainWindow::newDocument() {
   document::OpenOptions options;
   options.mainQueue = &mainQueue_;
-  addTab(new DocumentTab(document::Document::untitled(std::move(options)), tabs_));
+  addTab(new DocumentTab(document::Document::untitled(std::move(options)), mainQueue_, applicationJobs(), tabs_));
 }
 
 void MainWindow::chooseAndOpenFile() {
@@ -253,6 +287,9 @@ void MainWindow::addTab(DocumentTab* tab) {
   });
   connect(tab->view(), &TextView::caretMoved, this, [this, tab] {
     if (tab == currentTab()) updateStatus();
+  });
+  connect(tab, &DocumentTab::tableViewChanged, this, [this, tab] {
+    if (tab == currentTab()) updateActions();
   });
   connect(tab->view(), &TextView::undoStateChanged, this, [this, tab] {
     if (tab == currentTab()) updateActions();
@@ -307,6 +344,23 @@ void MainWindow::updateActions() {
   undoAction_->setText(has ? tab->view()->undoActionText() : tr("Undo"));
   redoAction_->setText(has ? tab->view()->redoActionText() : tr("Redo"));
   catchUpAction_->setEnabled(has && tab->isFollowing() && tab->canCatchUp());
+  tableAction_->setEnabled(has);
+  tableAction_->setChecked(has && tab->isShowingTable());
+}
+
+void MainWindow::compareCurrent() {
+  DocumentTab* tab = currentTab();
+  if (!tab) return;
+  auto* window = new CompareWindow(tab->sharedDocument(), tab->title(), mainQueue_, this);
+  std::vector<CompareCandidate> candidates;
+  for (MainWindow* other : allWindows()) {
+    for (int i = 0; i < other->tabs_->count(); ++i) {
+      DocumentTab* candidate = other->tabAt(i);
+      if (candidate && candidate != tab) candidates.push_back({candidate->title(), candidate->sharedDocument()});
+    }
+  }
+  window->setOpenDocuments(std::move(candidates));
+  window->show();
 }
 
 bool MainWindow::saveCurrent(bool askForName) {

@@ -65,6 +65,7 @@ class MainWindow : public QMainWindow {
   void createMenus();
   void createStatusBar();
   void chooseAndOpenFile();
+  void compareCurrent();
   bool saveCurrent(bool askForName);
   void addTab(DocumentTab* tab);
   void currentTabChanged();
@@ -83,6 +84,7 @@ class MainWindow : public QMainWindow {
   QAction* redoAction_ = nullptr;
   QAction* followAction_ = nullptr;
   QAction* catchUpAction_ = nullptr;
+  QAction* tableAction_ = nullptr;
   QLabel* positionLabel_ = nullptr;
   QLabel* selectionLabel_ = nullptr;
   QLabel* indexLabel_ = nullptr;
