@@ -9,7 +9,9 @@
 #include <QMessageBox>
 #include <QAbstractButton>
 #include <QSpinBox>
+#include <QTabWidget>
 #include <QTemporaryDir>
+#include <functional>
 #include <QPixmap>
 #include <QScrollBar>
 #include <QTimer>
@@ -20,6 +22,9 @@
 
 #include "DocumentTab.h"
 #include "LargeFileDialog.h"
+#include "compare/CompareWindow.h"
+#include "find/FindBar.h"
+#include "goto/GoToField.h"
 #include "MainWindow.h"
 #include "view/TextView.h"
 
@@ -108,6 +113,72 @@ void answerNextAlert(Shots& shots, const QString& step, const QString& button) {
   poll->start();
 }
 
+QString writeFile(const QTemporaryDir& dir, const QString& name, const std::function<QByteArray(int)>& line, int lines) {
+  const QString path = dir.filePath(name);
+  QFile file(path);
+  if (file.open(QIODevice::WriteOnly)) {
+    for (int i = 0; i < lines; ++i) file.write(line(i));
+  }
+  return path;
+}
+
+// The find bar, the go-to field, the Table view and the compare window.
+void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
+  window->tabs()->setCurrentIndex(0);
+  DocumentTab* log = window->currentTab();
+  log->findBar()->activate();
+  log->findBar()->setQuery(QStringLiteral("Slow query"));
+  pump(2500);
+  log->findBar()->findNext();
+  pump(500);
+  shots.take(window, QStringLiteral("find-bar"));
+  log->findBar()->close();
+  log->goToField()->activate();
+  log->goToField()->setText(QStringLiteral("r1234"));
+  log->goToField()->go();
+  pump(200);
+  shots.take(window, QStringLiteral("go-to-field"));
+  log->goToField()->close();
+
+  const QString csvPath = writeFile(dir, QStringLiteral("orders.csv"), [](int i) {
+    if (i == 0) return QByteArray("order_id,customer,city,items,total_eur,status\n");
+    static const char* cities[] = {"Berlin", "São Paulo", "Kraków", "Mumbai", "Malmö", "Zürich"};
+    return QStringLiteral("%1,customer-%2,\"%3\",%4,%5.%6,%7\n")
+        .arg(100000 + i).arg(i * 7919 % 5000).arg(QString::fromUtf8(cities[i % 6])).arg(i % 9 + 1)
+        .arg(i * 37 % 900 + 10).arg(i % 100, 2, 10, QLatin1Char('0'))
+        .arg(i % 11 == 0 ? QStringLiteral("refunded") : QStringLiteral("shipped"))
+        .toUtf8();
+  }, 20000);
+  if (!window->openFileWithMode(csvPath, {})) {
+    window->currentTab()->setTableView(true);
+    pump(1500);
+    shots.take(window, QStringLiteral("csv-grid"));
+  }
+
+  auto version = [&dir](const QString& name, bool edited) {
+    return writeFile(dir, name, [edited](int i) {
+      QString line = QStringLiteral("2026-03-15T07:%1:%2Z INFO worker-%3 processed batch %4\n")
+                         .arg(i / 60 % 60, 2, 10, QLatin1Char('0')).arg(i % 60, 2, 10, QLatin1Char('0'))
+                         .arg(i % 4).arg(i);
+      if (edited && i % 97 == 5) line.replace(QStringLiteral("INFO"), QStringLiteral("WARN"));
+      if (edited && i % 211 == 7) line += QStringLiteral("2026-03-15T07:00:00Z INFO retry scheduled\n");
+      return line.toUtf8();
+    }, 3000);
+  };
+  const QString before = version(QStringLiteral("run-1.log"), false);
+  const QString after = version(QStringLiteral("run-2.log"), true);
+  if (!window->openFileWithMode(before, {})) {
+    auto* compare = new CompareWindow(window->currentTab()->sharedDocument(), QStringLiteral("run-1.log"),
+                                      window->mainQueue());
+    compare->resize(1200, 700);
+    compare->show();
+    compare->compareWithFile(after);
+    pump(2500);
+    shots.take(compare, QStringLiteral("compare"));
+    compare->close();
+  }
+}
+
 // Pictures of what a newcomer meets: the window on the file, the large-file
 // dialog, one of its validation alerts, and the prompt after an outside change.
 void takeTour(MainWindow* window, Shots& shots) {
@@ -148,6 +219,7 @@ void takeTour(MainWindow* window, Shots& shots) {
   }
   pump(1500);
   discardChanges(window);
+  tourPanels(window, shots, dir);
 }
 
 }  // namespace

@@ -40,6 +40,8 @@ class MainWindow : public QMainWindow {
   void newDocument();
 
   DocumentTab* currentTab() const;
+  QTabWidget* tabs() const { return tabs_; }
+  dispatch::MainQueue& mainQueue() const { return mainQueue_; }
   DocumentTab* tabAt(int index) const;
   int tabCount() const;
   // Closes a tab, asking first when it has unsaved changes; false when the user cancelled.
