@@ -23,25 +23,76 @@ struct Command {
   std::string_view name;
   std::string_view synopsis;  // the arguments after the name
   std::string_view summary;
+  std::string_view details;  // the options and the exit statuses, for --help
   CommandFn run;
 };
 
 constexpr std::array kCommands = {
-    Command{"info", "FILE [--json]", "print the file's length, encoding and line ending", &runInfo},
-    Command{"index", "FILE [--json]", "build the line index; print the line count, tier and timings", &runIndex},
+    Command{"info", "[--json] FILE", "print the file's length, encoding and line ending",
+            "  --json  one JSON object\n"
+            "exit status: 0 done, 2 error\n",
+            &runInfo},
+    Command{"index", "[--json] FILE", "build the line index; print the line count, tier and timings",
+            "  --json  one JSON object\n"
+            "exit status: 0 done, 2 error, 130 interrupted\n",
+            &runIndex},
+    Command{
+        "search", "[--regex] [-i] [-w] [--escapes] [--count] [--json] PATTERN FILE",
+        "print the matches of PATTERN (line, byte offset, line text) or their count",
+        "  --regex    PATTERN is a regular expression (PCRE2 syntax)\n"
+        "  -i         ignore case\n"
+        "  -w         whole words only\n"
+        "  --escapes  expand \\n, \\t, \\xHH ... in PATTERN (a line break may be searched)\n"
+        "  --count    print only the number of matches\n"
+        "  --json     one JSON object with the matches (or only the totals with --count)\n"
+        "exit status: 0 a match was found, 1 none, 2 error (also a search that timed out), 130 interrupted\n",
+        &runSearch},
+    Command{"replace", "[--regex] [-i] [-w] [--escapes] [--dry-run] [--json] PATTERN REPLACEMENT FILE",
+            "replace every match as one edit and save (in place when lengths are kept)",
+            "  --regex    PATTERN is a regular expression (PCRE2 syntax)\n"
+            "  -i         ignore case\n"
+            "  -w         whole words only\n"
+            "  --escapes  expand \\n, \\t, \\xHH ... in PATTERN and REPLACEMENT\n"
+            "  --dry-run  count the matches; change nothing\n"
+            "  --json     one JSON object\n"
+            "exit status: 0 replaced, 1 nothing matched, 2 error, 130 interrupted (the file is untouched)\n",
+            &runReplace},
     Command{"compare", "[--ignore-whitespace] [--ignore-case] [--report FILE] [--json] LEFT RIGHT",
-            "compare two files line by line; print the changes, notices and a summary", &runCompare},
-    Command{"follow", "[--from-start] FILE", "print what is appended to FILE as it arrives (like tail -F)", &runFollow},
+            "compare two files line by line; print the changes, notices and a summary",
+            "  --ignore-whitespace  lines that differ only in spaces and tabs are equal\n"
+            "  --ignore-case        lines that differ only in case are equal\n"
+            "  --report FILE        also save the plain-text report (a directory gets compare-report.txt)\n"
+            "  --json               one JSON object\n"
+            "exit status: 0 equal, 1 different, 2 error, 130 interrupted\n",
+            &runCompare},
     Command{"csv", "[--json] [--rows] [--delimiter D] FILE",
-            "index FILE as a table; print its structure, or every row as a JSON array (--rows)", &runCsv},
-    Command{"goto", "[--json] TEXT", "parse a go-to target (42, 50%, b1234, r1234, 12:34, +5m) or say why not",
+            "index FILE as a table; print its structure, or every row as a JSON array (--rows)",
+            "  --delimiter D  comma, tab, pipe, semicolon or one ASCII character (default: detected)\n"
+            "  --rows         every record's cell values, one JSON array per line\n"
+            "  --json         the structure as one JSON object\n"
+            "exit status: 0 done, 2 error (also a file that cannot be parsed as a table), 130 interrupted\n",
+            &runCsv},
+    Command{"goto", "[--json] TEXT...",
+            "parse a go-to target (42, 50%, b1234, r1234, 12:34, +5m) or say why not",
+            "  --json  one JSON object (a failure too, on stdout)\n"
+            "Words are joined with spaces; -30s and other negative offsets are targets, not options.\n"
+            "exit status: 0 a target, 2 not a target or a usage error\n",
             &runGoto},
-    Command{"recover", "[--restore|--discard] [JOURNAL...]",
-            "list the journals of interrupted saves; restore or discard them", &runRecover},
-    Command{"replace", "[--regex] [-i] [-w] [--escapes] [--dry-run] PATTERN REPLACEMENT FILE",
-            "replace every match as one edit and save (in place when lengths are kept)", &runReplace},
-    Command{"search", "[--regex] [-i] [-w] [--escapes] [--count] [--json] PATTERN FILE",
-            "print the matches of PATTERN (line, byte offset, line text) or their count", &runSearch},
+    Command{"follow", "[--from-start] [--json] FILE",
+            "print what is appended to FILE as it arrives (like tail -F)",
+            "  --from-start  print the file's present content first\n"
+            "  --json        one JSON object per line: {\"line\":TEXT}\n"
+            "Truncation, rotation and deletion are told on stderr; deletion ends the command.\n"
+            "exit status: 0 the file was deleted, 2 error, 130 interrupted (Ctrl+C is the usual way out)\n",
+            &runFollow},
+    Command{"recover", "[--restore|--discard] [--json] [JOURNAL...]",
+            "list the journals of interrupted saves; restore or discard them",
+            "  --restore  write the bytes from before the interrupted save back\n"
+            "  --discard  delete the journal, leaving the file as it is\n"
+            "  --json     one JSON object\n"
+            "Without JOURNAL: every pending journal in the scratch directory.\n"
+            "exit status: 0 done, 2 a journal could not be read or restored\n",
+            &runRecover},
 };
 
 bool isHelp(std::string_view arg) { return arg == "--help" || arg == "-h"; }
@@ -49,16 +100,25 @@ bool isHelp(std::string_view arg) { return arg == "--help" || arg == "-h"; }
 void printUsage(std::ostream& to) {
   to << "usage: quorin-cli COMMAND [ARGS...]\n\ncommands:\n";
   size_t width = 0;
-  for (const Command& command : kCommands)
-    width = std::max(width, command.name.size() + 1 + command.synopsis.size());
+  for (const Command& command : kCommands) width = std::max(width, command.name.size());
   for (const Command& command : kCommands) {
-    const std::string head = std::string(command.name) + " " + std::string(command.synopsis);
-    to << "  " << head << std::string(width - head.size() + 2, ' ') << command.summary << '\n';
+    to << "  " << command.name << std::string(width - command.name.size() + 2, ' ') << command.summary
+       << '\n';
   }
-  to << "\nRun 'quorin-cli COMMAND --help' for one command.\n";
+  to << "\nEvery command takes --help and --json. Exit status: 0 found, equal or done; 1 not found or\n"
+        "different; 2 error; 130 interrupted by Ctrl+C. Progress is shown on stderr for long work when\n"
+        "stderr is a terminal.\nRun 'quorin-cli COMMAND --help' for one command; see also quorin-cli(1).\n";
 }
 
 }  // namespace
+
+void printUsageError(std::ostream& err, std::string_view command, std::string_view message) {
+  err << "quorin-cli: " << message << '\n';
+  const auto found = std::ranges::find(kCommands, command, &Command::name);
+  if (found == kCommands.end()) return;
+  err << "usage: quorin-cli " << found->name << ' ' << found->synopsis << "\nRun 'quorin-cli " << found->name
+      << " --help' for its options.\n";
+}
 
 int runCli(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   if (args.empty()) {
@@ -68,6 +128,10 @@ int runCli(std::span<const std::string> args, std::ostream& out, std::ostream& e
   }
   if (isHelp(args.front())) {
     printUsage(out);
+    return kExitOk;
+  }
+  if (args.front() == "--version") {
+    out << "quorin-cli " << QUORIN_VERSION << '\n';
     return kExitOk;
   }
   const auto command = std::ranges::find(kCommands, args.front(), &Command::name);
@@ -80,8 +144,9 @@ int runCli(std::span<const std::string> args, std::ostream& out, std::ostream& e
   // "--" ends the options, so a file may still be called "--help" after it.
   const auto optionsEnd = std::ranges::find(rest, std::string_view("--"));
   if (std::any_of(rest.begin(), optionsEnd, isHelp)) {
-    out << "usage: quorin-cli " << command->name << ' ' << command->synopsis << "\n  " << command->summary
-        << '\n';
+    out << "usage: quorin-cli " << command->name << ' ' << command->synopsis << "\n"
+        << command->summary << "\n\noptions:\n"
+        << command->details;
     return kExitOk;
   }
   return command->run(rest, out, err);

@@ -1,14 +1,17 @@
 #include "CompareCommand.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
 
 #include "Cli.h"
+#include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
+#include "Progress.h"
 #include "compare/CompareReport.h"
 #include "compare/Comparison.h"
 #include "dispatch/ManualMainQueue.h"
@@ -16,10 +19,6 @@
 
 namespace quorin::cli {
 namespace {
-
-constexpr int kExitDifferent = 1;
-constexpr const char* kUsage =
-    "usage: quorin-cli compare [--ignore-whitespace] [--ignore-case] [--report FILE] [--json] LEFT RIGHT\n";
 
 using CompareResult = std::expected<compare::CompareOutcome, compare::CompareError>;
 
@@ -41,16 +40,32 @@ std::expected<std::shared_ptr<document::Document>, compare::CompareError> openSi
 
 // Lets a side's line index finish, as the window would before offering
 // Compare: a comparison of the indexed part only would be a surprise on the
-// command line.
-void waitForIndex(document::Document& doc, dispatch::ManualMainQueue& main) {
-  while (!doc.lineIndex().waitUntilComplete(std::chrono::milliseconds(100))) main.runPending();
+// command line. False when interrupted.
+bool waitForIndex(document::Document& doc, dispatch::ManualMainQueue& main, std::ostream& err) {
+  storage::InMemoryLineIndex& index = doc.lineIndex();
+  const InterruptGuard interrupt([&index] { index.cancel(); });
+  const ProgressLine progress(err, [&index] {
+    const auto p = index.progress();
+    return "indexing " + percentText(static_cast<double>(p.bytesScanned), static_cast<double>(p.bytesTotal));
+  });
+  while (!index.waitUntilComplete(std::chrono::milliseconds(100)) && !interruptRequested()) main.runPending();
   main.runPending();
+  return !interruptRequested();
 }
 
-CompareResult runJob(compare::CompareRequest request, dispatch::ManualMainQueue& main) {
+CompareResult runJob(compare::CompareRequest request, dispatch::ManualMainQueue& main, std::ostream& err) {
   std::optional<CompareResult> result;
-  auto job = compare::CompareJob::start(std::move(request), main, {},
-                                        [&result](const CompareResult& finished) { result = finished; });
+  std::atomic<double> fraction{0};
+  auto job = compare::CompareJob::start(
+      std::move(request), main,
+      [&fraction](const compare::CompareProgress& p) {
+        fraction.store(p.fraction(), std::memory_order_relaxed);
+      },
+      [&result](const CompareResult& finished) { result = finished; });
+  // The completion comes after a cancel too, so the loop always ends.
+  const InterruptGuard interrupt([&job] { job->cancel(); });
+  const ProgressLine progress(
+      err, [&fraction] { return "comparing " + percentText(fraction.load(std::memory_order_relaxed), 1.0); });
   while (!result) main.waitAndRun(std::chrono::milliseconds(100));
   return std::move(*result);
 }
@@ -102,15 +117,8 @@ void printText(std::ostream& out, const compare::CompareRequest& request,
 int runCompare(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   static constexpr std::array<OptionSpec, 4> kOptions = {
       {{"--ignore-whitespace"}, {"--ignore-case"}, {"--report", true}, {"--json"}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed) {
-    err << "quorin-cli: " << parsed.error() << '\n' << kUsage;
-    return kExitFailure;
-  }
-  if (parsed->positionals.size() != 2) {
-    err << "quorin-cli: compare takes a LEFT and a RIGHT file\n" << kUsage;
-    return kExitFailure;
-  }
+  const auto parsed = parseCommandLine("compare", args, kOptions, 2, 2, err);
+  if (!parsed) return kExitFailure;
 
   dispatch::ManualMainQueue main;
   std::array<std::shared_ptr<document::Document>, 2> docs;
@@ -119,14 +127,16 @@ int runCompare(std::span<const std::string> args, std::ostream& out, std::ostrea
     if (!doc) return failed(err, compare::CompareError::title(), doc.error().describe(), doc.error().detail);
     docs[i] = std::move(*doc);
   }
-  for (const auto& doc : docs) waitForIndex(*doc, main);
+  for (const auto& doc : docs)
+    if (!waitForIndex(*doc, main, err)) return kExitInterrupted;
   compare::CompareRequest request{
       .left = compare::CompareSide::of(*docs[0], parsed->positionals[0]),
       .right = compare::CompareSide::of(*docs[1], parsed->positionals[1]),
       .options = {.ignoreWhitespace = parsed->has("--ignore-whitespace"),
                   .ignoreCase = parsed->has("--ignore-case")},
   };
-  const CompareResult result = runJob(request, main);
+  const CompareResult result = runJob(request, main, err);
+  if (interruptRequested() || (result && result->cancelled)) return kExitInterrupted;
   if (!result)
     return failed(err, compare::CompareError::title(), result.error().describe(), result.error().detail);
 
@@ -143,7 +153,7 @@ int runCompare(std::span<const std::string> args, std::ostream& out, std::ostrea
   } else {
     printText(out, request, *result);
   }
-  return result->identical() ? kExitOk : kExitDifferent;
+  return result->identical() ? kExitOk : kExitNotFound;
 }
 
 }  // namespace quorin::cli

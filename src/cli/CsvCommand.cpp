@@ -8,12 +8,15 @@
 #include <vector>
 
 #include "Cli.h"
+#include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
+#include "Progress.h"
 #include "csv/CSVRecordIndex.h"
 #include "csv/DelimiterDetection.h"
 #include "csv/FieldSplit.h"
 #include "dispatch/Clock.h"
+#include "jobs/JobRegistry.h"
 #include "storage/MMapWrapper.h"
 #include "storage/OriginalBuffer.h"
 #include "storage/PieceTable.h"
@@ -24,9 +27,6 @@
 namespace quorin::cli {
 namespace {
 
-constexpr const char* kUsage =
-    "usage: quorin-cli csv [--json] [--delimiter D] FILE\n"
-    "       quorin-cli csv --rows [--delimiter D] FILE\n";
 constexpr size_t kFirstMalformedShown = 10;
 constexpr int64_t kRowBatchBytes = 4 * 1024 * 1024;
 constexpr size_t kOutputFlushBytes = 1 << 20;
@@ -124,7 +124,7 @@ void printSummary(const std::string& path, const storage::PieceTableSnapshot& te
 }
 
 // Every row as a JSON array of its cell values, reading the text a few
-// megabytes of rows at a time.
+// megabytes of rows at a time, until the end or an interrupt.
 void printRows(const storage::PieceTableSnapshot& text, const csv::CSVRecordIndex& index, std::ostream& out) {
   const int64_t rowCount = index.rowCount();
   const int64_t end = index.bytesScanned();
@@ -132,7 +132,7 @@ void printRows(const storage::PieceTableSnapshot& text, const csv::CSVRecordInde
   std::vector<uint8_t> bytes;
   std::string line;
   int64_t row = 0;
-  while (row < rowCount) {
+  while (row < rowCount && !interruptRequested()) {
     // Rows [row, last) whose bytes fill about one batch; at least one row.
     std::vector<int64_t> starts = index.rowStarts(row, 65'536);
     const int64_t afterBatch = row + static_cast<int64_t>(starts.size());
@@ -169,15 +169,8 @@ void printRows(const storage::PieceTableSnapshot& text, const csv::CSVRecordInde
 
 int runCsv(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   static constexpr std::array<OptionSpec, 3> kOptions = {{{"--json"}, {"--rows"}, {"--delimiter", true}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed) {
-    err << "quorin-cli: " << parsed.error() << '\n' << kUsage;
-    return kExitFailure;
-  }
-  if (parsed->positionals.size() != 1) {
-    err << "quorin-cli: csv takes exactly one FILE\n" << kUsage;
-    return kExitFailure;
-  }
+  const auto parsed = parseCommandLine("csv", args, kOptions, 1, 1, err);
+  if (!parsed) return kExitFailure;
   std::optional<csv::CSVDelimiter> chosen;
   if (const auto name = parsed->value("--delimiter")) {
     auto delimiter = delimiterNamed(*name);
@@ -203,11 +196,22 @@ int runCsv(std::span<const std::string> args, std::ostream& out, std::ostream& e
 
   const uint64_t startNs = dispatch::monotonicNanos();
   csv::CSVRecordIndex index(*chosen, text.totalLength());
-  index.build(text, terminator);
+  // Through a job token, as the table view builds it: Ctrl+C cancels it there.
+  jobs::JobRegistry jobs;
+  const auto token = jobs.begin("Indexing table");
+  {
+    const InterruptGuard interrupt([&token] { token->cancel(); });
+    const ProgressLine progress(err,
+                                [&token] { return "indexing table " + percentText(token->progress(), 1.0); });
+    index.build(text, terminator, token.get());
+  }
+  token->finish();
+  if (interruptRequested()) return kExitInterrupted;
   const double seconds = static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9;
 
   if (parsed->has("--rows")) {
     printRows(text, index, out);
+    if (interruptRequested()) return kExitInterrupted;
   } else {
     printSummary(path, text, index, seconds, parsed->has("--json"), out);
   }

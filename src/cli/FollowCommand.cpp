@@ -6,6 +6,8 @@
 #include <memory>
 
 #include "Cli.h"
+#include "Interrupt.h"
+#include "Json.h"
 #include "Options.h"
 #include "base/ByteCount.h"
 #include "base/Errno.h"
@@ -15,34 +17,52 @@
 namespace quorin::cli {
 namespace {
 
-constexpr const char* kUsage = "usage: quorin-cli follow [--from-start] FILE\n";
-
-// Writes what the follower reads straight to the output.
+// Writes what the follower reads straight to the output, or as one JSON
+// object per complete line: a line cut between two reads (or inside a
+// UTF-8 sequence) waits for its end, so no object holds half a line.
 class PrintingSink final : public live::TailSink {
  public:
-  explicit PrintingSink(std::ostream& out) : out_(out) {}
+  PrintingSink(std::ostream& out, bool asJson) : out_(out), asJson_(asJson) {}
   bool acceptFollowedBytes(std::string_view bytes) override {
-    out_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!asJson_) {
+      out_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    } else {
+      pending_ += bytes;
+      std::string lines;
+      size_t from = 0;
+      for (size_t end; (end = pending_.find('\n', from)) != std::string::npos; from = end + 1) {
+        std::string_view line(pending_.data() + from, end - from);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        lines += "{\"line\":";
+        appendJsonString(lines, line);
+        lines += "}\n";
+      }
+      pending_.erase(0, from);
+      out_ << lines;
+    }
     out_.flush();
     return static_cast<bool>(out_);
+  }
+  // The last line when the file ends without a line break.
+  void finish() {
+    if (asJson_ && !pending_.empty()) acceptFollowedBytes("\n");
   }
 
  private:
   std::ostream& out_;
+  const bool asJson_;
+  std::string pending_;
 };
 
 }  // namespace
 
 int runFollow(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
-  static constexpr std::array<OptionSpec, 1> kOptions = {{{"--from-start"}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed || parsed->positionals.size() != 1) {
-    err << "quorin-cli: " << (parsed ? "follow takes exactly one FILE" : parsed.error()) << '\n' << kUsage;
-    return kExitFailure;
-  }
+  static constexpr std::array<OptionSpec, 2> kOptions = {{{"--from-start"}, {"--json"}}};
+  const auto parsed = parseCommandLine("follow", args, kOptions, 1, 1, err);
+  if (!parsed) return kExitFailure;
   const std::string path = parsed->positionals.front();
   dispatch::RunLoopMainQueue main;
-  auto sink = std::make_shared<PrintingSink>(out);
+  auto sink = std::make_shared<PrintingSink>(out, parsed->has("--json"));
   std::unique_ptr<live::TailFollower> follower;
   int status = kExitOk;
   bool fromStart = parsed->has("--from-start");
@@ -79,15 +99,21 @@ int runFollow(std::span<const std::string> args, std::ostream& out, std::ostream
       main.stop();
       return false;
     }
-    main.post([old = std::shared_ptr<live::TailFollower>(std::move(follower))] {});  // destroyed outside its own poll
+    main.post([old = std::shared_ptr<live::TailFollower>(std::move(follower))] {
+    });  // destroyed outside its own poll
     follower = std::move(*created);
     follower->start();
     follower->poll();
     return true;
   };
   if (!follow(fromStart)) return status;
-  main.run();
-  return status;
+  {
+    const InterruptGuard interrupt([&main] { main.stop(); });
+    main.run();
+  }
+  sink->finish();
+  follower.reset();
+  return interruptRequested() ? kExitInterrupted : status;
 }
 
 }  // namespace quorin::cli

@@ -1,15 +1,16 @@
 #include "GotoCommand.h"
 
+#include <array>
+#include <cstdint>
 #include <cstdio>
 
 #include "Cli.h"
 #include "Json.h"
+#include "Options.h"
 #include "logs/GoToTarget.h"
 
 namespace quorin::cli {
 namespace {
-
-constexpr const char* kUsage = "usage: quorin-cli goto [--json] TEXT\n";
 
 std::string number(double value) {
   char text[64];
@@ -109,24 +110,14 @@ std::string targetText(const logs::GoToTarget& target) {
 }  // namespace
 
 int runGoto(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
-  bool asJson = false;
-  bool optionsEnded = false;
+  static constexpr std::array<OptionSpec, 1> kOptions = {{{"--json"}}};
+  const auto parsed = parseCommandLine("goto", args, kOptions, 1, SIZE_MAX, err);
+  if (!parsed) return kExitFailure;
+  const bool asJson = parsed->has("--json");
   std::string typed;
-  bool anyWord = false;
-  for (const std::string& arg : args) {
-    if (!optionsEnded && arg == "--json") {
-      asJson = true;
-    } else if (!optionsEnded && arg == "--") {
-      optionsEnded = true;
-    } else {
-      if (anyWord) typed.push_back(' ');
-      typed += arg;
-      anyWord = true;
-    }
-  }
-  if (!anyWord) {
-    err << "quorin-cli: goto needs TEXT\n" << kUsage;
-    return kExitFailure;
+  for (const std::string& word : parsed->positionals) {
+    if (!typed.empty()) typed.push_back(' ');
+    typed += word;
   }
 
   const auto target = logs::parseGoToTarget(typed);

@@ -5,8 +5,10 @@
 #include <cstdio>
 
 #include "Cli.h"
+#include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
+#include "Progress.h"
 #include "dispatch/Clock.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/MMapWrapper.h"
@@ -16,9 +18,9 @@
 namespace quorin::cli {
 namespace {
 
-constexpr const char* kUsage = "usage: quorin-cli index FILE [--json]\n";
-
-double secondsSince(uint64_t startNs) { return static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9; }
+double secondsSince(uint64_t startNs) {
+  return static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9;
+}
 
 std::string milliseconds(double seconds) {
   char text[32];
@@ -30,15 +32,8 @@ std::string milliseconds(double seconds) {
 
 int runIndex(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   static constexpr std::array<OptionSpec, 1> kOptions = {{{"--json"}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed) {
-    err << "quorin-cli: " << parsed.error() << '\n' << kUsage;
-    return kExitFailure;
-  }
-  if (parsed->positionals.size() != 1) {
-    err << "quorin-cli: index takes exactly one FILE\n" << kUsage;
-    return kExitFailure;
-  }
+  const auto parsed = parseCommandLine("index", args, kOptions, 1, 1, err);
+  if (!parsed) return kExitFailure;
   const std::string& path = parsed->positionals.front();
   auto mmap = storage::MMapWrapper::open(path);
   if (!mmap) {
@@ -57,11 +52,21 @@ int runIndex(std::span<const std::string> args, std::ostream& out, std::ostream&
   if (scratchPath) options.promotion = storage::LiveTierPromotion{20'000'000, *scratchPath / "lineindex.bin"};
 
   const uint64_t startNs = dispatch::monotonicNanos();
-  auto index = storage::InMemoryLineIndex::create(table, tier, storage::LineIndexWindow::wholeDocument(), options);
+  auto index =
+      storage::InMemoryLineIndex::create(table, tier, storage::LineIndexWindow::wholeDocument(), options);
   index->startBuild();
   const double firstPass = secondsSince(startNs);
-  while (!index->waitUntilComplete(std::chrono::seconds(1))) {
+  {
+    const InterruptGuard interrupt([&index] { index->cancel(); });
+    const ProgressLine progress(err, [&index] {
+      const auto p = index->progress();
+      return "indexing " +
+             percentText(static_cast<double>(p.bytesScanned), static_cast<double>(p.bytesTotal));
+    });
+    while (!index->waitUntilComplete(std::chrono::milliseconds(100)) && !interruptRequested()) {
+    }
   }
+  if (interruptRequested()) return kExitInterrupted;
   const double build = secondsSince(startNs);
   const auto snapshot = index->snapshot();
 

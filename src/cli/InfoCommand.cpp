@@ -15,15 +15,8 @@ namespace quorin::cli {
 
 int runInfo(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   static constexpr std::array<OptionSpec, 1> kOptions = {{{"--json"}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed) {
-    err << "quorin-cli: " << parsed.error() << "\nusage: quorin-cli info FILE [--json]\n";
-    return kExitFailure;
-  }
-  if (parsed->positionals.size() != 1) {
-    err << "quorin-cli: info takes exactly one FILE\nusage: quorin-cli info FILE [--json]\n";
-    return kExitFailure;
-  }
+  const auto parsed = parseCommandLine("info", args, kOptions, 1, 1, err);
+  if (!parsed) return kExitFailure;
   const std::string& path = parsed->positionals.front();
 
   auto mmap = storage::MMapWrapper::open(path);

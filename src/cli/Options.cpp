@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Cli.h"
+
 namespace quorin::cli {
 
 std::optional<std::string> ParsedOptions::value(std::string_view name) const {
@@ -16,7 +18,10 @@ std::expected<ParsedOptions, std::string> parseOptions(std::span<const std::stri
   bool optionsEnded = false;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
-    if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
+    // A dash followed by a digit is a value, not an option: "-30s" is a
+    // go-to target and "-1" a search pattern, and no option starts so.
+    const bool negativeNumber = arg.size() >= 2 && arg[0] == '-' && arg[1] >= '0' && arg[1] <= '9';
+    if (optionsEnded || arg.size() < 2 || arg[0] != '-' || negativeNumber) {
       parsed.positionals.push_back(arg);
       continue;
     }
@@ -41,6 +46,22 @@ std::expected<ParsedOptions, std::string> parseOptions(std::span<const std::stri
     }
   }
   return parsed;
+}
+
+std::optional<ParsedOptions> parseCommandLine(std::string_view command, std::span<const std::string> args,
+                                              std::span<const OptionSpec> specs, size_t minPositionals,
+                                              size_t maxPositionals, std::ostream& err) {
+  auto parsed = parseOptions(args, specs);
+  if (!parsed) {
+    printUsageError(err, command, parsed.error());
+    return std::nullopt;
+  }
+  const size_t count = parsed->positionals.size();
+  if (count < minPositionals || count > maxPositionals) {
+    printUsageError(err, command, count < minPositionals ? "missing arguments" : "too many arguments");
+    return std::nullopt;
+  }
+  return std::move(*parsed);
 }
 
 }  // namespace quorin::cli

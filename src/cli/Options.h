@@ -3,6 +3,7 @@
 #include <expected>
 #include <map>
 #include <optional>
+#include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
@@ -25,9 +26,18 @@ struct ParsedOptions {
 };
 
 // Splits a subcommand's arguments into options and positionals. Options may
-// come anywhere; "--" ends them and a lone "-" is a positional (stdin by
-// convention). The error is a one-line message for the user.
+// come anywhere; "--" ends them; a lone "-" (stdin by convention) and a dash
+// followed by a digit ("-30s") are positionals. The error is a one-line
+// message for the user.
 std::expected<ParsedOptions, std::string> parseOptions(std::span<const std::string> args,
                                                        std::span<const OptionSpec> specs);
+
+// parseOptions() for subcommand `command`, which takes between
+// `minPositionals` and `maxPositionals` arguments besides its options. On a
+// mistake, prints the message and the command's usage to `err` and returns
+// nothing; the caller then exits with kExitFailure.
+std::optional<ParsedOptions> parseCommandLine(std::string_view command, std::span<const std::string> args,
+                                              std::span<const OptionSpec> specs, size_t minPositionals,
+                                              size_t maxPositionals, std::ostream& err);
 
 }  // namespace quorin::cli

@@ -1,8 +1,12 @@
 #include "RecoverCommand.h"
 
 #include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 #include "Cli.h"
+#include "Json.h"
 #include "Options.h"
 #include "persistence/PatchJournal.h"
 #include "persistence/PatchJournalRecovery.h"
@@ -12,8 +16,6 @@ namespace {
 
 using persistence::PatchJournal;
 using persistence::PatchJournalRecovery;
-
-constexpr const char* kUsage = "usage: quorin-cli recover [--restore|--discard] [JOURNAL...]\n";
 
 const char* verdictText(PatchJournalRecovery::Verdict verdict) {
   switch (verdict) {
@@ -27,51 +29,114 @@ const char* verdictText(PatchJournalRecovery::Verdict verdict) {
   return "";
 }
 
+const char* verdictName(PatchJournalRecovery::Verdict verdict) {
+  switch (verdict) {
+    case PatchJournalRecovery::Verdict::targetMissing: return "targetMissing";
+    case PatchJournalRecovery::Verdict::completed: return "completed";
+    case PatchJournalRecovery::Verdict::neverStarted: return "neverStarted";
+    case PatchJournalRecovery::Verdict::torn: return "torn";
+    case PatchJournalRecovery::Verdict::changedExternally: return "changedExternally";
+  }
+  return "";
+}
+
+// What happened to one journal, for the text and the JSON output alike.
+struct Handled {
+  std::string path;
+  std::string target;
+  size_t regions = 0;
+  PatchJournalRecovery::Verdict verdict{};
+  std::string action;  // "deleted", "restored", "discarded", "kept"
+  std::string error;   // set when reading or restoring failed
+};
+
+Handled handle(const std::filesystem::path& path, bool restore, bool discard) {
+  Handled h;
+  h.path = path.string();
+  auto journal = PatchJournal::read(path);
+  if (!journal) {
+    h.error = journal.error().describe();
+    return h;
+  }
+  h.target = journal->targetPath;
+  h.regions = journal->entries.size();
+  const auto assessment = PatchJournalRecovery::assess(*journal);
+  h.verdict = assessment.verdict;
+  if (!assessment.prompt) {
+    PatchJournal::remove(path);
+    h.action = "deleted";
+  } else if (restore) {
+    if (PatchJournalRecovery::rollBack(*journal)) {
+      h.action = "restored";
+    } else {
+      h.error = PatchJournalRecovery::rollbackFailure(*journal).text;
+      h.action = "kept";
+    }
+  } else if (discard) {
+    PatchJournal::remove(path);
+    h.action = "discarded";
+  } else {
+    h.action = "kept";
+  }
+  return h;
+}
+
+void printText(const Handled& h, std::ostream& out) {
+  if (h.target.empty() && !h.error.empty()) return;  // unreadable: only the error, on stderr
+  out << h.path << "\n  target: " << h.target << "\n  regions: " << h.regions
+      << "\n  verdict: " << verdictText(h.verdict) << '\n';
+  if (h.action == "restored") out << "  restored\n";
+  if (h.action == "discarded") out << "  discarded; the file is left as it is\n";
+}
+
+void printJson(const std::vector<Handled>& all, std::ostream& out) {
+  JsonWriter json(out);
+  json.beginObject().key("journals").beginArray();
+  for (const Handled& h : all) {
+    json.beginObject().field("path", h.path);
+    if (!h.target.empty()) {
+      json.field("target", h.target)
+          .field("regions", h.regions)
+          .field("verdict", verdictName(h.verdict))
+          .field("action", h.action);
+    }
+    json.key("error");
+    h.error.empty() ? json.null() : json.value(h.error);
+    json.endObject();
+  }
+  json.endArray().endObject();
+  out << '\n';
+}
+
 }  // namespace
 
 int runRecover(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
-  static constexpr std::array<OptionSpec, 2> kOptions = {{{"--restore"}, {"--discard"}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed || (parsed->has("--restore") && parsed->has("--discard"))) {
-    err << "quorin-cli: " << (parsed ? "--restore and --discard exclude each other" : parsed.error()) << '\n'
-        << kUsage;
+  static constexpr std::array<OptionSpec, 3> kOptions = {{{"--restore"}, {"--discard"}, {"--json"}}};
+  const auto parsed = parseCommandLine("recover", args, kOptions, 0, SIZE_MAX, err);
+  if (!parsed) return kExitFailure;
+  if (parsed->has("--restore") && parsed->has("--discard")) {
+    printUsageError(err, "recover", "--restore and --discard exclude each other");
     return kExitFailure;
   }
+  const bool asJson = parsed->has("--json");
   std::vector<std::filesystem::path> journals(parsed->positionals.begin(), parsed->positionals.end());
   if (journals.empty()) journals = PatchJournal::listPending();
-  if (journals.empty()) {
+  if (journals.empty() && !asJson) {
     out << "no pending patch journals\n";
     return kExitOk;
   }
-  const bool restore = parsed->has("--restore");
-  const bool discard = parsed->has("--discard");
+  std::vector<Handled> all;
   int status = kExitOk;
   for (const auto& path : journals) {
-    auto journal = PatchJournal::read(path);
-    if (!journal) {
-      err << "quorin-cli: " << journal.error().describe() << '\n';
+    all.push_back(handle(path, parsed->has("--restore"), parsed->has("--discard")));
+    const Handled& h = all.back();
+    if (!asJson) printText(h, out);
+    if (!h.error.empty()) {
+      err << "quorin-cli: " << h.error << '\n';
       status = kExitFailure;
-      continue;
-    }
-    const auto assessment = PatchJournalRecovery::assess(*journal);
-    out << path.string() << "\n  target: " << journal->targetPath << "\n  regions: " << journal->entries.size()
-        << "\n  verdict: " << verdictText(assessment.verdict) << '\n';
-    if (!assessment.prompt) {
-      PatchJournal::remove(path);
-      continue;
-    }
-    if (restore) {
-      if (PatchJournalRecovery::rollBack(*journal)) {
-        out << "  restored\n";
-      } else {
-        err << "quorin-cli: " << PatchJournalRecovery::rollbackFailure(*journal).text << '\n';
-        status = 1;
-      }
-    } else if (discard) {
-      PatchJournal::remove(path);
-      out << "  discarded; the file is left as it is\n";
     }
   }
+  if (asJson) printJson(all, out);
   return status;
 }
 

@@ -1,12 +1,16 @@
 #include "SearchCommand.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <optional>
 
 #include "Cli.h"
+#include "Interrupt.h"
 #include "Json.h"
 #include "Options.h"
+#include "Progress.h"
 #include "search/SearchEngine.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/MMapWrapper.h"
@@ -16,9 +20,6 @@
 namespace quorin::cli {
 namespace {
 
-constexpr int kExitNoMatch = 1;
-constexpr const char* kUsage =
-    "usage: quorin-cli search [--regex] [-i] [-w] [--escapes] [--count] [--json] PATTERN FILE\n";
 // Longer lines are shown cut, so one huge line cannot flood the terminal.
 constexpr int64_t kMaxShownLineBytes = 4096;
 
@@ -50,15 +51,8 @@ search::SearchOptions searchOptionsFrom(const ParsedOptions& parsed, std::string
 int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   static constexpr std::array<OptionSpec, 6> kOptions = {
       {{"--regex"}, {"-i"}, {"-w"}, {"--escapes"}, {"--count"}, {"--json"}}};
-  const auto parsed = parseOptions(args, kOptions);
-  if (!parsed) {
-    err << "quorin-cli: " << parsed.error() << '\n' << kUsage;
-    return kExitFailure;
-  }
-  if (parsed->positionals.size() != 2) {
-    err << "quorin-cli: search takes a PATTERN and a FILE\n" << kUsage;
-    return kExitFailure;
-  }
+  const auto parsed = parseCommandLine("search", args, kOptions, 2, 2, err);
+  if (!parsed) return kExitFailure;
   const search::SearchOptions options = searchOptionsFrom(*parsed, parsed->positionals[0]);
   const std::string& path = parsed->positionals[1];
 
@@ -70,15 +64,32 @@ int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream
   auto table = std::make_shared<storage::PieceTable>(storage::OriginalBuffer::make(*mmap));
   auto index = storage::InMemoryLineIndex::create(table, storage::LineIndexTier::inMemory(),
                                                   storage::LineIndexWindow::wholeDocument());
+  // The first pass indexes the start of the file; the engine numbers the
+  // lines past it itself while it scans them, so the rest of the index would
+  // only read the whole file a second time, competing with the search.
   index->startBuild();
-  while (!index->waitUntilComplete(std::chrono::seconds(1))) {
-  }
+  index->cancel();
   const auto text = table->snapshot();
-  const auto lines = index->snapshot();
-
+  std::atomic<int64_t> linesScanned{0}, totalLines{0};
   search::SearchCancellation cancellation;
-  const search::SearchResult result =
-      search::SearchEngine().search(search::kFindBarMatchCap, options, text, lines, cancellation);
+  search::SearchHooks hooks;
+  hooks.onProgress = [&](const search::SearchProgress& p) {
+    linesScanned.store(p.linesScanned, std::memory_order_relaxed);
+    totalLines.store(p.totalLines, std::memory_order_relaxed);
+  };
+  std::optional<search::SearchResult> found;
+  {
+    const InterruptGuard interrupt([&] { cancellation.cancel(); });
+    // totalLines is an estimate from the indexed start of the file.
+    const ProgressLine progress(err, [&] {
+      return "searching " + percentText(static_cast<double>(linesScanned.load(std::memory_order_relaxed)),
+                                        static_cast<double>(totalLines.load(std::memory_order_relaxed)));
+    });
+    found = search::SearchEngine().search(search::kFindBarMatchCap, options, text, index->snapshot(),
+                                          cancellation, hooks);
+  }
+  if (interruptRequested() || !found || found->cancelled) return kExitInterrupted;
+  const search::SearchResult& result = *found;
   if (result.compileError) {
     err << "quorin-cli: Invalid regex: " << *result.compileError << '\n';
     return kExitFailure;
@@ -95,13 +106,17 @@ int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream
         .field("elapsedSeconds", result.elapsedSeconds);
     if (!parsed->has("--count")) {
       json.key("matches").beginArray();
+      int64_t lastLine = -1;
       for (const auto& match : result.matches) {
         json.beginObject()
             .field("line", match.line + 1)
             .field("offset", match.matchByteStart)
-            .field("length", match.matchByteLength)
-            .field("text", lineText(text, match, terminator))
-            .endObject();
+            .field("length", match.matchByteLength);
+        // The line's text once, with its first match: a line with a million
+        // matches would otherwise be written a million times.
+        if (match.line != lastLine) json.field("text", lineText(text, match, terminator));
+        json.endObject();
+        lastLine = match.line;
       }
       json.endArray();
     }
@@ -112,7 +127,11 @@ int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream
   } else {
     const uint8_t terminator = text::lineTerminator(text.originalBuffer().lineEnding());
     std::string buffer;
+    int64_t lastLine = -1;
     for (const auto& match : result.matches) {
+      // One output line per matching line, as grep prints them.
+      if (match.line == lastLine) continue;
+      lastLine = match.line;
       buffer += std::to_string(match.line + 1);
       buffer += ':';
       buffer += std::to_string(match.matchByteStart);
@@ -135,7 +154,7 @@ int runSearch(std::span<const std::string> args, std::ostream& out, std::ostream
         << " s; the results are partial\n";
     return kExitFailure;
   }
-  return result.totalMatchCount > 0 ? kExitOk : kExitNoMatch;
+  return result.totalMatchCount > 0 ? kExitOk : kExitNotFound;
 }
 
 }  // namespace quorin::cli

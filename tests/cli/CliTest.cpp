@@ -94,7 +94,7 @@ TEST(CliUsageTest, MistakesPrintUsageToStderrAndHelpToStdout) {
   }
   const auto help = run({"info", "-h"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_TRUE(help.out.contains("info FILE [--json]") && help.err.empty()) << help.out;
+  EXPECT_TRUE(help.out.contains("info [--json] FILE") && help.err.empty()) << help.out;
   // After "--" an argument is a file name, even one that looks like an option.
   EXPECT_EQ(run({"info", "--", "--help"}).err,
             "quorin-cli: open(--help) failed: No such file or directory\n");

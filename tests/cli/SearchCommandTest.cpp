@@ -27,6 +27,9 @@ TEST(CliSearchTest, PrintsLineOffsetAndTextPerMatch) {
   EXPECT_EQ(run({"search", "--escapes", "full\\r\\nWARN", path}).out, "2:22:ERROR disk full\n");
   EXPECT_EQ(run({"search", "-w", "-i", "disk", path}).status, 0);
   EXPECT_EQ(run({"search", "-w", "dis", path}).status, 1);
+  // A line with many matches is printed once, at its first match; all are counted.
+  EXPECT_EQ(run({"search", "r", path}).out, "1:8:INFO start\n4:36:error again\n");
+  EXPECT_EQ(run({"search", "--count", "r", path}).out, "4\n");
 
   const Outcome json = run({"search", "--json", "x$", path, "--regex"});
   EXPECT_TRUE(json.out.starts_with("{\"path\":\"" + path + "\",\"totalMatchCount\":1,\"truncated\":false,"))
