@@ -1,0 +1,551 @@
+#include "find/FindBar.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QShortcut>
+#include <QTimer>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include "dispatch/Clock.h"
+#include "find/FindSummary.h"
+#include "search/QueryText.h"
+
+namespace quorin::app {
+namespace {
+
+constexpr const char* kHistoryKey = "QuorinFindQueryHistory";
+constexpr uint64_t kProgressRepaintNs = 100'000'000;  // the label changes at most ten times a second
+constexpr int64_t kLongestSelectionAsQuery = 256;
+
+storage::ByteRange ordered(EditorSurface::Selection s) {
+  return {std::min(s.begin, s.end), std::max(s.begin, s.end)};
+}
+
+QCheckBox* option(const QString& text, const QString& tip, QWidget* parent) {
+  auto* box = new QCheckBox(text, parent);
+  box->setToolTip(tip);
+  box->setFocusPolicy(Qt::TabFocus);
+  return box;
+}
+
+}  // namespace
+
+FindBar::FindBar(std::shared_ptr<document::Document> document, EditorSurface& surface,
+                 dispatch::MainQueue& mainQueue, QWidget* parent, FindBarConfig config)
+    : QWidget(parent),
+      document_(std::move(document)),
+      surface_(surface),
+      mainQueue_(mainQueue),
+      config_(config),
+      engine_(config.searchLimits),
+      finder_(config.findNextLimits),
+      alive_(std::make_shared<FindBar*>(this)),
+      highlights_(std::make_shared<MatchSet>()),
+      matches_(*highlights_) {
+  setObjectName("findBar");
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(6, 4, 6, 4);
+  layout->setSpacing(3);
+
+  auto* findRow = new QHBoxLayout;
+  queryBox_ = new QComboBox(this);
+  queryBox_->setObjectName("findQuery");
+  queryBox_->setEditable(true);
+  queryBox_->setInsertPolicy(QComboBox::NoInsert);
+  queryBox_->setMinimumWidth(260);
+  queryBox_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+  queryBox_->lineEdit()->setPlaceholderText("Find");
+  queryBox_->lineEdit()->installEventFilter(this);
+  auto* previous = new QToolButton(this);
+  previous->setText("↑");
+  previous->setToolTip("Previous match (Shift+Enter, Shift+F3)");
+  auto* next = new QToolButton(this);
+  next->setText("↓");
+  next->setToolTip("Next match (Enter, F3)");
+  summary_ = new QLabel(this);
+  summary_->setObjectName("findSummary");
+  summary_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  notice_ = new QLabel(this);
+  notice_->setObjectName("findNotice");
+  notice_->setStyleSheet("color: #b05000");
+  auto* closeButton = new QToolButton(this);
+  closeButton->setText("×");
+  closeButton->setToolTip("Close (Esc)");
+  closeButton->setAutoRaise(true);
+  findRow->addWidget(queryBox_, 3);
+  findRow->addWidget(previous);
+  findRow->addWidget(next);
+  findRow->addWidget(summary_, 2);
+  findRow->addWidget(notice_, 2);
+  findRow->addWidget(closeButton);
+  layout->addLayout(findRow);
+
+  auto* optionRow = new QHBoxLayout;
+  caseBox_ = option("Case sensitive", "Match upper and lower case exactly", this);
+  wordBox_ = option("Match whole word (ignored in regex mode)",
+                    "Only matches with no letter, digit or _ on either side", this);
+  regexBox_ = option("Regular expression", "PCRE syntax; each line is matched on its own", this);
+  escapesBox_ = option("Extended (\\n, \\t, \\xHH, \\uHHHH)",
+                       "Read escapes in a plain query (and its replacement)", this);
+  for (QCheckBox* box : {caseBox_, wordBox_, regexBox_, escapesBox_}) optionRow->addWidget(box);
+  optionRow->addStretch(1);
+  layout->addLayout(optionRow);
+
+  replaceRow_ = new QWidget(this);
+  auto* replaceLayout = new QHBoxLayout(replaceRow_);
+  replaceLayout->setContentsMargins(0, 0, 0, 0);
+  replacementEdit_ = new QLineEdit(replaceRow_);
+  replacementEdit_->setObjectName("findReplacement");
+  replacementEdit_->setPlaceholderText("Replace with");
+  replacementEdit_->installEventFilter(this);
+  auto* replaceButton = new QPushButton("Replace", replaceRow_);
+  replaceAllButton_ = new QPushButton("Replace All", replaceRow_);
+  replaceProgress_ = new QLabel(replaceRow_);
+  replaceProgress_->setObjectName("replaceProgress");
+  cancelButton_ = new QPushButton("Cancel", replaceRow_);
+  cancelButton_->hide();
+  replaceLayout->addWidget(replacementEdit_, 3);
+  replaceLayout->addWidget(replaceButton);
+  replaceLayout->addWidget(replaceAllButton_);
+  replaceLayout->addWidget(replaceProgress_, 2);
+  replaceLayout->addWidget(cancelButton_);
+  layout->addWidget(replaceRow_);
+  replaceRow_->hide();
+
+  countTimer_ = new QTimer(this);
+  countTimer_->setSingleShot(true);
+  countTimer_->setInterval(config_.countDelayMs);
+  recountTimer_ = new QTimer(this);
+  recountTimer_->setSingleShot(true);
+  recountTimer_->setInterval(config_.recountDelayMs);
+  connect(countTimer_, &QTimer::timeout, this, &FindBar::startCount);
+  connect(recountTimer_, &QTimer::timeout, this, [this] {
+    if (isVisible()) startCount();
+  });
+
+  connect(queryBox_, &QComboBox::currentTextChanged, this, &FindBar::queryChanged);
+  for (QCheckBox* box : {caseBox_, wordBox_, regexBox_, escapesBox_})
+    connect(box, &QCheckBox::toggled, this, &FindBar::queryChanged);
+  connect(previous, &QToolButton::clicked, this, &FindBar::findPrevious);
+  connect(next, &QToolButton::clicked, this, &FindBar::findNext);
+  connect(closeButton, &QToolButton::clicked, this, &FindBar::close);
+  connect(replaceButton, &QPushButton::clicked, this, &FindBar::replaceCurrent);
+  connect(replaceAllButton_, &QPushButton::clicked, this, &FindBar::replaceAll);
+  connect(cancelButton_, &QPushButton::clicked, this, &FindBar::cancelReplaceAll);
+  auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+  escape->setContext(Qt::WidgetWithChildrenShortcut);
+  connect(escape, &QShortcut::activated, this, &FindBar::close);
+
+  const QStringList history = QSettings().value(kHistoryKey).toStringList();
+  queryBox_->blockSignals(true);
+  queryBox_->addItems(history);
+  queryBox_->setEditText({});
+  queryBox_->blockSignals(false);
+
+  changeListener_ = document_->addChangeListener(
+      [this](const document::DocumentChange& change) { documentChanged(change); });
+  hide();  // until Ctrl+F
+}
+
+FindBar::~FindBar() {
+  countHandle_.cancel();
+  stepHandle_.cancel();
+  replaceAllHandle_.cancel();
+  document_->removeChangeListener(changeListener_);
+  // The surface is not touched here: the tab may already have destroyed the
+  // view. The provider it may still hold reads only the shared match set.
+}
+
+void FindBar::installShortcuts(QWidget* scope) {
+  const auto add = [&](QKeySequence keys, void (FindBar::*slot)()) {
+    auto* shortcut = new QShortcut(keys, scope);
+    shortcut->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(shortcut, &QShortcut::activated, this, slot);
+  };
+  add(QKeySequence(Qt::CTRL | Qt::Key_F), &FindBar::activate);
+  add(QKeySequence(Qt::CTRL | Qt::Key_H), &FindBar::activateReplace);
+  add(QKeySequence(Qt::Key_F3), &FindBar::findNext);
+  add(QKeySequence(Qt::SHIFT | Qt::Key_F3), &FindBar::findPrevious);
+}
+
+void FindBar::activate() {
+  show();
+  // A short one-line selection becomes the query, as in most editors.
+  const storage::ByteRange selected = ordered(surface_.selection());
+  if (selected.length() > 0 && selected.length() <= kLongestSelectionAsQuery) {
+    if (auto bytes = document_->snapshot().text.readBytes(selected);
+        bytes && bytes->find_first_of("\r\n") == std::string::npos) {
+      QString text = QString::fromStdString(*bytes);
+      if (regexBox_->isChecked()) text = QRegularExpression::escape(text);
+      setQuery(text);
+    }
+  }
+  surface_.setHighlightProvider(
+      [set = highlights_](storage::ByteRange visible) { return set->rangesIn(visible); });
+  surface_.refreshHighlights();
+  queryBox_->setFocus(Qt::ShortcutFocusReason);
+  queryBox_->lineEdit()->selectAll();
+  if (!query().isEmpty() && (!haveResult_ || matches_.isStale()) && !isCounting()) startCount();
+}
+
+void FindBar::activateReplace() {
+  replaceRow_->show();
+  activate();
+}
+
+void FindBar::close() {
+  stopCount();
+  countTimer_->stop();
+  recountTimer_->stop();
+  stepHandle_.cancel();
+  stepHandle_ = {};
+  surface_.setHighlightProvider(nullptr);
+  surface_.refreshHighlights();
+  replaceRow_->hide();
+  hide();
+  emit closed();
+}
+
+QString FindBar::query() const { return queryBox_->currentText(); }
+
+void FindBar::setQuery(const QString& text) { queryBox_->setEditText(text); }
+
+search::SearchOptions FindBar::options() const {
+  search::SearchOptions o;
+  o.query = query().toStdString();
+  o.caseSensitive = caseBox_->isChecked();
+  o.wholeWord = wordBox_->isChecked() && !regexBox_->isChecked();
+  o.regex = regexBox_->isChecked();
+  o.escapes = escapesBox_->isChecked() && !regexBox_->isChecked();
+  return o;
+}
+
+QString FindBar::summaryText() const { return summary_->text(); }
+QString FindBar::noticeText() const { return notice_->text(); }
+
+void FindBar::queryChanged() {
+  // The old matches belong to another query: drop them at once rather than
+  // leave wrong highlights up while the new count runs.
+  stopCount();
+  stepHandle_.cancel();
+  stepHandle_ = {};
+  *highlights_ = MatchSet();
+  haveResult_ = false;
+  summary_->clear();
+  setNotice({});
+  surface_.refreshHighlights();
+  if (query().isEmpty()) return;
+  if (config_.countDelayMs <= 0) {
+    startCount();
+  } else {
+    countTimer_->start();
+  }
+}
+
+void FindBar::startCount() {
+  stopCount();
+  recountTimer_->stop();
+  const search::SearchOptions opts = options();
+  if (opts.query.empty()) return;
+  const uint64_t generation = ++generation_;
+  summary_->setText(countingSummary({}));
+  const document::DocumentSnapshot snapshot = document_->snapshot();
+  std::weak_ptr<FindBar*> alive = alive_;
+  auto lastRepaint = std::make_shared<uint64_t>(0);
+  search::SearchHooks hooks;
+  hooks.onProgress = [alive, generation, lastRepaint](const search::SearchProgress& progress) {
+    const auto bar = alive.lock();
+    if (!bar || (*bar)->generation_ != generation || !(*bar)->isCounting()) return;
+    const uint64_t now = dispatch::monotonicNanos();
+    if (now - *lastRepaint < kProgressRepaintNs) return;
+    *lastRepaint = now;
+    (*bar)->summary_->setText(countingSummary(progress));
+  };
+  countHandle_ = engine_.start(
+      config_.matchCap, opts, snapshot.text, snapshot.lines,
+      [alive, generation](search::SearchResult result) {
+        if (const auto bar = alive.lock()) (*bar)->countFinished(generation, std::move(result));
+      },
+      &mainQueue_, std::move(hooks));
+}
+
+void FindBar::stopCount() {
+  countHandle_.cancel();
+  countHandle_ = {};
+  ++generation_;
+}
+
+void FindBar::countFinished(uint64_t generation, search::SearchResult result) {
+  if (generation != generation_) return;  // a newer query or text took over
+  countHandle_ = {};
+  if (result.cancelled) return;
+  if (result.snapshotVersion != document_->version()) {
+    recountTimer_->start();
+    return;
+  }
+  const bool complete = !result.timedOut && !result.truncated && !result.compileError;
+  *highlights_ = MatchSet(std::move(result.matches), result.snapshotVersion, complete);
+  result.matches = {};
+  lastResult_ = std::move(result);
+  haveResult_ = true;
+  showSummary();
+  surface_.refreshHighlights();
+}
+
+void FindBar::documentChanged(const document::DocumentChange& change) {
+  using Kind = document::DocumentChange::Kind;
+  if (change.kind == Kind::reload) {
+    *highlights_ = MatchSet();
+    highlights_->markStale();
+  } else if (change.kind == Kind::append) {
+    highlights_->markStale();  // the old matches stand; the new bytes are not counted yet
+  } else {
+    highlights_->applyEdit(change.edit);
+  }
+  const bool wasCounting = isCounting();
+  stopCount();
+  if (query().isEmpty()) return;
+  if (haveResult_ || wasCounting) {
+    if (!haveResult_) summary_->clear();
+    showSummary();
+    surface_.refreshHighlights();
+    recountTimer_->start();
+  }
+}
+
+void FindBar::showSummary() {
+  if (!haveResult_) return;
+  std::optional<int64_t> current;
+  if (!matches_.isStale()) current = matches_.indexOf(ordered(surface_.selection()));
+  QString text = resultSummary(lastResult_, static_cast<int64_t>(matches_.size()), config_.matchCap, current);
+  if (matches_.isStale()) text += " (stale)";
+  summary_->setText(text);
+  summary_->setToolTip(matches_.isStale()
+                           ? "The text changed since this count; it is counted again when you pause"
+                           : QString());
+}
+
+void FindBar::setNotice(const QString& text) { notice_->setText(text); }
+
+void FindBar::findNext() { step(false); }
+void FindBar::findPrevious() { step(true); }
+
+void FindBar::step(bool backward) {
+  if (query().isEmpty()) {
+    activate();
+    return;
+  }
+  rememberQuery();
+  if (isVisible() && !haveResult_ && !isCounting()) startCount();
+  const storage::ByteRange selected = ordered(surface_.selection());
+  const int64_t from = backward ? selected.start : selected.end;
+  const bool current = matches_.version() == document_->version();
+  if (current && (backward ? matches_.answersPrevious(from) : matches_.answersNext(from))) {
+    bool wrapped = false;
+    const auto hit = backward ? matches_.previous(from, true, &wrapped) : matches_.next(from, true, &wrapped);
+    if (hit) landOn(*hit, wrapped, backward);
+    return;
+  }
+  if (stepHandle_.cancellation) return;  // one scan at a time; the next press continues from its answer
+  setNotice({});
+  std::weak_ptr<FindBar*> alive = alive_;
+  const int64_t version = document_->version();
+  stepHandle_ = finder_.start(
+      {options(), from, backward, true}, document_->snapshot().text,
+      [alive, version, backward](search::FindNextResult result) {
+        const auto bar = alive.lock();
+        if (!bar) return;
+        FindBar& self = **bar;
+        self.stepHandle_ = {};
+        if (result.cancelled || version != self.document_->version()) return;
+        if (result.found()) {
+          self.landOn(*result.match, result.wrapped, backward);
+        } else {
+          self.setNotice(QString::fromStdString(result.describe()));
+        }
+      },
+      &mainQueue_);
+}
+
+void FindBar::landOn(storage::ByteRange range, bool wrapped, bool backward) {
+  setNotice({});
+  surface_.select(range.start, range.end);
+  if (wrapped)
+    surface_.showStatusMessage(backward ? "Search wrapped to the end" : "Search wrapped to the start");
+  showSummary();
+}
+
+void FindBar::rememberQuery() {
+  const QString text = query();
+  if (text.isEmpty()) return;
+  QSettings settings;
+  QStringList history = settings.value(kHistoryKey).toStringList();
+  history.removeAll(text);
+  history.prepend(text);
+  while (history.size() > config_.historyLimit) history.removeLast();
+  settings.setValue(kHistoryKey, history);
+  queryBox_->blockSignals(true);
+  queryBox_->clear();
+  queryBox_->addItems(history);
+  queryBox_->setEditText(text);
+  queryBox_->blockSignals(false);
+}
+
+std::string FindBar::replacementBytes() const {
+  const std::string typed = replacementEdit_->text().toStdString();
+  return options().escapes ? search::expandEscapes(typed) : typed;
+}
+
+void FindBar::replaceCurrent() {
+  const search::SearchOptions opts = options();
+  if (opts.query.empty() || isReplacing()) return;
+  rememberQuery();
+  const storage::ByteRange selected = ordered(surface_.selection());
+  // Replace only what is a match of the query; otherwise the first press
+  // just moves to the next match, as in most editors.
+  bool isMatch = false;
+  if (matches_.version() == document_->version() && matches_.isComplete()) {
+    isMatch = matches_.indexOf(selected).has_value();
+  } else {
+    search::FindNextLimits here = config_.findNextLimits;
+    here.scanBytes = 1;  // only a match that starts where the selection does
+    const search::SearchCancellation never;
+    const auto found =
+        search::FindNext(here).find({opts, selected.start, false, false}, document_->snapshot().text, never);
+    isMatch = found.match == selected;
+  }
+  if (!isMatch) {
+    findNext();
+    return;
+  }
+  const std::string bytes = replacementBytes();
+  const int64_t caret = selected.start + static_cast<int64_t>(bytes.size());
+  const auto outcome = document_->replace(selected, bytes, {selected.start, selected.end},
+                                          persistence::TextSelection::at(caret));
+  if (!outcome) {
+    setNotice(QString::fromStdString(outcome.error().describe()));
+    return;
+  }
+  surface_.select(caret, caret);
+  findNext();
+}
+
+void FindBar::replaceAll() {
+  const search::SearchOptions opts = options();
+  if (opts.query.empty() || isReplacing()) return;
+  rememberQuery();
+  setNotice({});
+  if (matches_.version() == document_->version() && matches_.isComplete()) {
+    search::SearchResult result;
+    result.snapshotVersion = matches_.version();
+    for (const storage::ByteRange& r : matches_.ranges())
+      result.matches.push_back({0, 0, r.start, r.length()});
+    result.totalMatchCount = static_cast<int64_t>(result.matches.size());
+    finishReplaceAll(std::move(result));
+    return;
+  }
+  // Count afresh (the stored matches are stale, partial or still coming),
+  // with progress and a way out; the edit itself is one quick bulk step.
+  setReplacing(true);
+  replaceProgress_->setText(countingSummary({}));
+  const uint64_t generation = ++replaceGeneration_;
+  const document::DocumentSnapshot snapshot = document_->snapshot();
+  std::weak_ptr<FindBar*> alive = alive_;
+  search::SearchHooks hooks;
+  hooks.onProgress = [alive, generation](const search::SearchProgress& progress) {
+    const auto bar = alive.lock();
+    if (bar && (*bar)->replaceGeneration_ == generation && (*bar)->isReplacing())
+      (*bar)->replaceProgress_->setText(countingSummary(progress));
+  };
+  replaceAllHandle_ = engine_.start(
+      config_.matchCap, opts, snapshot.text, snapshot.lines,
+      [alive, generation](search::SearchResult result) {
+        const auto bar = alive.lock();
+        if (!bar || (*bar)->replaceGeneration_ != generation) return;
+        (*bar)->finishReplaceAll(std::move(result));
+      },
+      &mainQueue_, std::move(hooks));
+}
+
+void FindBar::cancelReplaceAll() {
+  if (!isReplacing()) return;
+  ++replaceGeneration_;
+  replaceAllHandle_.cancel();
+  setReplacing(false);
+  setNotice("Replace All cancelled; nothing was replaced");
+}
+
+void FindBar::setReplacing(bool replacing) {
+  if (!replacing) {
+    replaceAllHandle_ = {};
+    replaceProgress_->clear();
+  }
+  cancelButton_->setVisible(replacing);
+  replaceAllButton_->setEnabled(!replacing);
+}
+
+void FindBar::finishReplaceAll(search::SearchResult result) {
+  setReplacing(false);
+  if (result.cancelled) return;
+  const auto stored = static_cast<int64_t>(result.matches.size());
+  if (result.compileError || result.timedOut || result.truncated) {
+    QString why = resultSummary(result, stored, config_.matchCap);
+    if (!result.compileError) why += " — nothing was replaced";
+    setNotice(why);
+    return;
+  }
+  if (result.snapshotVersion != document_->version()) {
+    setNotice("The text changed while matches were counted; nothing was replaced");
+    return;
+  }
+  if (result.matches.empty()) {
+    setNotice("No matches");
+    return;
+  }
+  const std::string bytes = replacementBytes();
+  std::vector<storage::PieceTable::BulkEditSite> sites;
+  sites.reserve(result.matches.size());
+  for (const search::SearchMatch& m : result.matches)
+    sites.push_back({{m.matchByteStart, m.matchByteStart + m.matchByteLength}, bytes});
+  const EditorSurface::Selection before = surface_.selection();
+  const auto outcome = document_->replaceAll(sites, "Replace All", {before.begin, before.end},
+                                             persistence::TextSelection::at(sites.front().range.start));
+  if (!outcome) {
+    setNotice(QString::fromStdString(outcome.error().describe()));
+    return;
+  }
+  surface_.select(sites.front().range.start, sites.front().range.start);
+  surface_.showStatusMessage(stored == 1 ? QStringLiteral("Replaced 1 match")
+                                         : "Replaced " + groupedNumber(stored) + " matches");
+  if (!outcome->undoable) setNotice(QString::fromUtf8(document::kTooLargeToUndoMessage));
+}
+
+bool FindBar::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::KeyPress) {
+    const auto* key = static_cast<QKeyEvent*>(event);
+    const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+    if (enter && watched == queryBox_->lineEdit()) {
+      (key->modifiers() & Qt::ShiftModifier) ? findPrevious() : findNext();
+      return true;
+    }
+    if (enter && watched == replacementEdit_) {
+      replaceCurrent();
+      return true;
+    }
+    if (key->key() == Qt::Key_Escape) {
+      close();
+      return true;
+    }
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+}  // namespace quorin::app

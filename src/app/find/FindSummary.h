@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QString>
+#include <cstdint>
+
+#include "search/SearchTypes.h"
+
+namespace quorin::app {
+
+// The texts the find bar shows about a whole-document count. Numbers are
+// grouped by threes with commas ("2,000,000") whatever the locale, so the
+// texts read the same in every log excerpt and bug report.
+QString groupedNumber(int64_t value);
+
+// While counting: "Searching… 42% · 1,234 matches so far".
+QString countingSummary(const search::SearchProgress& progress);
+
+// After the count: "Invalid regex: …", "12 matches (timed out)", "Timed out",
+// the cap text, "No matches", "1 match", "1,234 matches", or "3 of 1,234"
+// when `current` (0-based) names the selected match.
+// `stored` is how many matches were kept (the result's own list may have
+// been moved elsewhere).
+QString resultSummary(const search::SearchResult& result, int64_t stored, int64_t cap,
+                      std::optional<int64_t> current = {});
+
+}  // namespace quorin::app
