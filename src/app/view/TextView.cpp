@@ -379,21 +379,14 @@ void TextView::insertText(const QString& text) {
   applyEdit(range, withLineEnding(text, doc_->lineEnding()), "Typing", range.length() == 0);
 }
 
-void TextView::undo() {
-  closeTypingGroup();
-  editing_ = true;
-  const auto restored = doc_->undo();
-  editing_ = false;
-  if (!restored) return;
-  refreshText();
-  select(restored->anchor, restored->caret);
-  emit undoStateChanged();
-}
+void TextView::undo() { stepHistory(true); }
 
-void TextView::redo() {
+void TextView::redo() { stepHistory(false); }
+
+void TextView::stepHistory(bool backward) {
   closeTypingGroup();
   editing_ = true;
-  const auto restored = doc_->redo();
+  const auto restored = backward ? doc_->undo() : doc_->redo();
   editing_ = false;
   if (!restored) return;
   refreshText();

@@ -121,6 +121,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   // Applies an edit through the document in an undo group named `action`.
   bool applyEdit(storage::ByteRange range, const std::string& bytes, const char* action, bool typing);
   void reportRefusal(const document::EditRefusal& refusal);
+  void stepHistory(bool backward);  // undo or redo
   void updateFontMetrics();
 
   std::shared_ptr<document::Document> doc_;

@@ -2,34 +2,18 @@
 
 #include <memory>
 
-#include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
-#include "support/ManualExecutor.h"
-#include "support/TempDir.h"
 #include "view/ScrollMapping.h"
 #include "view/TextLines.h"
+#include "ViewTestSupport.h"
 
 namespace quorin::app {
 namespace {
 
-struct OpenText {
-  testing::TempDir dir;
-  dispatch::ManualMainQueue main;
-  std::shared_ptr<testing::ManualExecutor> queue = std::make_shared<testing::ManualExecutor>();
-  std::shared_ptr<document::Document> doc;
-
-  // `indexLines`: lines the index knows before the test looks (the rest are found by scanning).
-  explicit OpenText(const std::string& bytes, int64_t indexLines = 1'000'000) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.encoding = text::DetectedEncoding::utf8;
-    options.lineIndexLimits.firstPassLines = indexLines;
-    options.lineIndexLimits.passLines = 1'000'000;
-    doc = document::Document::open(dir.write("t.txt", bytes).string(), options).value();
-  }
+// A document and its geometry.
+struct OpenText : testing::TestDocument {
+  using TestDocument::TestDocument;
+  OpenText(const std::string& bytes, int64_t indexLines)
+      : TestDocument(bytes, storage::LargeFileOpenMode::wholeFileVirtual, indexLines) {}
   TextLines lines() const { return TextLines(doc->snapshot(), doc->editableRange(), '\n'); }
 };
 

@@ -6,38 +6,22 @@
 #include <QTest>
 #include <memory>
 
-#include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
-#include "support/ManualExecutor.h"
-#include "support/TempDir.h"
 #include "view/TextView.h"
+#include "ViewTestSupport.h"
 
 namespace quorin::app {
 namespace {
 
-struct ViewOn {
-  testing::TempDir dir;
-  dispatch::ManualMainQueue main;
-  std::shared_ptr<testing::ManualExecutor> queue = std::make_shared<testing::ManualExecutor>();
-  std::shared_ptr<document::Document> doc;
+// A document shown in a view.
+struct ViewOn : testing::TestDocument {
   std::unique_ptr<TextView> view;
 
   explicit ViewOn(const std::string& bytes, storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
-                  int64_t indexLines = 1'000'000) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.encoding = text::DetectedEncoding::utf8;
-    options.mode.mode = mode;
-    options.lineIndexLimits.firstPassLines = indexLines;
-    doc = document::Document::open(dir.write("t.txt", bytes).string(), options).value();
-    view = std::make_unique<TextView>(doc);
+                  int64_t indexLines = 1'000'000)
+      : TestDocument(bytes, mode, indexLines), view(std::make_unique<TextView>(doc)) {
     view->resize(600, 300);
     view->show();
   }
-  std::string text() const { return doc->snapshot().text.text({0, doc->length()}); }
   void type(const QString& keys) { QTest::keyClicks(view.get(), keys); }
   void key(Qt::Key k, Qt::KeyboardModifiers m = Qt::NoModifier) { QTest::keyClick(view.get(), k, m); }
 };
