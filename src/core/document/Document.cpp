@@ -1,5 +1,7 @@
 #include "document/Document.h"
 
+#include "dispatch/WorkerPool.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -56,6 +58,16 @@ Document::Document(std::string path, OpenOptions options) : path_(std::move(path
 
 Document::~Document() {
   if (index_) index_->cancel();
+  // Unlinking a gigabyte-sized index or working copy takes the file system a
+  // noticeable moment: let a worker do it, not the thread closing the tab.
+  // What a worker never gets to (the process ending) is cleaned at the next launch.
+  index_.reset();
+  table_.reset();
+  std::shared_ptr<storage::ScratchDirectory> scratch(std::move(scratch_));
+  std::shared_ptr<storage::ScratchDirectory> working(std::move(workingScratch_));
+  if (scratch || working) {
+    dispatch::WorkerPool::shared().async([scratch = std::move(scratch), working = std::move(working)] {});
+  }
 }
 
 namespace {
