@@ -321,13 +321,38 @@ void CSVRecordIndex::removeRows(std::span<const int64_t> rows) {
 void CSVRecordIndex::replaceRows(int64_t from, int64_t to, std::span<const int64_t> newStarts,
                                  std::span<const int64_t> newFieldCounts, int64_t byteDelta) {
   std::lock_guard lock(mutex_);
+  replaceRowsLocked(from, to, newStarts, newFieldCounts, {}, byteDelta);
+}
+
+void CSVRecordIndex::replaceRows(int64_t from, int64_t to, std::span<const ScannedRecord> newRows,
+                                 int64_t byteDelta) {
+  std::vector<int64_t> starts;
+  std::vector<int64_t> fields;
+  std::vector<uint8_t> anomalous;
+  for (const ScannedRecord& row : newRows) {
+    starts.push_back(row.start);
+    fields.push_back(row.fieldCount);
+    anomalous.push_back(row.malformed ? 1 : 0);
+  }
+  std::lock_guard lock(mutex_);
+  replaceRowsLocked(from, to, starts, fields, anomalous, byteDelta);
+}
+
+void CSVRecordIndex::replaceRowsLocked(int64_t from, int64_t to, std::span<const int64_t> newStarts,
+                                       std::span<const int64_t> newFieldCounts,
+                                       std::span<const uint8_t> newAnomalous, int64_t byteDelta) {
   const auto count = static_cast<int64_t>(rowStarts_.size());
   if (from < 0 || from > to || to > count || newStarts.size() != newFieldCounts.size()) return;
+  if (!newAnomalous.empty() && newAnomalous.size() != newStarts.size()) return;
 
   std::vector<bool> anomalies;
   anomalies.reserve(static_cast<size_t>(count - (to - from)) + newStarts.size());
   for (int64_t row = 0; row < from; ++row) anomalies.push_back(anomalousLocked(row));
-  anomalies.insert(anomalies.end(), newStarts.size(), false);
+  if (newAnomalous.empty()) {
+    anomalies.insert(anomalies.end(), newStarts.size(), false);
+  } else {
+    for (const uint8_t flag : newAnomalous) anomalies.push_back(flag != 0);
+  }
   for (int64_t row = to; row < count; ++row) anomalies.push_back(anomalousLocked(row));
 
   std::vector<int64_t> tailStarts(rowStarts_.begin() + to, rowStarts_.end());

@@ -105,6 +105,9 @@ class CSVRecordIndex {
   // (same length); the text after them moved by byteDelta.
   void replaceRows(int64_t from, int64_t to, std::span<const int64_t> newStarts,
                    std::span<const int64_t> newFieldCounts, int64_t byteDelta);
+  // The same with the new rows as a scanner found them (absolute starts),
+  // keeping their anomaly flags: for an edit whose rows were scanned again.
+  void replaceRows(int64_t from, int64_t to, std::span<const ScannedRecord> newRows, int64_t byteDelta);
   // A column inserted, deleted or rewritten across all rows: one byte delta
   // per row (else ignored), optionally every row's new field count (used only
   // with one per row), and the change in column count (expectedColumns stays at least 1).
@@ -120,6 +123,10 @@ class CSVRecordIndex {
   void settleExpectedColumnsLocked();
   void countRowLocked(int64_t row);
   void recomputeStatisticsLocked();
+  // newAnomalous is empty (all clear) or one flag per new row.
+  void replaceRowsLocked(int64_t from, int64_t to, std::span<const int64_t> newStarts,
+                         std::span<const int64_t> newFieldCounts, std::span<const uint8_t> newAnomalous,
+                         int64_t byteDelta);
 
   const CSVDelimiter delimiter_;
   mutable std::mutex mutex_;
