@@ -174,7 +174,7 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
     compare->show();
     compare->compareWithFile(after);
     pump(2500);
-    shots.take(compare, QStringLiteral("compare"));
+    shots.take(compare, QStringLiteral("compare-window"));
     compare->close();
   }
 }
