@@ -19,20 +19,18 @@ ManualMainQueue::ManualMainQueue() : mainThread_(std::this_thread::get_id()) {}
 
 void ManualMainQueue::post(Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was posted to the main queue");
-  {
-    std::lock_guard lock(mutex_);
-    ready_.push_back(std::move(task));
-  }
+  // Notified under the lock: once the main thread sees the task it may run it
+  // and destroy the queue, so the poster must be done with the queue by then.
+  std::lock_guard lock(mutex_);
+  ready_.push_back(std::move(task));
   posted_.notify_one();
 }
 
 void ManualMainQueue::postAfter(uint64_t delayNs, Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was posted to the main queue");
-  {
-    std::lock_guard lock(mutex_);
-    delayed_.emplace(saturatingAdd(now_, delayNs), std::move(task));  // lands after equal due times
-  }
-  posted_.notify_one();  // it may be due already
+  std::lock_guard lock(mutex_);
+  delayed_.emplace(saturatingAdd(now_, delayNs), std::move(task));  // lands after equal due times
+  posted_.notify_one();                                             // it may be due already
 }
 
 bool ManualMainQueue::isMainThread() const { return std::this_thread::get_id() == mainThread_; }

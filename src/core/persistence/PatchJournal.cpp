@@ -139,7 +139,9 @@ std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::deco
   journal.url = url;
   uint32_t pathLength = 0;
   if (!r.u32(pathLength) || !r.run(pathLength, journal.targetPath)) return truncated;
-  if (!isValidUtf8(journal.targetPath)) return std::unexpected(PatchJournalError::badPathEncoding(url));
+  // A NUL would make open() act on a shorter path than the one recorded.
+  if (!isValidUtf8(journal.targetPath) || journal.targetPath.find('\0') != std::string::npos)
+    return std::unexpected(PatchJournalError::badPathEncoding(url));
   uint64_t size = 0, seconds = 0, nanos = 0;
   if (!r.u64(journal.identity.device) || !r.u64(journal.identity.inode) || !r.u64(size) || !r.u64(seconds) ||
       !r.u64(nanos)) {
@@ -158,6 +160,9 @@ std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::deco
         !r.run(length, e.insertedBytes)) {
       return truncated;
     }
+    // Images of different lengths cannot come from an in-place save, and a
+    // rollback from them would shift the file: the journal is corrupt.
+    if (e.originalBytes.size() != e.insertedBytes.size()) return truncated;
     journal.entries.push_back(std::move(e));
   }
   return journal;

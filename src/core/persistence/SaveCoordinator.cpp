@@ -139,6 +139,12 @@ std::expected<storage::FileIdentity, InPlaceRejection> SaveCoordinator::tryInPla
                                                       std::to_string(opened.mtimeNanoseconds) +
                                                       " (file modified externally)"));
   }
+  // The clock behind mtime is coarse: a file cut short within the same tick as the open keeps its mtime.
+  if (now.size != opened.size) {
+    return fail(rejectDetail(K::identityMismatch, "size " + std::to_string(now.size) + " != opened size " +
+                                                      std::to_string(opened.size) +
+                                                      " (file modified externally)"));
+  }
   if (io_.flock(fd, LOCK_EX | LOCK_NB) != 0) return fail(rejectErrno(K::flockFailed, errno));
   locked = true;
 

@@ -49,13 +49,23 @@ size_t sequenceLength(unsigned char lead) {
   return 1;
 }
 
+// The bytes of the character at `at`: a lead byte and the continuation bytes
+// that actually follow it, so that a broken sequence never swallows the
+// backslash of the next escape.
+size_t characterLength(std::string_view text, size_t at) {
+  const size_t limit = std::min(sequenceLength(static_cast<unsigned char>(text[at])), text.size() - at);
+  size_t length = 1;
+  while (length < limit && (static_cast<unsigned char>(text[at + length]) & 0xC0) == 0x80) ++length;
+  return length;
+}
+
 // The characters after a backslash are counted as typed characters, so a
 // "\u" followed by "é" and three more is four characters, not five bytes.
 std::optional<std::string_view> takeCharacters(std::string_view text, size_t from, size_t count) {
   size_t end = from;
   for (size_t i = 0; i < count; ++i) {
     if (end >= text.size()) return std::nullopt;
-    end += std::min(sequenceLength(static_cast<unsigned char>(text[end])), text.size() - end);
+    end += characterLength(text, end);
   }
   return text.substr(from, end - from);
 }
@@ -89,8 +99,7 @@ std::string expandEscapes(std::string_view query) {
       }
     }
     // Kept as typed: the backslash and the character after it.
-    const size_t length =
-        1 + std::min(sequenceLength(static_cast<unsigned char>(kind)), query.size() - i - 1);
+    const size_t length = 1 + characterLength(query, i + 1);
     out.append(query.substr(i, length));
     i += length;
   }

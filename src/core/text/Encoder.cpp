@@ -20,12 +20,18 @@ bool isUtf8(DetectedEncoding encoding) {
   return encoding == DetectedEncoding::utf8 || encoding == DetectedEncoding::utf8WithBOM;
 }
 
+// Leaves every error standing. ICU's own stop callback silently skips
+// unmappable default-ignorable characters (U+FEFF, U+200B, …), which would
+// drop them from the saved file without a word.
+void stopOnEveryCharacter(const void*, UConverterFromUnicodeArgs*, const UChar*, int32_t, UChar32,
+                          UConverterCallbackReason, UErrorCode*) {}
+
 }  // namespace
 
 Encoder::Encoder(DetectedEncoding target, bool writeByteOrderMark)
     : target_(target), converter_(target), markPending_(writeByteOrderMark) {
   UErrorCode err = U_ZERO_ERROR;
-  ucnv_setFromUCallBack(converter_.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &err);
+  ucnv_setFromUCallBack(converter_.get(), stopOnEveryCharacter, nullptr, nullptr, nullptr, &err);
   QUORIN_CHECK(U_SUCCESS(err), "setting an ICU callback failed");
   ucnv_setFallback(converter_.get(), false);
 }
