@@ -526,7 +526,7 @@ void Document::finishSaveAs(const std::string& path, int64_t startedAt,
     if (!isTranscoded()) {
       // Go on over the new file, so that the old one may be deleted or changed freely.
       if (auto mapped = storage::MMapWrapper::open(path_)) {
-        attachText(storage::OriginalBuffer::make(*mapped, table_->encoding()));
+        attachText(storage::OriginalBuffer::make(*mapped, table_->encoding(), lineEnding()));
         const int64_t length = table_->totalLength();
         notify({DocumentChange::Kind::reload, {0, length, length, 0, 0, table_->version(), {}}, true});
       }
@@ -610,13 +610,15 @@ void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResu
     std::shared_ptr<const storage::OriginalBuffer> fresh;
     if (isTranscoded() && freshWorkingCopy) {
       if (auto mapped = storage::MMapWrapper::open(freshWorkingCopy->string())) {
-        fresh = storage::OriginalBuffer::make(*mapped, text::DetectedEncoding::utf8);
+        fresh = storage::OriginalBuffer::make(*mapped, text::DetectedEncoding::utf8, lineEnding());
         if (workingCopyPath_) std::filesystem::remove(*workingCopyPath_);  // still mapped until let go
         workingCopyPath_ = *freshWorkingCopy;
       }
     } else if (!isTranscoded() && result->outcome.strategy == persistence::SaveStrategy::atomicRewrite) {
       // The new file; the old one's disk space is freed once nothing maps it.
-      if (auto mapped = storage::MMapWrapper::open(path_)) fresh = storage::OriginalBuffer::make(*mapped, table_->encoding());
+      if (auto mapped = storage::MMapWrapper::open(path_)) {
+        fresh = storage::OriginalBuffer::make(*mapped, table_->encoding(), lineEnding());
+      }
     }
     if (fresh) {
       attachText(fresh);
@@ -724,7 +726,10 @@ void Document::resolveExternalChange(bool reloadIt) {
   if (reloadIt) {
     reload();
   } else {
-    externallyModified_ = false;  // the file's identity stays the old one, so the next save rewrites it
+    // The file's identity stays the old one, so the next save rewrites it; and
+    // the text differs from the file now, so there is something to save.
+    externallyModified_ = false;
+    undo_->invalidateSavePoint();
   }
 }
 

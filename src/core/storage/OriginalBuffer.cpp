@@ -40,7 +40,8 @@ OriginalBuffer::OriginalBuffer(std::shared_ptr<MMapWrapper> mmap, text::Detected
     : mmap_(std::move(mmap)), encoding_(encoding), lineEnding_(lineEnding), contentStart_(contentStart) {}
 
 std::shared_ptr<const OriginalBuffer> OriginalBuffer::make(std::shared_ptr<MMapWrapper> mmap,
-                                                           std::optional<text::DetectedEncoding> encoding) {
+                                                           std::optional<text::DetectedEncoding> encoding,
+                                                           std::optional<text::LineEnding> knownLineEnding) {
   text::DetectedEncoding chosen = text::DetectedEncoding::utf8;
   if (encoding) {
     chosen = *encoding;
@@ -49,7 +50,8 @@ std::shared_ptr<const OriginalBuffer> OriginalBuffer::make(std::shared_ptr<MMapW
   }
   const int64_t contentStart = contentStartFor(*mmap, chosen);
   const int64_t probeEnd = std::min(contentStart + kLineEndingProbeBytes, mmap->length());
-  const auto lineEnding = text::detectLineEnding(readFileBytes(*mmap, contentStart, probeEnd), chosen);
+  const auto lineEnding =
+      knownLineEnding.value_or(text::detectLineEnding(readFileBytes(*mmap, contentStart, probeEnd), chosen));
   return std::shared_ptr<const OriginalBuffer>(new OriginalBuffer(std::move(mmap), chosen, lineEnding, contentStart));
 }
 

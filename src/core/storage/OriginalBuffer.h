@@ -27,8 +27,11 @@ class OriginalBuffer {
   // keeps all its bytes). Without one: the mark alone decides (utf8 when
   // there is none). The line ending is then detected over at most 8 KiB
   // from contentStart. Touches only those first bytes of the file.
+  // A known `lineEnding` (a file we just wrote) is taken as it is: whichever
+  // break happens to come first in the new file, the document's stays.
   static std::shared_ptr<const OriginalBuffer> make(std::shared_ptr<MMapWrapper> mmap,
-                                                    std::optional<text::DetectedEncoding> encoding = std::nullopt);
+                                                    std::optional<text::DetectedEncoding> encoding = std::nullopt,
+                                                    std::optional<text::LineEnding> lineEnding = std::nullopt);
 
   // An empty buffer with no file behind it, for untitled documents.
   static std::shared_ptr<const OriginalBuffer> untitled();

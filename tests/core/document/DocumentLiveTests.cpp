@@ -67,12 +67,27 @@ TEST(DocumentLive, OutsideWritesReloadOrAskDependingOnUnsavedEdits) {
   EXPECT_EQ(saved->error().kind, persistence::SaveError::Kind::externallyModified);
 
   live.doc->resolveExternalChange(false);  // keep mine: the save rewrites the file with this text
+  live.doc->undo();  // even back at the text last saved, the file holds another one now
+  EXPECT_TRUE(live.doc->isModified());
+  live.doc->redo();
   live.doc->save([&](const auto& r) { saved = r; });
   live.main.runPending();
   ASSERT_TRUE(*saved);
   EXPECT_EQ((*saved)->strategy, persistence::SaveStrategy::atomicRewrite);
   std::ifstream in(live.file);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "mine one\ntwo\n");
+}
+
+TEST(DocumentLive, OurOwnSaveKeepsTheLineEndingWhateverBreakComesFirstNow) {
+  Live live("one\ntwo\nthree\n");
+  live.doc->insert(0, "x\r", {}, {});  // a lone CR is now the first break in the file
+  std::optional<std::expected<persistence::SaveOutcome, persistence::SaveError>> saved;
+  live.doc->save([&](const auto& r) { saved = r; });
+  live.main.runPending();
+  ASSERT_TRUE(saved && *saved);
+  EXPECT_EQ(live.doc->lineEnding(), text::LineEnding::lf);
+  ASSERT_TRUE(live.doc->lineIndex().waitUntilComplete(std::chrono::seconds(10)));
+  EXPECT_EQ(live.doc->snapshot().lines.lineCount(), 4);  // "x\rone", "two", "three", "" (split at CR: 2)
 }
 
 TEST(DocumentLive, RenamesAndDeletionsKeepTheText) {
