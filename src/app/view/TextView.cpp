@@ -239,7 +239,7 @@ void TextView::scrollByRows(int64_t rows) {
   updateRows();
 }
 
-void TextView::scrollToOffset(int64_t offset) {
+void TextView::scrollToOffset(int64_t offset, bool center) {
   offset = clampToRange(offset);
   const int64_t lineStart = lines_->lineStartOf(offset);
   const int fullRows = std::max(1, static_cast<int>(viewport()->height() / rowHeight()));
@@ -248,7 +248,16 @@ void TextView::scrollToOffset(int64_t offset) {
     visible = visible || rows_[i].lineStart == lineStart;
   }
   if (!visible) {
-    if (lineStart < topOffset_) {
+    if (center) {
+      // A jump (a search hit, a go-to target): the line in the middle, with its context around it.
+      int64_t top = lineStart;
+      for (int i = 0; i < fullRows / 2; ++i) {
+        const auto previous = lines_->previousLineStart(top);
+        if (!previous) break;
+        top = *previous;
+      }
+      topOffset_ = top;
+    } else if (lineStart < topOffset_) {
       topOffset_ = lineStart;
     } else {
       // The line becomes the last whole row.
@@ -292,7 +301,7 @@ void TextView::select(int64_t begin, int64_t end) {
   anchor_ = clampToRange(begin);
   caret_ = clampToRange(end);
   preferredCell_.reset();
-  ensureCaretVisible();
+  scrollToOffset(caret_, true);
   emit caretMoved();
 }
 

@@ -49,7 +49,9 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   // Takes a new snapshot (after the line index progressed) and redraws.
   void refreshText();
   void scrollByRows(int64_t rows);
-  void scrollToOffset(int64_t offset);
+  // Scrolls as little as needed to show `offset`, or, with `center`, puts its
+  // line in the middle when it is off screen.
+  void scrollToOffset(int64_t offset, bool center = false);
   void setCaret(int64_t offset, bool extendSelection = false);
 
   // Editing, as the menu actions do it.
