@@ -331,8 +331,7 @@ void LogGenerator::appendMessage(std::string& out, Level level) {
     case Level::error:
       if (rng_.chance(3, 10)) return appendAccess(out, level);
       return appendTemplated(out, level);
-    case Level::fatal:
-      return appendTemplated(out, level);
+    case Level::fatal: return appendTemplated(out, level);
   }
 }
 
@@ -353,16 +352,12 @@ void LogGenerator::appendPrefix(std::string& out, Level level, std::string_view 
       out.append("kafka-consumer-");
       appendInt(out, rng_.between(0, 7));
       break;
-    case Thread::scheduler:
-      out.append("scheduling-1");
-      break;
+    case Thread::scheduler: out.append("scheduling-1"); break;
     case Thread::worker:
       out.append("pool-3-thread-");
       appendInt(out, rng_.between(1, 16));
       break;
-    case Thread::main:
-      out.append("main");
-      break;
+    case Thread::main: out.append("main"); break;
   }
   out.append("] ");
   out.append(logger);
@@ -423,21 +418,11 @@ void LogGenerator::appendLongPayload(std::string& out, Level level) {
 void LogGenerator::appendTemplated(std::string& out, Level level) {
   const Template* line = nullptr;
   switch (level) {
-    case Level::debug:
-      line = &pickWeighted(rng_, kDebug);
-      break;
-    case Level::info:
-      line = &pickWeighted(rng_, kInfo);
-      break;
-    case Level::warn:
-      line = &pickWeighted(rng_, kWarn);
-      break;
-    case Level::error:
-      line = &pickWeighted(rng_, kError);
-      break;
-    case Level::fatal:
-      line = &pickWeighted(rng_, kFatal);
-      break;
+    case Level::debug: line = &pickWeighted(rng_, kDebug); break;
+    case Level::info: line = &pickWeighted(rng_, kInfo); break;
+    case Level::warn: line = &pickWeighted(rng_, kWarn); break;
+    case Level::error: line = &pickWeighted(rng_, kError); break;
+    case Level::fatal: line = &pickWeighted(rng_, kFatal); break;
   }
   appendPrefix(out, level, line->service, line->thread, line->logger);
   expand(out, line->message);
@@ -496,8 +481,7 @@ void LogGenerator::appendTraceLine(std::string& out) {
       out.append(" more");
       trace_.step = Step::none;
       break;
-    case Step::none:
-      break;
+    case Step::none: break;
   }
   out.push_back('\n');
 }

@@ -29,19 +29,12 @@ std::optional<int64_t> parseSize(std::string_view text) {
   if (!text.empty()) {
     switch (text.back()) {
       case 'k':
-      case 'K':
-        multiplier = int64_t{1} << 10;
-        break;
+      case 'K': multiplier = int64_t{1} << 10; break;
       case 'm':
-      case 'M':
-        multiplier = int64_t{1} << 20;
-        break;
+      case 'M': multiplier = int64_t{1} << 20; break;
       case 'g':
-      case 'G':
-        multiplier = int64_t{1} << 30;
-        break;
-      default:
-        break;
+      case 'G': multiplier = int64_t{1} << 30; break;
+      default: break;
     }
     if (multiplier != 1) text.remove_suffix(1);
   }

@@ -1,5 +1,6 @@
 #include "BenchSuite.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -7,25 +8,24 @@
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QMessageBox>
-#include <QAbstractButton>
+#include <QPixmap>
+#include <QScrollBar>
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QTemporaryDir>
-#include <functional>
-#include <QPixmap>
-#include <QScrollBar>
 #include <QTimer>
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <random>
 #include <vector>
 
 #include "DocumentTab.h"
 #include "LargeFileDialog.h"
+#include "MainWindow.h"
 #include "compare/CompareWindow.h"
 #include "find/FindBar.h"
 #include "goto/GoToField.h"
-#include "MainWindow.h"
 #include "view/TextView.h"
 
 namespace quorin::app {
@@ -68,7 +68,8 @@ class Shots {
   }
   void take(QWidget* window, const QString& step) {
     if (dir_.isEmpty()) return;
-    window->grab().save(QDir(dir_).filePath(QStringLiteral("%1-%2.png").arg(++count_, 2, 10, QLatin1Char('0')).arg(step)));
+    window->grab().save(
+        QDir(dir_).filePath(QStringLiteral("%1-%2.png").arg(++count_, 2, 10, QLatin1Char('0')).arg(step)));
   }
 
  private:
@@ -113,7 +114,8 @@ void answerNextAlert(Shots& shots, const QString& step, const QString& button) {
   poll->start();
 }
 
-QString writeFile(const QTemporaryDir& dir, const QString& name, const std::function<QByteArray(int)>& line, int lines) {
+QString writeFile(const QTemporaryDir& dir, const QString& name, const std::function<QByteArray(int)>& line,
+                  int lines) {
   const QString path = dir.filePath(name);
   QFile file(path);
   if (file.open(QIODevice::WriteOnly)) {
@@ -140,15 +142,22 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   shots.take(window, QStringLiteral("go-to-field"));
   log->goToField()->close();
 
-  const QString csvPath = writeFile(dir, QStringLiteral("orders.csv"), [](int i) {
-    if (i == 0) return QByteArray("order_id,customer,city,items,total_eur,status\n");
-    static const char* cities[] = {"Berlin", "São Paulo", "Kraków", "Mumbai", "Malmö", "Zürich"};
-    return QStringLiteral("%1,customer-%2,\"%3\",%4,%5.%6,%7\n")
-        .arg(100000 + i).arg(i * 7919 % 5000).arg(QString::fromUtf8(cities[i % 6])).arg(i % 9 + 1)
-        .arg(i * 37 % 900 + 10).arg(i % 100, 2, 10, QLatin1Char('0'))
-        .arg(i % 11 == 0 ? QStringLiteral("refunded") : QStringLiteral("shipped"))
-        .toUtf8();
-  }, 20000);
+  const QString csvPath = writeFile(
+      dir, QStringLiteral("orders.csv"),
+      [](int i) {
+        if (i == 0) return QByteArray("order_id,customer,city,items,total_eur,status\n");
+        static const char* cities[] = {"Berlin", "São Paulo", "Kraków", "Mumbai", "Malmö", "Zürich"};
+        return QStringLiteral("%1,customer-%2,\"%3\",%4,%5.%6,%7\n")
+            .arg(100000 + i)
+            .arg(i * 7919 % 5000)
+            .arg(QString::fromUtf8(cities[i % 6]))
+            .arg(i % 9 + 1)
+            .arg(i * 37 % 900 + 10)
+            .arg(i % 100, 2, 10, QLatin1Char('0'))
+            .arg(i % 11 == 0 ? QStringLiteral("refunded") : QStringLiteral("shipped"))
+            .toUtf8();
+      },
+      20000);
   if (!window->openFileWithMode(csvPath, {})) {
     window->currentTab()->setTableView(true);
     pump(1500);
@@ -156,14 +165,19 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   }
 
   auto version = [&dir](const QString& name, bool edited) {
-    return writeFile(dir, name, [edited](int i) {
-      QString line = QStringLiteral("2026-03-15T07:%1:%2Z INFO worker-%3 processed batch %4\n")
-                         .arg(i / 60 % 60, 2, 10, QLatin1Char('0')).arg(i % 60, 2, 10, QLatin1Char('0'))
-                         .arg(i % 4).arg(i);
-      if (edited && i % 97 == 5) line.replace(QStringLiteral("INFO"), QStringLiteral("WARN"));
-      if (edited && i % 211 == 7) line += QStringLiteral("2026-03-15T07:00:00Z INFO retry scheduled\n");
-      return line.toUtf8();
-    }, 3000);
+    return writeFile(
+        dir, name,
+        [edited](int i) {
+          QString line = QStringLiteral("2026-03-15T07:%1:%2Z INFO worker-%3 processed batch %4\n")
+                             .arg(i / 60 % 60, 2, 10, QLatin1Char('0'))
+                             .arg(i % 60, 2, 10, QLatin1Char('0'))
+                             .arg(i % 4)
+                             .arg(i);
+          if (edited && i % 97 == 5) line.replace(QStringLiteral("INFO"), QStringLiteral("WARN"));
+          if (edited && i % 211 == 7) line += QStringLiteral("2026-03-15T07:00:00Z INFO retry scheduled\n");
+          return line.toUtf8();
+        },
+        3000);
   };
   const QString before = version(QStringLiteral("run-1.log"), false);
   const QString after = version(QStringLiteral("run-2.log"), true);
@@ -205,7 +219,11 @@ void takeTour(MainWindow* window, Shots& shots) {
   const QString copy = dir.filePath(QStringLiteral("service.log"));
   QFile file(copy);
   if (!file.open(QIODevice::WriteOnly)) return;
-  for (int i = 0; i < 200; ++i) file.write(QStringLiteral("2026-03-15T07:04:%1Z INFO request %2 served\n").arg(i % 60, 2, 10, QLatin1Char('0')).arg(i).toUtf8());
+  for (int i = 0; i < 200; ++i)
+    file.write(QStringLiteral("2026-03-15T07:04:%1Z INFO request %2 served\n")
+                   .arg(i % 60, 2, 10, QLatin1Char('0'))
+                   .arg(i)
+                   .toUtf8());
   file.close();
   if (window->openFileWithMode(copy, {})) return;
   TextView* edited = window->currentTab()->view();
@@ -235,9 +253,10 @@ std::optional<BenchSuite> BenchSuite::fromEnvironment() {
 }
 
 int BenchSuite::run(dispatch::MainQueue& mainQueue) {
-  if (suite_ != QLatin1String("open") && suite_ != QLatin1String("scroll") && suite_ != QLatin1String("type") &&
-      suite_ != QLatin1String("tour")) {
-    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type, tour)\n", qPrintable(suite_));
+  if (suite_ != QLatin1String("open") && suite_ != QLatin1String("scroll") &&
+      suite_ != QLatin1String("type") && suite_ != QLatin1String("tour")) {
+    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type, tour)\n",
+                 qPrintable(suite_));
     return 2;
   }
   if (file_.isEmpty() || !QFileInfo(file_).isFile()) {
@@ -265,7 +284,8 @@ int BenchSuite::run(dispatch::MainQueue& mainQueue) {
   if (suite_ == QLatin1String("scroll")) {
     FrameTimes pages, jumps;
     // Page by page from the top, while the index is still being built.
-    for (int i = 0; i < 300; ++i) pages.add(frame(view, [&] { view->scrollByRows(view->visibleRowCount() - 1); }));
+    for (int i = 0; i < 300; ++i)
+      pages.add(frame(view, [&] { view->scrollByRows(view->visibleRowCount() - 1); }));
     shots.take(window, QStringLiteral("paged"));
     // Jumps of the scroll bar's thumb across the whole file, as a drag makes them.
     std::mt19937 random(42);

@@ -17,7 +17,9 @@
 namespace quorin::app {
 namespace {
 
-QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+QString qt(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
 
 // Asks a question with the given buttons; returns the chosen one's text.
 QString ask(QWidget* parent, QMessageBox::Icon icon, const QString& text, const QStringList& buttons,
@@ -102,7 +104,8 @@ bool DocumentTab::setTableView(bool on) {
     }
     grid_ = new CsvGridView(doc_, *delimiter, mainQueue_, jobs_, stack_);
     stack_->addWidget(grid_);
-    connect(grid_, &CsvGridView::statusMessage, this, [this](const QString& text, bool) { emit statusMessage(text); });
+    connect(grid_, &CsvGridView::statusMessage, this,
+            [this](const QString& text, bool) { emit statusMessage(text); });
     connect(grid_, &CsvGridView::showingRawText, this, [this](const QString& message) {
       setTableView(false);
       emit statusMessage(message);
@@ -139,7 +142,8 @@ QString DocumentTab::indexText() const {
   const QLocale locale;
   const QString tier = progress_.tierName.empty() ? QString() : tr(" · tier %1").arg(qt(progress_.tierName));
   if (progress_.isComplete) {
-    return tr("%1 lines").arg(locale.toString(static_cast<qlonglong>(std::max<int64_t>(1, progress_.lineCount)))) +
+    return tr("%1 lines")
+               .arg(locale.toString(static_cast<qlonglong>(std::max<int64_t>(1, progress_.lineCount)))) +
            tier;
   }
   return tr("Indexing %1% · ~%2 lines")
@@ -153,7 +157,8 @@ void DocumentTab::showStatus(const std::string& text) {
     // Worth more than a passing status text, once per document.
     if (!warnedTooLargeToUndo_) {
       warnedTooLargeToUndo_ = true;
-      auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Quorin"), qt(text), QMessageBox::Ok, this);
+      auto* box =
+          new QMessageBox(QMessageBox::Warning, QStringLiteral("Quorin"), qt(text), QMessageBox::Ok, this);
       box->setAttribute(Qt::WA_DeleteOnClose);
       box->open();
     }
@@ -171,23 +176,23 @@ void DocumentTab::showLiveNotice(const document::LiveFileNotice& notice) {
       break;
     }
     case Kind::rotated: {
-      const QString choice = ask(this, QMessageBox::Question, qt(notice.message), {tr("Switch"), tr("Not Now")}, 0);
+      const QString choice =
+          ask(this, QMessageBox::Question, qt(notice.message), {tr("Switch"), tr("Not Now")}, 0);
       if (choice == tr("Switch")) doc_->switchToRotatedFile();
       break;
     }
     case Kind::lagChanged:
-      followText_ = notice.lagBytes == 0 ? tr("Following") : tr("Following · %1 behind").arg(qt(base::formatByteCount(notice.lagBytes)));
+      followText_ = notice.lagBytes == 0
+                        ? tr("Following")
+                        : tr("Following · %1 behind").arg(qt(base::formatByteCount(notice.lagBytes)));
       canCatchUp_ = notice.canCatchUp;
       break;
     case Kind::readError:
       followText_.clear();
       canCatchUp_ = false;
       break;
-    case Kind::caughtUp:
-      canCatchUp_ = false;
-      break;
-    default:
-      break;
+    case Kind::caughtUp: canCatchUp_ = false; break;
+    default: break;
   }
   emit stateChanged();
 }

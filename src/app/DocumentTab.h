@@ -28,8 +28,8 @@ class DocumentTab : public QWidget {
   Q_OBJECT
 
  public:
-  DocumentTab(std::shared_ptr<document::Document> document, dispatch::MainQueue& mainQueue, jobs::JobRegistry& jobs,
-              QWidget* parent = nullptr);
+  DocumentTab(std::shared_ptr<document::Document> document, dispatch::MainQueue& mainQueue,
+              jobs::JobRegistry& jobs, QWidget* parent = nullptr);
   ~DocumentTab() override;
 
   document::Document& document() const { return *doc_; }

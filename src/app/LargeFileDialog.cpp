@@ -15,7 +15,9 @@ namespace {
 
 using storage::LargeFileOpenMode;
 
-QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+QString qt(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
 
 QSpinBox* megabyteField(int value, int minimum, QWidget* parent) {
   auto* field = new QSpinBox(parent);
@@ -70,9 +72,8 @@ LargeFileController::LargeFileController(const QString& fileName, int64_t fileSi
   layout->addWidget(heading);
   layout->addWidget(new QLabel(qt(storage::openModeExplanation(fileSize, thresholdBytes)), this));
 
-  const int fileMB = static_cast<int>(std::min<int64_t>((fileSize + storage::kOpenModeMegabyte - 1) /
-                                                            storage::kOpenModeMegabyte,
-                                                        1 << 30));
+  const int fileMB = static_cast<int>(
+      std::min<int64_t>((fileSize + storage::kOpenModeMegabyte - 1) / storage::kOpenModeMegabyte, 1 << 30));
   sliceStartField_ = megabyteField(0, -(1 << 30), this);
   sliceEndField_ = megabyteField(std::min(fileMB, 256), -(1 << 30), this);
   tailField_ = megabyteField(std::min(fileMB, 64), -(1 << 30), this);

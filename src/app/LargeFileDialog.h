@@ -41,7 +41,8 @@ class LargeFileController : public QDialog {
   Q_OBJECT
 
  public:
-  LargeFileController(const QString& fileName, int64_t fileSize, int64_t thresholdBytes, QWidget* parent = nullptr);
+  LargeFileController(const QString& fileName, int64_t fileSize, int64_t thresholdBytes,
+                      QWidget* parent = nullptr);
 
   // The validated request once the dialog was accepted.
   std::optional<storage::LargeFileOpenRequest> request() const { return accepted_; }

@@ -20,12 +20,12 @@
 #include <QTabWidget>
 
 #include "DocumentTab.h"
+#include "LargeFileDialog.h"
+#include "base/ByteCount.h"
 #include "compare/CompareWindow.h"
+#include "document/Document.h"
 #include "find/FindBar.h"
 #include "goto/GoToField.h"
-#include "base/ByteCount.h"
-#include "LargeFileDialog.h"
-#include "document/Document.h"
 #include "view/TextView.h"
 
 namespace quorin::app {
@@ -131,13 +131,16 @@ void MainWindow::createMenus() {
       if (DocumentTab* tab = currentTab()) method(tab);
     };
   };
-  edit->addAction(tr("&Find…"), QKeySequence::Find, this, tabAction([](DocumentTab* t) { t->findBar()->activate(); }));
+  edit->addAction(tr("&Find…"), QKeySequence::Find, this,
+                  tabAction([](DocumentTab* t) { t->findBar()->activate(); }));
   edit->addAction(tr("&Replace…"), QKeySequence(tr("Ctrl+H")), this,
                   tabAction([](DocumentTab* t) { t->findBar()->activateReplace(); }));
-  edit->addAction(tr("Find &Next"), QKeySequence::FindNext, this, tabAction([](DocumentTab* t) { t->findBar()->findNext(); }));
+  edit->addAction(tr("Find &Next"), QKeySequence::FindNext, this,
+                  tabAction([](DocumentTab* t) { t->findBar()->findNext(); }));
   edit->addAction(tr("Find Pre&vious"), QKeySequence::FindPrevious, this,
                   tabAction([](DocumentTab* t) { t->findBar()->findPrevious(); }));
-  edit->addAction(tr("&Go To…"), QKeySequence(tr("Ctrl+L")), this, tabAction([](DocumentTab* t) { t->goToField()->activate(); }));
+  edit->addAction(tr("&Go To…"), QKeySequence(tr("Ctrl+L")), this,
+                  tabAction([](DocumentTab* t) { t->goToField()->activate(); }));
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   tableAction_ = view->addAction(tr("&Table View"));
@@ -180,11 +183,15 @@ void MainWindow::createStatusBar() {
   savingBar_->setVisible(false);
   bar->addPermanentWidget(savingBar_);
   // Wide enough for big numbers, so the fields do not jump about as the caret moves.
-  positionLabel_->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
-  indexLabel_->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
+  positionLabel_->setMinimumWidth(
+      fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
+  indexLabel_->setMinimumWidth(
+      fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
 }
 
-void MainWindow::showTransientMessage(const QString& text) { statusBar()->showMessage(text, kStatusMessageMs); }
+void MainWindow::showTransientMessage(const QString& text) {
+  statusBar()->showMessage(text, kStatusMessageMs);
+}
 
 DocumentTab* MainWindow::currentTab() const { return qobject_cast<DocumentTab*>(tabs_->currentWidget()); }
 DocumentTab* MainWindow::tabAt(int index) const { return qobject_cast<DocumentTab*>(tabs_->widget(index)); }
@@ -223,14 +230,15 @@ std::optional<QString> MainWindow::openFile(const QString& path) {
   return openFileWithMode(path, mode);
 }
 
-std::optional<QString> MainWindow::openFileWithMode(const QString& path, const storage::LargeFileOpenRequest& mode) {
+std::optional<QString> MainWindow::openFileWithMode(const QString& path,
+                                                    const storage::LargeFileOpenRequest& mode) {
   document::OpenOptions options;
   options.mainQueue = &mainQueue_;
   options.mode = mode;
   // Files in another encoding are converted to a UTF-8 working copy first, which takes time in
   // proportion to their size: show it, and let it be cancelled.
-  QProgressDialog progress(tr("Converting “%1” to UTF-8…").arg(QFileInfo(path).fileName()), tr("Cancel"), 0, 1000,
-                           this);
+  QProgressDialog progress(tr("Converting “%1” to UTF-8…").arg(QFileInfo(path).fileName()), tr("Cancel"), 0,
+                           1000, this);
   progress.setWindowModality(Qt::WindowModal);
   progress.setMinimumDuration(400);
   progress.setValue(0);
@@ -260,7 +268,8 @@ void MainWindow::openFileReportingErrors(const QString& path) {
 void MainWindow::newDocument() {
   document::OpenOptions options;
   options.mainQueue = &mainQueue_;
-  addTab(new DocumentTab(document::Document::untitled(std::move(options)), mainQueue_, applicationJobs(), tabs_));
+  addTab(new DocumentTab(document::Document::untitled(std::move(options)), mainQueue_, applicationJobs(),
+                         tabs_));
 }
 
 void MainWindow::chooseAndOpenFile() {
@@ -307,8 +316,8 @@ void MainWindow::currentTabChanged() {
 
 void MainWindow::updateStatus() {
   DocumentTab* tab = currentTab();
-  for (QLabel* label : {positionLabel_, selectionLabel_, indexLabel_, followLabel_, sizeLabel_, encodingLabel_,
-                        lineEndingLabel_}) {
+  for (QLabel* label : {positionLabel_, selectionLabel_, indexLabel_, followLabel_, sizeLabel_,
+                        encodingLabel_, lineEndingLabel_}) {
     label->setVisible(tab != nullptr);
   }
   savingBar_->setVisible(tab && tab->isSaving());
@@ -316,10 +325,11 @@ void MainWindow::updateStatus() {
   setWindowTitle(tr("%1 — Quorin").arg(tab->title()));
   const QLocale locale;
   const auto position = tab->view()->caretPosition();
-  positionLabel_->setText(
-      position.line ? tr("Ln %1, Col %2").arg(locale.toString(static_cast<qlonglong>(*position.line)),
-                                              locale.toString(static_cast<qlonglong>(position.column)))
-                    : tr("Col %1").arg(locale.toString(static_cast<qlonglong>(position.column))));
+  positionLabel_->setText(position.line
+                              ? tr("Ln %1, Col %2")
+                                    .arg(locale.toString(static_cast<qlonglong>(*position.line)),
+                                         locale.toString(static_cast<qlonglong>(position.column)))
+                              : tr("Col %1").arg(locale.toString(static_cast<qlonglong>(position.column))));
   const int64_t selected = tab->view()->selectionLength();
   selectionLabel_->setVisible(selected > 0);
   selectionLabel_->setText(tr("%1 selected").arg(QString::fromStdString(base::formatByteCount(selected))));
@@ -356,7 +366,8 @@ void MainWindow::compareCurrent() {
   for (MainWindow* other : allWindows()) {
     for (int i = 0; i < other->tabs_->count(); ++i) {
       DocumentTab* candidate = other->tabAt(i);
-      if (candidate && candidate != tab) candidates.push_back({candidate->title(), candidate->sharedDocument()});
+      if (candidate && candidate != tab)
+        candidates.push_back({candidate->title(), candidate->sharedDocument()});
     }
   }
   window->setOpenDocuments(std::move(candidates));
@@ -395,7 +406,8 @@ bool MainWindow::closeTab(int index) {
   if (tab->document().isModified()) {
     tabs_->setCurrentIndex(index);
     QMessageBox box(QMessageBox::Warning, QStringLiteral("Quorin"),
-                    tr("Do you want to save the changes you made to “%1”?").arg(tab->title().remove(QStringLiteral(" •"))),
+                    tr("Do you want to save the changes you made to “%1”?")
+                        .arg(tab->title().remove(QStringLiteral(" •"))),
                     QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
     box.setInformativeText(tr("Your changes will be lost if you don't save them."));
     box.setDefaultButton(QMessageBox::Save);
@@ -446,8 +458,9 @@ void MainWindow::updateRecentMenu() {
   recentMenu_->clear();
   const QStringList recent = recentFiles();
   for (const QString& path : recent) {
-    recentMenu_->addAction(QFileInfo(path).fileName() + QStringLiteral("  —  ") + QFileInfo(path).absolutePath(),
-                           this, [this, path] { openFileReportingErrors(path); });
+    recentMenu_->addAction(
+        QFileInfo(path).fileName() + QStringLiteral("  —  ") + QFileInfo(path).absolutePath(), this,
+        [this, path] { openFileReportingErrors(path); });
   }
   if (recent.isEmpty()) recentMenu_->addAction(tr("No Recent Files"))->setEnabled(false);
   recentMenu_->addSeparator();
@@ -481,7 +494,8 @@ void MainWindow::restoreSession() {
     storage::LargeFileOpenRequest mode;
     const int savedMode = entry.value(QStringLiteral("mode")).toInt();
     // Slices and tails are chosen afresh, since the file has moved on; the other modes are kept.
-    if (savedMode == static_cast<int>(storage::LargeFileOpenMode::readOnlyInspect)) mode.mode = storage::LargeFileOpenMode::readOnlyInspect;
+    if (savedMode == static_cast<int>(storage::LargeFileOpenMode::readOnlyInspect))
+      mode.mode = storage::LargeFileOpenMode::readOnlyInspect;
     const bool large = QFileInfo(path).size() > fastOpenThreshold();
     const bool asked = large && savedMode != static_cast<int>(storage::LargeFileOpenMode::wholeFileVirtual) &&
                        savedMode != static_cast<int>(storage::LargeFileOpenMode::readOnlyInspect);

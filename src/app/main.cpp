@@ -19,7 +19,8 @@ int main(int argc, char** argv) {
   parser.setApplicationDescription(QStringLiteral("A text editor for huge files."));
   parser.addHelpOption();
   parser.addVersionOption();
-  parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("Files to open."), QStringLiteral("[FILE…]"));
+  parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("Files to open."),
+                               QStringLiteral("[FILE…]"));
   parser.process(app);
 
   // Scratch left by a run that crashed (line-index files of documents that

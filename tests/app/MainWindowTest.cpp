@@ -61,7 +61,8 @@ TEST(AppMainWindowTest, AFileThatCannotBeOpenedSaysWhyAndOpensNothing) {
   testing::TempDir dir;
   QtMainQueue queue;
   MainWindow window(queue);
-  const auto error = window.openFileWithMode(QString::fromStdString((dir.path() / "missing.log").string()), {});
+  const auto error =
+      window.openFileWithMode(QString::fromStdString((dir.path() / "missing.log").string()), {});
   ASSERT_TRUE(error.has_value());
   EXPECT_FALSE(error->isEmpty());
   EXPECT_EQ(window.openFileWithMode(QString::fromStdString(dir.path().string()), {}).has_value(), true);

@@ -75,7 +75,8 @@ TEST(CliIndexTest, PrintsLineCountTierAndTimings) {
   EXPECT_NE(text.out.find(" ms\nbuild: "), std::string::npos);
 
   const Outcome json = run({"index", "--json", path});
-  EXPECT_TRUE(json.out.starts_with("{\"path\":\"" + path + "\",\"bytes\":15,\"lineCount\":4,\"tier\":\"1 (in-memory)\","
+  EXPECT_TRUE(json.out.starts_with("{\"path\":\"" + path +
+                                   "\",\"bytes\":15,\"lineCount\":4,\"tier\":\"1 (in-memory)\","
                                    "\"firstPassSeconds\":"))
       << json.out;
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "Cli.h"
 
@@ -17,7 +17,8 @@ struct Outcome {
   std::string out, err;
   bool operator==(const Outcome&) const = default;
   friend void PrintTo(const Outcome& o, std::ostream* os) {
-    *os << o.status << " out=" << ::testing::PrintToString(o.out) << " err=" << ::testing::PrintToString(o.err);
+    *os << o.status << " out=" << ::testing::PrintToString(o.out)
+        << " err=" << ::testing::PrintToString(o.err);
   }
 };
 

@@ -20,7 +20,8 @@ TEST(CliRecover, ListsTornSavesAndRestoresThem) {
 
   Outcome r = run({"recover"});
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.out.find("  target: " + file.string() + "\n  regions: 2\n  verdict: torn"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("  target: " + file.string() + "\n  regions: 2\n  verdict: torn"), std::string::npos)
+      << r.out;
   EXPECT_TRUE(std::filesystem::exists(journal));  // listing changes nothing
 
   r = run({"recover", "--restore", journal.string()});

@@ -21,8 +21,9 @@ TEST(CliReplace, SameLengthPatchesInPlaceOtherwiseRewrites) {
   EXPECT_EQ(r.out, "replaced: 2\nstrategy: inPlacePatch\n");
   r = run({"replace", "--regex", "-i", "BOB|id=3", "x", file.string()});
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "replaced: 2\nstrategy: atomicRewrite\n"
-                   "in-place patch rejected: edit #0 is not length-preserving (original 3B, inserted 1B)\n");
+  EXPECT_EQ(r.out,
+            "replaced: 2\nstrategy: atomicRewrite\n"
+            "in-place patch rejected: edit #0 is not length-preserving (original 3B, inserted 1B)\n");
   EXPECT_EQ(contents(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");
 
   r = run({"replace", "--dry-run", "carol", "dave", file.string()});

@@ -20,7 +20,9 @@ class FakeFileIo final : public persistence::FileIo {
   persistence::FileIo& real = persistence::FileIo::system();
 
   int open(const char* p, int f, mode_t m) override { return onOpen ? onOpen(p, f, m) : real.open(p, f, m); }
-  ssize_t write(int fd, const void* d, size_t n) override { return onWrite ? onWrite(fd, d, n) : real.write(fd, d, n); }
+  ssize_t write(int fd, const void* d, size_t n) override {
+    return onWrite ? onWrite(fd, d, n) : real.write(fd, d, n);
+  }
   ssize_t pwrite(int fd, const void* d, size_t n, off_t o) override {
     return onPwrite ? onPwrite(fd, d, n, o) : real.pwrite(fd, d, n, o);
   }

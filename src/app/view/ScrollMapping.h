@@ -22,7 +22,8 @@ class ScrollMapping {
   int valueForLine(int64_t line) const {
     line = std::clamp<int64_t>(line, 0, maxTop_);
     if (!isProportional()) return static_cast<int>(line);
-    return static_cast<int>(std::llround(static_cast<double>(line) * kMaxValue / static_cast<double>(maxTop_)));
+    return static_cast<int>(
+        std::llround(static_cast<double>(line) * kMaxValue / static_cast<double>(maxTop_)));
   }
 
   int64_t lineForValue(int value) const {

@@ -33,7 +33,8 @@ int validSequenceLength(const uint8_t* p, size_t n, char32_t* out) {
     cp = (cp << 6) | (p[i] & 0x3F);
   }
   // Overlong forms, surrogates and values past Unicode are invalid.
-  if ((len == 3 && cp < 0x800) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)) || (cp >= 0xD800 && cp <= 0xDFFF)) {
+  if ((len == 3 && cp < 0x800) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)) ||
+      (cp >= 0xD800 && cp <= 0xDFFF)) {
     return 0;
   }
   *out = cp;
@@ -82,7 +83,8 @@ std::optional<int64_t> TextLines::scanForward(int64_t from, int64_t limit) const
   // Most lines are short: start small and grow, so a screenful of rows reads little.
   int64_t chunkBytes = 4096;
   std::string chunk;
-  for (int64_t at = from; at < end; at += chunkBytes, chunkBytes = std::min<int64_t>(chunkBytes * 2, 64 * 1024)) {
+  for (int64_t at = from; at < end;
+       at += chunkBytes, chunkBytes = std::min<int64_t>(chunkBytes * 2, 64 * 1024)) {
     chunk = readRange(snap_.text, at, std::min(end, at + chunkBytes));
     if (const auto hit = chunk.find(static_cast<char>(terminator_)); hit != std::string::npos) {
       return at + static_cast<int64_t>(hit);
@@ -95,7 +97,8 @@ std::optional<int64_t> TextLines::scanBackward(int64_t before, int64_t limit) co
   const int64_t floor = std::max(range_.start, before - limit);
   int64_t chunkBytes = 4096;
   std::string chunk;
-  for (int64_t end = before; end > floor; end -= chunkBytes, chunkBytes = std::min<int64_t>(chunkBytes * 2, 64 * 1024)) {
+  for (int64_t end = before; end > floor;
+       end -= chunkBytes, chunkBytes = std::min<int64_t>(chunkBytes * 2, 64 * 1024)) {
     const int64_t start = std::max(floor, end - chunkBytes);
     chunk = readRange(snap_.text, start, end);
     if (const auto hit = chunk.rfind(static_cast<char>(terminator_)); hit != std::string::npos) {
@@ -184,7 +187,8 @@ int64_t TextLines::previousCharacter(int64_t offset) const {
     const size_t at = n - back;
     if ((p[at] & 0xC0) == 0x80) continue;
     char32_t cp = 0;
-    if (validSequenceLength(p + at, back, &cp) == static_cast<int>(back)) return offset - static_cast<int64_t>(back);
+    if (validSequenceLength(p + at, back, &cp) == static_cast<int>(back))
+      return offset - static_cast<int64_t>(back);
     break;
   }
   return offset - 1;
@@ -256,8 +260,8 @@ int64_t RowLayout::offsetAtCell(double cell) const {
   return byteAt.back();
 }
 
-RowLayout layoutRow(const storage::PieceTableSnapshot& text, int64_t lineStart, int64_t contentEnd, int64_t fromCell,
-                    int64_t cellCount) {
+RowLayout layoutRow(const storage::PieceTableSnapshot& text, int64_t lineStart, int64_t contentEnd,
+                    int64_t fromCell, int64_t cellCount) {
   RowLayout row;
   const bool exact = contentEnd - lineStart <= kExactLayoutBytes;
   int64_t start = lineStart;

@@ -57,8 +57,10 @@ class TextLines {
  private:
   // Start of the last line known to the index (lines before it are fully known).
   int64_t indexedFrontier() const;
-  std::optional<int64_t> scanForward(int64_t from, int64_t limit) const;   // first terminator at or after `from`
-  std::optional<int64_t> scanBackward(int64_t before, int64_t limit) const;  // last terminator before `before`
+  std::optional<int64_t> scanForward(int64_t from,
+                                     int64_t limit) const;  // first terminator at or after `from`
+  std::optional<int64_t> scanBackward(int64_t before,
+                                      int64_t limit) const;  // last terminator before `before`
 
   document::DocumentSnapshot snap_;
   storage::ByteRange range_;
@@ -70,12 +72,12 @@ class TextLines {
 // characters two cells. Only the bytes from a starting point onwards are laid
 // out, so a gigabyte line costs what is on screen.
 struct RowLayout {
-  QString display;               // what to draw, starting at cell `firstCell`
-  int64_t firstCell = 0;         // cell of the first laid-out character
-  int64_t firstByte = 0;         // document offset of that character
-  std::vector<int64_t> byteAt;   // per character: its document offset (size = characters + 1)
-  std::vector<int64_t> cellAt;   // per character: its first cell (size = characters + 1)
-  std::vector<int32_t> charAt;   // per character: its index in `display`
+  QString display;              // what to draw, starting at cell `firstCell`
+  int64_t firstCell = 0;        // cell of the first laid-out character
+  int64_t firstByte = 0;        // document offset of that character
+  std::vector<int64_t> byteAt;  // per character: its document offset (size = characters + 1)
+  std::vector<int64_t> cellAt;  // per character: its first cell (size = characters + 1)
+  std::vector<int32_t> charAt;  // per character: its index in `display`
 
   // The cell where the character at (or containing) `offset` begins.
   int64_t cellOf(int64_t offset) const;
@@ -90,7 +92,7 @@ inline constexpr int64_t kExactLayoutBytes = 16 * 1024;
 
 // Lays out the content [lineStart, contentEnd) of a line from cell
 // `fromCell` for `cellCount` cells.
-RowLayout layoutRow(const storage::PieceTableSnapshot& text, int64_t lineStart, int64_t contentEnd, int64_t fromCell,
-                    int64_t cellCount);
+RowLayout layoutRow(const storage::PieceTableSnapshot& text, int64_t lineStart, int64_t contentEnd,
+                    int64_t fromCell, int64_t cellCount);
 
 }  // namespace quorin::app

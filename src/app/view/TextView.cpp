@@ -41,7 +41,8 @@ std::string lineBreakBytes(text::LineEnding ending) {
 // Pasted text takes the document's line ending, as typed line breaks do.
 std::string withLineEnding(const QString& text, text::LineEnding ending) {
   QString normalized = text;
-  normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n")).replace(QLatin1Char('\r'), QLatin1Char('\n'));
+  normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n"))
+      .replace(QLatin1Char('\r'), QLatin1Char('\n'));
   const std::string utf8 = normalized.toStdString();
   const std::string lineBreak = lineBreakBytes(ending);
   if (lineBreak == "\n") return utf8;
@@ -76,7 +77,8 @@ TextView::TextView(std::shared_ptr<document::Document> document, QWidget* parent
   typingTimer_.setInterval(kTypingPauseMs);
   connect(&typingTimer_, &QTimer::timeout, this, &TextView::closeTypingGroup);
   connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &TextView::verticalScrollRequested);
-  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange& change) { documentChanged(change); });
+  listenerToken_ =
+      doc_->addChangeListener([this](const document::DocumentChange& change) { documentChanged(change); });
   updateFontMetrics();
   refreshText();
 }
@@ -187,13 +189,15 @@ void TextView::updateScrollBars() {
   } else {
     // Beyond what the index has counted: place the thumb by bytes.
     const auto range = lines_->range();
-    const double fraction = range.length() > 0 ? static_cast<double>(topOffset_ - range.start) / range.length() : 0;
+    const double fraction =
+        range.length() > 0 ? static_cast<double>(topOffset_ - range.start) / range.length() : 0;
     v->setValue(static_cast<int>(fraction * mapping.maximum()));
   }
   const auto visibleCells = static_cast<int64_t>((viewport()->width() - textLeft()) / cellWidth_);
   QScrollBar* h = horizontalScrollBar();
   const int64_t widest = std::max(widestCells_, hCell_);
-  h->setRange(0, static_cast<int>(std::clamp<int64_t>(widest - visibleCells + 2, 0, ScrollMapping::kMaxValue)));
+  h->setRange(0,
+              static_cast<int>(std::clamp<int64_t>(widest - visibleCells + 2, 0, ScrollMapping::kMaxValue)));
   h->setPageStep(static_cast<int>(std::max<int64_t>(1, visibleCells)));
   h->setSingleStep(1);
   h->setValue(static_cast<int>(std::min<int64_t>(hCell_, ScrollMapping::kMaxValue)));
@@ -286,14 +290,16 @@ void TextView::ensureCaretVisible() { scrollToOffset(caret_); }
 int64_t TextView::cellOfOffsetInLine(int64_t lineStart, int64_t contentEnd, int64_t offset) const {
   offset = std::clamp(offset, lineStart, contentEnd);
   if (contentEnd - lineStart > kExactLayoutBytes) return offset - lineStart;
-  return layoutRow(lines_->text(), lineStart, contentEnd, 0, std::numeric_limits<int64_t>::max()).cellOf(offset);
+  return layoutRow(lines_->text(), lineStart, contentEnd, 0, std::numeric_limits<int64_t>::max())
+      .cellOf(offset);
 }
 
 int64_t TextView::offsetAtCellInLine(int64_t lineStart, int64_t contentEnd, int64_t cell) const {
   const bool exact = contentEnd - lineStart <= kExactLayoutBytes;
   const int64_t from = exact ? 0 : std::max<int64_t>(0, cell - 1);
   const int64_t count = exact ? std::numeric_limits<int64_t>::max() : 4;
-  return layoutRow(lines_->text(), lineStart, contentEnd, from, count).offsetAtCell(static_cast<double>(cell));
+  return layoutRow(lines_->text(), lineStart, contentEnd, from, count)
+      .offsetAtCell(static_cast<double>(cell));
 }
 
 void TextView::select(int64_t begin, int64_t end) {
@@ -340,7 +346,8 @@ void TextView::reportRefusal(const document::EditRefusal& refusal) {
   emit statusMessage(QString::fromStdString(refusal.describe()));
 }
 
-bool TextView::applyEdit(storage::ByteRange range, const std::string& bytes, const char* action, bool typing) {
+bool TextView::applyEdit(storage::ByteRange range, const std::string& bytes, const char* action,
+                         bool typing) {
   if (doc_->isReadOnly()) {
     reportRefusal({document::EditRefusal::Kind::readOnly});
     return false;
@@ -512,8 +519,7 @@ void TextView::keyPressEvent(QKeyEvent* event) {
       preferredCell_ = keepColumn;
       scrollByRows(page);
       return moveTo(verticalMove(caret_, page));
-    case Qt::Key_Home:
-      return moveTo(control ? lines_->range().start : lines_->lineStartOf(caret_));
+    case Qt::Key_Home: return moveTo(control ? lines_->range().start : lines_->lineStartOf(caret_));
     case Qt::Key_End:
       return moveTo(control ? lines_->range().end : lines_->contentEnd(lines_->lineStartOf(caret_)));
     case Qt::Key_Backspace:
@@ -531,12 +537,9 @@ void TextView::keyPressEvent(QKeyEvent* event) {
       }
       return;
     case Qt::Key_Return:
-    case Qt::Key_Enter:
-      return insertText(QStringLiteral("\n"));
-    case Qt::Key_Tab:
-      return insertText(QStringLiteral("\t"));
-    default:
-      break;
+    case Qt::Key_Enter: return insertText(QStringLiteral("\n"));
+    case Qt::Key_Tab: return insertText(QStringLiteral("\t"));
+    default: break;
   }
   if (event->matches(QKeySequence::Undo)) return undo();
   if (event->matches(QKeySequence::Redo)) return redo();
@@ -565,8 +568,9 @@ int64_t TextView::offsetAt(const QPointF& point) const {
   const Row& row = rows_[*index];
   const double cell = std::max(0.0, (point.x() - textLeft()) / cellWidth_ + static_cast<double>(hCell_));
   const bool exact = row.contentEnd - row.lineStart <= kExactLayoutBytes;
-  const RowLayout layout = layoutRow(lines_->text(), row.lineStart, row.contentEnd, exact ? 0 : hCell_,
-                                     exact ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(cell) + 2);
+  const RowLayout layout =
+      layoutRow(lines_->text(), row.lineStart, row.contentEnd, exact ? 0 : hCell_,
+                exact ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(cell) + 2);
   return layout.offsetAtCell(cell);
 }
 
@@ -656,7 +660,8 @@ void TextView::paintEvent(QPaintEvent*) {
   std::vector<storage::ByteRange> marks;
   if (highlights_ && !rows_.empty()) marks = highlights_({rows_.front().lineStart, rows_.back().contentEnd});
   const QColor markColor(255, 200, 0, 110);
-  const QColor selectionColor = pal.color(hasFocus() ? QPalette::Active : QPalette::Inactive, QPalette::Highlight);
+  const QColor selectionColor =
+      pal.color(hasFocus() ? QPalette::Active : QPalette::Inactive, QPalette::Highlight);
   const int64_t caretLine = lines_->lineStartOf(caret_);
 
   painter.setClipRect(QRectF(left - 2, 0, width, viewport()->height()));
@@ -681,8 +686,9 @@ void TextView::paintEvent(QPaintEvent*) {
     for (const auto& mark : marks) tint(mark.start, mark.end, markColor, false);
     if (selectionStart != selectionEnd) tint(selectionStart, selectionEnd, selectionColor, true);
     painter.setPen(text);
-    painter.drawText(QPointF(left + static_cast<double>(layout.firstCell - hCell_) * cellWidth_, top + ascent_ + 1),
-                     layout.display);
+    painter.drawText(
+        QPointF(left + static_cast<double>(layout.firstCell - hCell_) * cellWidth_, top + ascent_ + 1),
+        layout.display);
     if (row.lineStart == caretLine && hasFocus() && caret_ >= row.lineStart && caret_ <= row.contentEnd) {
       painter.fillRect(QRectF(xOf(caret_) - 1, top + 1, 2, rowHeight() - 2), text);
     }
@@ -695,7 +701,8 @@ void TextView::paintEvent(QPaintEvent*) {
     const bool current = rows_[i].lineStart == caretLine;
     painter.setPen(current ? text : numberColor);
     const QRectF cell(0, static_cast<double>(i) * rowHeight(), gutter - kGutterPadding, rowHeight());
-    painter.drawText(cell.adjusted(0, 1, 0, 0), Qt::AlignRight | Qt::AlignTop, QString::number(*rows_[i].lineNumber + 1));
+    painter.drawText(cell.adjusted(0, 1, 0, 0), Qt::AlignRight | Qt::AlignTop,
+                     QString::number(*rows_[i].lineNumber + 1));
   }
   if (rows_.empty() || (lines_->range().length() == 0 && !hasFocus())) {
     painter.setPen(numberColor);

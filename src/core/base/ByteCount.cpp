@@ -14,7 +14,8 @@ std::string formatByteCount(int64_t bytes) {
     double size;
     int decimals;
   };
-  static constexpr Unit kUnits[] = {{"KB", 1e3, 0}, {"MB", 1e6, 1}, {"GB", 1e9, 2}, {"TB", 1e12, 2}, {"PB", 1e15, 2}};
+  static constexpr Unit kUnits[] = {
+      {"KB", 1e3, 0}, {"MB", 1e6, 1}, {"GB", 1e9, 2}, {"TB", 1e12, 2}, {"PB", 1e15, 2}};
   const double value = static_cast<double>(bytes);
   const Unit* unit = &kUnits[0];
   for (const Unit& u : kUnits) {

@@ -11,8 +11,8 @@ namespace quorin::base {
 
 }  // namespace quorin::base
 
-#define QUORIN_CHECK(condition, message)                                          \
-  do {                                                                            \
-    if (!(condition)) [[unlikely]]                                                \
-      ::quorin::base::checkFailed(#condition, message, __FILE__, __LINE__);       \
+#define QUORIN_CHECK(condition, message)                                    \
+  do {                                                                      \
+    if (!(condition)) [[unlikely]]                                          \
+      ::quorin::base::checkFailed(#condition, message, __FILE__, __LINE__); \
   } while (false)

@@ -23,7 +23,9 @@ struct PageAlignedAllocator {
   T* allocate(size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), kAlignment)); }
   void deallocate(T* p, size_t) { ::operator delete(p, kAlignment); }
   template <class U>
-  bool operator==(const PageAlignedAllocator<U>&) const { return true; }
+  bool operator==(const PageAlignedAllocator<U>&) const {
+    return true;
+  }
 };
 
 // A byte buffer for file reads.

@@ -1,10 +1,10 @@
 #include "csv/CSVRecordIndex.h"
 
-#include "base/PageAligned.h"
-
 #include <algorithm>
 #include <map>
 #include <new>
+
+#include "base/PageAligned.h"
 
 namespace quorin::csv {
 namespace {

@@ -42,7 +42,7 @@ class SerialQueue final : public Executor {
 
   const std::string label_;
   TaskList tasks_;
-  std::thread thread_;      // declared last: it starts running once the members above exist
+  std::thread thread_;  // declared last: it starts running once the members above exist
 };
 
 }  // namespace quorin::dispatch

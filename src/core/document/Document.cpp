@@ -1,7 +1,5 @@
 #include "document/Document.h"
 
-#include "dispatch/WorkerPool.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +13,7 @@
 #include "base/PageAligned.h"
 #include "dispatch/SerialQueue.h"
 #include "dispatch/WeakTask.h"
+#include "dispatch/WorkerPool.h"
 #include "text/Encoder.h"
 #include "text/EncodingDetector.h"
 #include "text/Transcoder.h"
@@ -45,14 +44,16 @@ bool isAscendingRun(const std::vector<UndoEntry>& edits) {
   if (edits.size() < 2) return false;
   for (size_t i = 0; i < edits.size(); ++i) {
     if (edits[i].isBatch) return false;
-    if (i > 0 && edits[i].docOffsetAtEdit < edits[i - 1].docOffsetAtEdit + edits[i - 1].insertedLength()) return false;
+    if (i > 0 && edits[i].docOffsetAtEdit < edits[i - 1].docOffsetAtEdit + edits[i - 1].insertedLength())
+      return false;
   }
   return true;
 }
 
 }  // namespace
 
-Document::Document(std::string path, OpenOptions options) : path_(std::move(path)), options_(std::move(options)) {
+Document::Document(std::string path, OpenOptions options)
+    : path_(std::move(path)), options_(std::move(options)) {
   QUORIN_CHECK(options_.mainQueue != nullptr, "a document needs a main queue");
 }
 
@@ -84,7 +85,8 @@ struct LoadedText {
   std::optional<std::filesystem::path> workingCopy;
 };
 
-std::expected<LoadedText, OpenError> loadText(const std::string& path, std::optional<text::DetectedEncoding> chosen,
+std::expected<LoadedText, OpenError> loadText(const std::string& path,
+                                              std::optional<text::DetectedEncoding> chosen,
                                               const OpenOptions& options) {
   auto mapped = storage::MMapWrapper::open(path);
   if (!mapped) return std::unexpected(OpenError{mapped.error().describe()});
@@ -118,7 +120,8 @@ std::expected<LoadedText, OpenError> loadText(const std::string& path, std::opti
 
 }  // namespace
 
-std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::string& path, OpenOptions options) {
+std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::string& path,
+                                                                   OpenOptions options) {
   auto loaded = loadText(path, options.encoding, options);
   if (!loaded) return std::unexpected(loaded.error());
   std::shared_ptr<Document> doc(new Document(path, std::move(options)));
@@ -144,9 +147,10 @@ std::shared_ptr<Document> Document::untitled(OpenOptions options) {
 
 void Document::setUp(std::shared_ptr<const storage::OriginalBuffer> original) {
   attachText(std::move(original));
-  auto memory = options_.memory ? options_.memory : std::make_shared<persistence::HostStatisticsMemoryProvider>();
-  undo_ = std::make_unique<persistence::UndoStore>(options_.undoPolicy, std::move(memory),
-                                                   options_.watchMemoryPressure ? options_.mainQueue : nullptr);
+  auto memory =
+      options_.memory ? options_.memory : std::make_shared<persistence::HostStatisticsMemoryProvider>();
+  undo_ = std::make_unique<persistence::UndoStore>(
+      options_.undoPolicy, std::move(memory), options_.watchMemoryPressure ? options_.mainQueue : nullptr);
   // The file watcher attaches here: after the line index, with the identity recorded at open.
 }
 
@@ -192,7 +196,8 @@ ByteRange Document::editableRange() const {
 std::optional<EditRefusal> Document::refusalFor(ByteRange range) const {
   if (readOnly_) return EditRefusal{EditRefusal::Kind::readOnly};
   const ByteRange allowed = editableRange();
-  if (range.start < allowed.start || range.end > allowed.end) return EditRefusal{EditRefusal::Kind::outsideWindow};
+  if (range.start < allowed.start || range.end > allowed.end)
+    return EditRefusal{EditRefusal::Kind::outsideWindow};
   return std::nullopt;
 }
 
@@ -202,17 +207,19 @@ bool Document::willFitUndo(int64_t bytes) {
   return weight <= options_.undoPolicy.floorBytes || weight <= undo_->refreshOperationCap();
 }
 
-std::expected<EditOutcome, EditRefusal> Document::insert(int64_t offset, std::string_view bytes, TextSelection before,
-                                                         TextSelection after) {
+std::expected<EditOutcome, EditRefusal> Document::insert(int64_t offset, std::string_view bytes,
+                                                         TextSelection before, TextSelection after) {
   if (auto refusal = refusalFor({offset, offset})) return std::unexpected(*refusal);
   std::optional<UndoEntry> entry;
   if (willFitUndo(static_cast<int64_t>(bytes.size()))) {
-    entry = UndoEntry{offset, nullptr, persistence::sharedBytes(std::string(bytes)), before, after, false, {}, {}, {}};
+    entry = UndoEntry{offset, nullptr, persistence::sharedBytes(std::string(bytes)), before, after, false, {},
+                      {},     {}};
   }
   return finishEdit(table_->insert(bytes, offset), std::move(entry));
 }
 
-std::expected<EditOutcome, EditRefusal> Document::remove(ByteRange range, TextSelection before, TextSelection after) {
+std::expected<EditOutcome, EditRefusal> Document::remove(ByteRange range, TextSelection before,
+                                                         TextSelection after) {
   return replace(range, {}, before, after);
 }
 
@@ -252,9 +259,9 @@ EditOutcome Document::finishEdit(const EditResult& edit, std::optional<UndoEntry
   return {edit, undoable};
 }
 
-std::expected<EditOutcome, EditRefusal> Document::replaceAll(std::span<const storage::PieceTable::BulkEditSite> allSites,
-                                                             std::string description, TextSelection before,
-                                                             TextSelection after) {
+std::expected<EditOutcome, EditRefusal> Document::replaceAll(
+    std::span<const storage::PieceTable::BulkEditSite> allSites, std::string description,
+    TextSelection before, TextSelection after) {
   // Sites that would change nothing are not edits: they would only clutter the undo entry.
   std::vector<storage::PieceTable::BulkEditSite> kept;
   for (const auto& site : allSites) {
@@ -262,9 +269,11 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(std::span<const sto
   }
   const std::span<const storage::PieceTable::BulkEditSite> sites = kept;
   if (sites.empty()) return EditOutcome{{}, true};
-  if (auto refusal = refusalFor({sites.front().range.start, sites.back().range.end})) return std::unexpected(*refusal);
+  if (auto refusal = refusalFor({sites.front().range.start, sites.back().range.end}))
+    return std::unexpected(*refusal);
   int64_t weight = 0;
-  for (const auto& site : sites) weight += site.range.length() + static_cast<int64_t>(site.bytes.size()) + 256;
+  for (const auto& site : sites)
+    weight += site.range.length() + static_cast<int64_t>(site.bytes.size()) + 256;
   const bool keep = willFitUndo(weight);
 
   // The removed bytes of every site, read before the edit; repeated texts
@@ -329,8 +338,9 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(std::span<const sto
 EditResult Document::afterBulkEdit(const storage::PieceTable::BulkEditResult& bulk, int64_t spanStart,
                                    int64_t spanEnd, bool& indexRestarted) {
   const int64_t newSpanEnd = spanEnd + bulk.netByteDelta;
-  EditResult edit{spanStart, spanEnd - spanStart, newSpanEnd - spanStart, bulk.netByteDelta, newSpanEnd,
-                  bulk.newVersion, {}};
+  EditResult edit{
+      spanStart, spanEnd - spanStart, newSpanEnd - spanStart, bulk.netByteDelta, newSpanEnd, bulk.newVersion,
+      {}};
   indexRestarted = newSpanEnd - spanStart > kBulkRescanLimit;
   if (indexRestarted) {
     index_->restart();
@@ -477,7 +487,8 @@ persistence::SaveEncoder Document::sourceEncoder() const {
   return [encoder, name = std::string(text::displayName(*sourceEncoding_))](
              std::string_view chunk, bool last) -> std::expected<std::string, std::string> {
     std::string out;
-    const auto ok = encoder->encode({reinterpret_cast<const uint8_t*>(chunk.data()), chunk.size()}, last, out);
+    const auto ok =
+        encoder->encode({reinterpret_cast<const uint8_t*>(chunk.data()), chunk.size()}, last, out);
     if (!ok) return std::unexpected(name);
     return out;
   };
@@ -490,18 +501,21 @@ void Document::saveAs(const std::string& path, SaveCompletion done) {
     return;
   }
   // A new file is always written whole: nothing of it exists to patch.
-  persistence::SaveJob job{path, table_->snapshot(), {}, storage::FileIdentity{}, isTranscoded(), false,
-                           sourceEncoder()};
+  persistence::SaveJob job{path,  table_->snapshot(), {}, storage::FileIdentity{}, isTranscoded(),
+                           false, sourceEncoder()};
   const int64_t startedAt = version();
   saveInFlightVersion_ = startedAt;
   auto queue = options_.saveQueue ? options_.saveQueue : sharedSaveQueue();
-  queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo, volumes = options_.volumes,
-                main = options_.mainQueue, startedAt, done = std::move(done)]() mutable {
+  queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo,
+                volumes = options_.volumes, main = options_.mainQueue, startedAt,
+                done = std::move(done)]() mutable {
     persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
                                              volumes ? *volumes : persistence::VolumeInfo::system());
     auto result = coordinator.save(job);
-    main->post([weak, startedAt, path = job.targetPath, result = std::move(result), done = std::move(done)]() mutable {
-      if (const auto doc = weak.lock()) doc->finishSaveAs(path, startedAt, std::move(result), std::move(done));
+    main->post([weak, startedAt, path = job.targetPath, result = std::move(result),
+                done = std::move(done)]() mutable {
+      if (const auto doc = weak.lock())
+        doc->finishSaveAs(path, startedAt, std::move(result), std::move(done));
     });
   });
 }
@@ -560,8 +574,9 @@ void Document::save(SaveCompletion done) {
     return;
   }
 
-  persistence::SaveJob job{path_, table_->snapshot(), {}, identity_.value_or(storage::FileIdentity{}),
-                           isTranscoded(), inPlaceSaveEnabled_, nullptr};
+  persistence::SaveJob job{
+      path_,          table_->snapshot(),  {},     identity_.value_or(storage::FileIdentity{}),
+      isTranscoded(), inPlaceSaveEnabled_, nullptr};
   job.encoder = sourceEncoder();
   // The history tells what changed since the save only while the save point
   // is reachable and below the present.
@@ -572,23 +587,27 @@ void Document::save(SaveCompletion done) {
   const int64_t startedAt = version();
   saveInFlightVersion_ = startedAt;
   auto queue = options_.saveQueue ? options_.saveQueue : sharedSaveQueue();
-  queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo, volumes = options_.volumes,
-                journals = options_.journalDirectory, main = options_.mainQueue, startedAt,
+  queue->async([weak = weak_from_this(), job = std::move(job), io = options_.fileIo,
+                volumes = options_.volumes, journals = options_.journalDirectory, main = options_.mainQueue,
+                startedAt,
                 workingDir = workingScratch_ ? std::optional(workingScratch_->path()) : std::nullopt,
                 done = std::move(done)]() mutable {
     persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
-                                             volumes ? *volumes : persistence::VolumeInfo::system(), journals);
+                                             volumes ? *volumes : persistence::VolumeInfo::system(),
+                                             journals);
     auto result = coordinator.save(job);
     // A transcoded document goes on over a fresh working copy of exactly the text just saved.
     std::optional<std::filesystem::path> freshCopy;
     if (result && job.transcoded && workingDir) freshCopy = writeWorkingCopy(job.snapshot, *workingDir);
     main->post([weak, startedAt, result = std::move(result), freshCopy, done = std::move(done)]() mutable {
-      if (const auto doc = weak.lock()) doc->finishSave(startedAt, std::move(result), freshCopy, std::move(done));
+      if (const auto doc = weak.lock())
+        doc->finishSave(startedAt, std::move(result), freshCopy, std::move(done));
     });
   });
 }
 
-void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResult, persistence::SaveError> result,
+void Document::finishSave(int64_t startedAt,
+                          std::expected<persistence::SaveResult, persistence::SaveError> result,
                           std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done) {
   saveInFlightVersion_.reset();
   auto waiting = std::exchange(coalescedSaves_, {});
@@ -628,8 +647,8 @@ void Document::finishSave(int64_t startedAt, std::expected<persistence::SaveResu
   }
   done(result->outcome);
   for (auto& w : waiting) {
-    w(persistence::SaveOutcome{persistence::SaveOutcome::Kind::coalescedIntoInFlightSave, result->outcome.strategy,
-                               std::nullopt});
+    w(persistence::SaveOutcome{persistence::SaveOutcome::Kind::coalescedIntoInFlightSave,
+                               result->outcome.strategy, std::nullopt});
   }
 }
 
@@ -694,14 +713,15 @@ void Document::handleWatcherEvent(uint64_t generation, live::FileWatcher::Event 
       fileMissing_ = true;
       watcher_.reset();
       liveNotice({LiveFileNotice::Kind::deleted,
-                  "\u201c" + name + "\u201d was deleted from disk \u2014 its text is kept here; save to write it again",
+                  "\u201c" + name +
+                      "\u201d was deleted from disk \u2014 its text is kept here; save to write it again",
                   std::nullopt, 0, false});
       return;
     case Event::revoke:
       watcher_.reset();
       liveNotice({LiveFileNotice::Kind::volumeGone,
-                  "The volume holding \u201c" + name + "\u201d went away \u2014 its text is kept here", std::nullopt,
-                  0, false});
+                  "The volume holding \u201c" + name + "\u201d went away \u2014 its text is kept here",
+                  std::nullopt, 0, false});
       return;
   }
 }
@@ -711,13 +731,15 @@ void Document::outsideChange(LiveFileNotice::Kind quietKind) {
   if (isModified()) {
     externallyModified_ = true;
     liveNotice({LiveFileNotice::Kind::externalChange,
-                "\u201c" + name + "\u201d changed on disk. Reload it, or keep your version?", std::nullopt, 0, false});
+                "\u201c" + name + "\u201d changed on disk. Reload it, or keep your version?", std::nullopt, 0,
+                false});
     return;
   }
   if (reload()) {
     const bool truncated = quietKind == LiveFileNotice::Kind::truncated;
     liveNotice({quietKind,
-                "\u201c" + name + "\u201d " + (truncated ? "was truncated" : "changed on disk") + " and was reloaded",
+                "\u201c" + name + "\u201d " + (truncated ? "was truncated" : "changed on disk") +
+                    " and was reloaded",
                 std::nullopt, 0, false});
   }
 }
@@ -773,35 +795,38 @@ std::expected<void, std::string> Document::startFollowing() {
       if (const auto doc = weak.lock()) fn(*doc, args...);
     };
   };
-  callbacks.onTruncationDetected = with([](Document& d) {
-    d.outsideChange(LiveFileNotice::Kind::truncated);
-  });
+  callbacks.onTruncationDetected =
+      with([](Document& d) { d.outsideChange(LiveFileNotice::Kind::truncated); });
   callbacks.onRotationDetected = with([](Document& d) {
-    d.liveNotice({LiveFileNotice::Kind::rotated,
-                  "\u201c" + d.fileName() + "\u201d was rotated \u2014 a new file has its name now. Switch to it?",
-                  d.path_, 0, false});
+    d.liveNotice(
+        {LiveFileNotice::Kind::rotated,
+         "\u201c" + d.fileName() + "\u201d was rotated \u2014 a new file has its name now. Switch to it?",
+         d.path_, 0, false});
   });
   callbacks.onDeleted = with([](Document& d) {
     d.fileMissing_ = true;
     d.liveNotice({LiveFileNotice::Kind::deleted,
-                  "\u201c" + d.fileName() + "\u201d was deleted from disk \u2014 its text is kept here", std::nullopt,
-                  0, false});
+                  "\u201c" + d.fileName() + "\u201d was deleted from disk \u2014 its text is kept here",
+                  std::nullopt, 0, false});
   });
   callbacks.onReadError = with([](Document& d, int err) {
-    d.liveNotice({LiveFileNotice::Kind::readError, "Reading \u201c" + d.fileName() + "\u201d failed: " +
-                  base::errnoText(err), std::nullopt, 0, false});
+    d.liveNotice({LiveFileNotice::Kind::readError,
+                  "Reading \u201c" + d.fileName() + "\u201d failed: " + base::errnoText(err), std::nullopt, 0,
+                  false});
   });
   callbacks.onLagChanged = with([](Document& d, int64_t lag) {
     const bool far = lag > live::TailFollower::kCatchUpLagBytes;
     d.liveNotice({LiveFileNotice::Kind::lagChanged,
                   lag == 0 ? std::string("Following live")
-                           : base::formatByteCount(lag) + " behind the live file" + (far ? " \u2014 Catch Up to Live?" : ""),
+                           : base::formatByteCount(lag) + " behind the live file" +
+                                 (far ? " \u2014 Catch Up to Live?" : ""),
                   std::nullopt, lag, far});
   });
-  const int64_t start = identity_ ? identity_->size : table_->totalLength() + table_->originalBuffer().contentStart();
-  auto follower = live::TailFollower::create(path_, std::weak_ptr<live::TailSink>(shared_from_this()), start, false,
-                                             1.0, *options_.mainQueue, std::move(callbacks),
-                                             options_.fileIo ? *options_.fileIo : persistence::FileIo::system());
+  const int64_t start =
+      identity_ ? identity_->size : table_->totalLength() + table_->originalBuffer().contentStart();
+  auto follower = live::TailFollower::create(
+      path_, std::weak_ptr<live::TailSink>(shared_from_this()), start, false, 1.0, *options_.mainQueue,
+      std::move(callbacks), options_.fileIo ? *options_.fileIo : persistence::FileIo::system());
   if (!follower) return std::unexpected(follower.error().describe());
   follower_ = std::move(*follower);
   follower_->start();

@@ -12,12 +12,12 @@
 #include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
 #include "document/DocumentTypes.h"
-#include "storage/FileIdentity.h"
-#include "persistence/CompactionScheduler.h"
-#include "persistence/SaveCoordinator.h"
 #include "live/FileWatcher.h"
 #include "live/TailFollower.h"
+#include "persistence/CompactionScheduler.h"
+#include "persistence/SaveCoordinator.h"
 #include "persistence/UndoStore.h"
+#include "storage/FileIdentity.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/LargeFileOpenMode.h"
 #include "storage/PieceTable.h"
@@ -40,7 +40,8 @@ namespace quorin::document {
 // thread only, like the views it serves; snapshots go to any thread.
 class Document : public std::enable_shared_from_this<Document>, public live::TailSink {
  public:
-  static std::expected<std::shared_ptr<Document>, OpenError> open(const std::string& path, OpenOptions options);
+  static std::expected<std::shared_ptr<Document>, OpenError> open(const std::string& path,
+                                                                  OpenOptions options);
   static std::shared_ptr<Document> untitled(OpenOptions options);
   ~Document();
   Document(const Document&) = delete;
@@ -59,7 +60,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // Many replacements (sites in document order, not overlapping) as one bulk
   // edit and one undo step, however many sites.
   std::expected<EditOutcome, EditRefusal> replaceAll(std::span<const storage::PieceTable::BulkEditSite> sites,
-                                                     std::string description, persistence::TextSelection before,
+                                                     std::string description,
+                                                     persistence::TextSelection before,
                                                      persistence::TextSelection after);
   // Groups the edits between the two calls into one undo step.
   void beginUndoGroup(std::string description, persistence::TextSelection before);
@@ -93,7 +95,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // After a successful save: the saved text is the current one.
   void markSaved(std::optional<storage::FileIdentity> newIdentity);
 
-  using SaveCompletion = std::function<void(const std::expected<persistence::SaveOutcome, persistence::SaveError>&)>;
+  using SaveCompletion =
+      std::function<void(const std::expected<persistence::SaveOutcome, persistence::SaveError>&)>;
   // Writes the document to its file off the main thread; `done` runs on the
   // main thread. A request while a save runs is folded into it when the text
   // has not changed since that save began (it writes exactly this text), and
@@ -149,7 +152,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   void finishSave(int64_t version, std::expected<persistence::SaveResult, persistence::SaveError> result,
                   std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done);
   void finishSaveAs(const std::string& path, int64_t startedAt,
-                    std::expected<persistence::SaveResult, persistence::SaveError> result, SaveCompletion done);
+                    std::expected<persistence::SaveResult, persistence::SaveError> result,
+                    SaveCompletion done);
   persistence::SaveEncoder sourceEncoder() const;
   std::optional<EditRefusal> refusalFor(storage::ByteRange range) const;
   // Records the edit (or says it could not be kept) and tells everyone.
@@ -177,7 +181,7 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   std::optional<storage::FileIdentity> identity_;
   std::unique_ptr<storage::ScratchDirectory> workingScratch_;  // a transcoded document's working copy
   std::optional<std::filesystem::path> workingCopyPath_;       // and the file in it
-  std::unique_ptr<storage::ScratchDirectory> scratch_;  // outlives the index's scratch file
+  std::unique_ptr<storage::ScratchDirectory> scratch_;         // outlives the index's scratch file
   std::shared_ptr<storage::PieceTable> table_;
   std::shared_ptr<storage::InMemoryLineIndex> index_;
   std::unique_ptr<persistence::UndoStore> undo_;

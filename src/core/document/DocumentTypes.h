@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,8 +11,8 @@
 #include "dispatch/MainQueue.h"
 #include "persistence/AvailableMemoryProvider.h"
 #include "persistence/FileIo.h"
-#include "persistence/VolumeInfo.h"
 #include "persistence/UndoCapPolicy.h"
+#include "persistence/VolumeInfo.h"
 #include "storage/EditResult.h"
 #include "storage/LargeFileOpenMode.h"
 #include "storage/LineIndexOptions.h"
@@ -24,8 +24,8 @@
 namespace quorin::document {
 
 struct OpenOptions {
-  dispatch::MainQueue* mainQueue = nullptr;  // required: progress, timers and pressure events go there
-  storage::LargeFileOpenRequest mode;        // validated by the caller
+  dispatch::MainQueue* mainQueue = nullptr;        // required: progress, timers and pressure events go there
+  storage::LargeFileOpenRequest mode;              // validated by the caller
   std::optional<text::DetectedEncoding> encoding;  // reopen with this encoding instead of detecting
   // Opening a file in another encoding than UTF-8 first transcodes it into a
   // UTF-8 working copy: progress (bytes done, total) and cancellation for that.
@@ -41,7 +41,8 @@ struct OpenOptions {
   persistence::FileIo* fileIo = nullptr;          // null: the system's
   const persistence::VolumeInfo* volumes = nullptr;
   std::optional<std::filesystem::path> journalDirectory;
-  bool watchFile = true;  // watch the file for outside changes (off in tests that do not need a thread for it)
+  bool watchFile =
+      true;  // watch the file for outside changes (off in tests that do not need a thread for it)
   storage::LineIndexLimits lineIndexLimits;
   int64_t compactionPieceThreshold = 100'000;
   double compactionIdleSeconds = 2.0;

@@ -26,7 +26,7 @@ struct FileWatcher::State {
   int stopFd = -1;
   std::function<void(Event)> onEvent;
   mutable std::mutex lock;
-  storage::FileIdentity lastIdentity;                   // guarded by lock
+  storage::FileIdentity lastIdentity;                    // guarded by lock
   std::optional<std::filesystem::path> pathAtLastEvent;  // guarded by lock
   bool descriptorClosing = false;                        // only the loop touches it
 
@@ -117,9 +117,11 @@ std::expected<std::unique_ptr<FileWatcher>, FileWatcherError> FileWatcher::creat
   auto state = std::make_shared<State>();
   state->onEvent = std::move(onEvent);
   state->pathFd = ::open(watched.c_str(), O_PATH | O_CLOEXEC);
-  if (state->pathFd < 0) return std::unexpected(FileWatcherError{FileWatcherError::Kind::openFailed, watched.string(), errno});
+  if (state->pathFd < 0)
+    return std::unexpected(FileWatcherError{FileWatcherError::Kind::openFailed, watched.string(), errno});
   struct stat st;
-  if (::fstat(state->pathFd, &st) != 0) return std::unexpected(FileWatcherError{FileWatcherError::Kind::statFailed, {}, errno});
+  if (::fstat(state->pathFd, &st) != 0)
+    return std::unexpected(FileWatcherError{FileWatcherError::Kind::statFailed, {}, errno});
   state->inotifyFd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   state->stopFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (state->inotifyFd < 0 || state->stopFd < 0 ||
@@ -128,16 +130,20 @@ std::expected<std::unique_ptr<FileWatcher>, FileWatcherError> FileWatcher::creat
     return std::unexpected(FileWatcherError{FileWatcherError::Kind::openFailed, watched.string(), errno});
   }
   state->lastIdentity = storage::FileIdentity::fromStat(st);
-  std::unique_ptr<FileWatcher> watcher(new FileWatcher(url, watched, storage::FileIdentity::fromStat(st), state));
-  watcher->queue_ = std::make_unique<dispatch::SerialQueue>("quorin.filewatcher." + watched.filename().string(),
-                                                            dispatch::QualityOfService::utility);
+  std::unique_ptr<FileWatcher> watcher(
+      new FileWatcher(url, watched, storage::FileIdentity::fromStat(st), state));
+  watcher->queue_ = std::make_unique<dispatch::SerialQueue>(
+      "quorin.filewatcher." + watched.filename().string(), dispatch::QualityOfService::utility);
   watcher->queue_->async([state] { state->run(); });
   return watcher;
 }
 
-FileWatcher::FileWatcher(std::filesystem::path url, std::filesystem::path resolved, storage::FileIdentity identity,
-                         std::shared_ptr<State> state)
-    : url_(std::move(url)), resolvedURL_(std::move(resolved)), initialIdentity_(identity), state_(std::move(state)) {}
+FileWatcher::FileWatcher(std::filesystem::path url, std::filesystem::path resolved,
+                         storage::FileIdentity identity, std::shared_ptr<State> state)
+    : url_(std::move(url)),
+      resolvedURL_(std::move(resolved)),
+      initialIdentity_(identity),
+      state_(std::move(state)) {}
 
 FileWatcher::~FileWatcher() {
   stop();

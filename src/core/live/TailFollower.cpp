@@ -23,7 +23,8 @@ std::expected<std::unique_ptr<TailFollower>, TailFollowerError> TailFollower::cr
     bool keepReadErrorReport, double pollInterval, dispatch::MainQueue& mainQueue, Callbacks callbacks,
     persistence::FileIo& io, std::function<uint64_t()> clock) {
   const int fd = io.open(url.c_str(), O_RDONLY, 0);
-  if (fd < 0) return std::unexpected(TailFollowerError{TailFollowerError::Kind::openFailed, url.string(), errno});
+  if (fd < 0)
+    return std::unexpected(TailFollowerError{TailFollowerError::Kind::openFailed, url.string(), errno});
   struct stat st;
   if (io.fstat(fd, &st) != 0) {
     const int err = errno;
@@ -66,7 +67,8 @@ void TailFollower::start() {
   if (descriptorClosed_ || isFollowing_) return;
   if (!holdReportAcrossStart_) reportedReadError_ = false;
   isFollowing_ = true;
-  timer_ = dispatch::Timer::repeating(mainQueue_, static_cast<uint64_t>(pollInterval_ * 1e9), [this] { poll(); });
+  timer_ =
+      dispatch::Timer::repeating(mainQueue_, static_cast<uint64_t>(pollInterval_ * 1e9), [this] { poll(); });
 }
 
 void TailFollower::stop() {

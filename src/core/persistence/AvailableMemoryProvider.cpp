@@ -8,8 +8,8 @@
 namespace quorin::persistence {
 
 int64_t reclaimableFromMeminfo(std::string_view meminfo) {
-  static constexpr std::array<std::string_view, 4> kFields = {"MemFree:", "Active(file):", "Inactive(file):",
-                                                              "SReclaimable:"};
+  static constexpr std::array<std::string_view, 4> kFields = {
+      "MemFree:", "Active(file):", "Inactive(file):", "SReclaimable:"};
   int64_t totalKiB = 0;
   size_t lineStart = 0;
   while (lineStart < meminfo.size()) {

@@ -7,7 +7,8 @@ namespace quorin::persistence {
 namespace {
 
 std::shared_ptr<dispatch::Executor> sharedCompactionQueue() {
-  static const auto queue = std::make_shared<dispatch::SerialQueue>("quorin.compaction", dispatch::QualityOfService::utility);
+  static const auto queue =
+      std::make_shared<dispatch::SerialQueue>("quorin.compaction", dispatch::QualityOfService::utility);
   return queue;
 }
 
@@ -17,11 +18,13 @@ std::shared_ptr<CompactionScheduler> CompactionScheduler::make(std::weak_ptr<sto
                                                                dispatch::MainQueue& mainQueue,
                                                                std::shared_ptr<dispatch::Executor> queue,
                                                                int64_t pieceThreshold, double idleSeconds) {
-  return std::shared_ptr<CompactionScheduler>(new CompactionScheduler(
-      std::move(table), mainQueue, queue ? std::move(queue) : sharedCompactionQueue(), pieceThreshold, idleSeconds));
+  return std::shared_ptr<CompactionScheduler>(
+      new CompactionScheduler(std::move(table), mainQueue, queue ? std::move(queue) : sharedCompactionQueue(),
+                              pieceThreshold, idleSeconds));
 }
 
-CompactionScheduler::CompactionScheduler(std::weak_ptr<storage::PieceTable> table, dispatch::MainQueue& mainQueue,
+CompactionScheduler::CompactionScheduler(std::weak_ptr<storage::PieceTable> table,
+                                         dispatch::MainQueue& mainQueue,
                                          std::shared_ptr<dispatch::Executor> queue, int64_t pieceThreshold,
                                          double idleSeconds)
     : table_(std::move(table)),
@@ -32,8 +35,9 @@ CompactionScheduler::CompactionScheduler(std::weak_ptr<storage::PieceTable> tabl
 
 void CompactionScheduler::noteActivity() {
   if (idleTimer_) idleTimer_->cancel();
-  idleTimer_ = dispatch::Timer::oneShot(mainQueue_, static_cast<uint64_t>(idleInterval_ * 1e9),
-                                        dispatch::weakTask(weak_from_this(), [](CompactionScheduler& s) { s.fire(); }));
+  idleTimer_ = dispatch::Timer::oneShot(
+      mainQueue_, static_cast<uint64_t>(idleInterval_ * 1e9),
+      dispatch::weakTask(weak_from_this(), [](CompactionScheduler& s) { s.fire(); }));
 }
 
 void CompactionScheduler::fire() {

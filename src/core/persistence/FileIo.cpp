@@ -2,21 +2,25 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <cstdio>
-#include <unistd.h>
 
 namespace quorin::persistence {
 namespace {
 
 class SystemFileIo final : public FileIo {
  public:
-  int open(const char* path, int flags, mode_t mode) override { return ::open(path, flags | O_CLOEXEC, mode); }
+  int open(const char* path, int flags, mode_t mode) override {
+    return ::open(path, flags | O_CLOEXEC, mode);
+  }
   ssize_t write(int fd, const void* data, size_t size) override { return ::write(fd, data, size); }
   ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) override {
     return ::pwrite(fd, data, size, offset);
   }
-  ssize_t pread(int fd, void* data, size_t size, off_t offset) override { return ::pread(fd, data, size, offset); }
+  ssize_t pread(int fd, void* data, size_t size, off_t offset) override {
+    return ::pread(fd, data, size, offset);
+  }
   int fsync(int fd) override { return ::fsync(fd); }
   int close(int fd) override { return ::close(fd); }
   int fstat(int fd, struct stat* st) override { return ::fstat(fd, st); }

@@ -6,14 +6,14 @@
 #include <unistd.h>
 
 #include <charconv>
-#include <map>
-#include <mutex>
-#include <vector>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorin::persistence {
 
@@ -59,7 +59,8 @@ int64_t meminfoField(std::string_view text, std::string_view field) {
 
 }  // namespace
 
-std::unique_ptr<MemoryPressureSource> MemoryPressureSource::start(dispatch::MainQueue& mainQueue, Handler handler) {
+std::unique_ptr<MemoryPressureSource> MemoryPressureSource::start(dispatch::MainQueue& mainQueue,
+                                                                  Handler handler) {
   std::unique_ptr<MemoryPressureSource> source(new MemoryPressureSource());
   source->shared_ = std::make_shared<Shared>(Shared{mainQueue, std::move(handler)});
   source->stopFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -67,7 +68,8 @@ std::unique_ptr<MemoryPressureSource> MemoryPressureSource::start(dispatch::Main
   const int criticalFd = warningFd >= 0 ? openTrigger(kCriticalTrigger) : -1;
   source->usesPsi_ = warningFd >= 0 && criticalFd >= 0;
   if (source->usesPsi_) {
-    source->thread_ = std::thread([s = source.get(), warningFd, criticalFd] { s->watchTriggers(warningFd, criticalFd); });
+    source->thread_ =
+        std::thread([s = source.get(), warningFd, criticalFd] { s->watchTriggers(warningFd, criticalFd); });
   } else {
     if (warningFd >= 0) ::close(warningFd);
     source->thread_ = std::thread([s = source.get()] { s->pollMeminfo(); });

@@ -63,7 +63,8 @@ bool isValidUtf8(std::string_view s) {
       if ((cc >> 6) != 2) return false;
       cp = (cp << 6) | (cc & 0x3F);
     }
-    if ((len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)))
+    if ((len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) ||
+        (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)))
       return false;
     i += len;
   }
@@ -125,8 +126,8 @@ std::string PatchJournal::encode(const std::string& targetPath, const storage::F
   return out;
 }
 
-std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::decode(std::string_view bytes,
-                                                                                   const std::filesystem::path& url) {
+std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::decode(
+    std::string_view bytes, const std::filesystem::path& url) {
   const auto truncated = std::unexpected(PatchJournalError::truncated(url));
   Reader r(bytes);
   std::string magic;
@@ -169,8 +170,8 @@ std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::deco
 }
 
 std::expected<std::filesystem::path, PatchJournalError> PatchJournal::write(
-    const std::string& targetPath, const storage::FileIdentity& identity, std::span<const Entry> entries, FileIo& io,
-    std::optional<std::filesystem::path> directory) {
+    const std::string& targetPath, const storage::FileIdentity& identity, std::span<const Entry> entries,
+    FileIo& io, std::optional<std::filesystem::path> directory) {
   if (!directory) {
     auto root = storage::ScratchDirectory::root();
     if (!root) return std::unexpected(PatchJournalError::openFailed(root.error(), ENOENT));
@@ -211,7 +212,8 @@ void PatchJournal::remove(const std::filesystem::path& url) {
   std::filesystem::remove(url, ignored);
 }
 
-std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::read(const std::filesystem::path& url) {
+std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::read(
+    const std::filesystem::path& url) {
   std::ifstream in(url, std::ios::binary);
   if (!in) return std::unexpected(PatchJournalError::openFailed(url.string(), errno));
   const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

@@ -56,7 +56,8 @@ class PatchJournal {
   static void remove(const std::filesystem::path& url);
   static std::expected<ParsedJournal, PatchJournalError> read(const std::filesystem::path& url);
   // The journal files in `directory` (the scratch directory when absent), by name.
-  static std::vector<std::filesystem::path> listPending(std::optional<std::filesystem::path> directory = std::nullopt);
+  static std::vector<std::filesystem::path> listPending(
+      std::optional<std::filesystem::path> directory = std::nullopt);
 
   // The file's bytes, and back; decode detects every malformation.
   static std::string encode(const std::string& targetPath, const storage::FileIdentity& identity,

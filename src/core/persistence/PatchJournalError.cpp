@@ -12,7 +12,8 @@ std::string PatchJournalError::describe() const {
     case Kind::badMagic: return "patch journal at " + path + " has bad magic";
     case Kind::unsupportedVersion:
       return "patch journal at " + path + " has unsupported version " + std::to_string(version);
-    case Kind::truncated: return url ? "patch journal truncated at " + url->filename().string() : "patch journal truncated";
+    case Kind::truncated:
+      return url ? "patch journal truncated at " + url->filename().string() : "patch journal truncated";
     case Kind::badPathEncoding: return "patch journal at " + path + " has invalid path encoding";
   }
   return {};

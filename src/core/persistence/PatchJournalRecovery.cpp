@@ -30,18 +30,21 @@ RecoveryPrompt tornPrompt(const PatchJournal::ParsedJournal& journal) {
 }
 
 RecoveryPrompt changedPrompt(const PatchJournal::ParsedJournal& journal) {
-  return {"Previous save may have been interrupted",
-          "Quorin was interrupted while saving \u201c" + fileName(journal.targetPath) +
-              "\u201d, but the file's content no longer matches what the rollback journal recorded — it may have "
-              "been modified externally since. Restoring would overwrite those changes with the older content.",
-          {kSkipRestore, kRestoreAnyway},
-          0};
+  return {
+      "Previous save may have been interrupted",
+      "Quorin was interrupted while saving \u201c" + fileName(journal.targetPath) +
+          "\u201d, but the file's content no longer matches what the rollback journal recorded — it may have "
+          "been modified externally since. Restoring would overwrite those changes with the older content.",
+      {kSkipRestore, kRestoreAnyway},
+      0};
 }
 
 RecoveryPrompt rollbackFailedPrompt(const PatchJournal::ParsedJournal& journal) {
   return {"Couldn\u2019t restore \u201c" + fileName(journal.targetPath) + "\u201d",
-          "The rollback could not be written (the file may be read-only or on a failing disk). Nothing was deleted — "
-          "the recovery data is kept, and Quorin will offer to restore again on the next launch. The file remains "
+          "The rollback could not be written (the file may be read-only or on a failing disk). Nothing was "
+          "deleted — "
+          "the recovery data is kept, and Quorin will offer to restore again on the next launch. The file "
+          "remains "
           "partially written until then.",
           {"OK"},
           0};
@@ -109,7 +112,8 @@ RecoveryPrompt PatchJournalRecovery::rollbackFailure(const PatchJournal::ParsedJ
   return rollbackFailedPrompt(journal);
 }
 
-std::optional<RecoveryPrompt> PatchJournalRecovery::begin(const PatchJournal::ParsedJournal& journal, FileIo& io) {
+std::optional<RecoveryPrompt> PatchJournalRecovery::begin(const PatchJournal::ParsedJournal& journal,
+                                                          FileIo& io) {
   Assessment a = assess(journal, io);
   if (!a.prompt) PatchJournal::remove(journal.url);
   return a.prompt;
@@ -138,8 +142,10 @@ bool PatchJournalRecovery::rollBack(const PatchJournal::ParsedJournal& journal, 
       const ssize_t n = io.pwrite(fd, e.originalBytes.data() + done, e.originalBytes.size() - done,
                                   static_cast<off_t>(e.offset + done));
       if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) ok = false;  // a write of nothing would loop forever: a failure like any other
-      else done += static_cast<size_t>(n);
+      if (n <= 0)
+        ok = false;  // a write of nothing would loop forever: a failure like any other
+      else
+        done += static_cast<size_t>(n);
     }
     if (!ok) break;
   }

@@ -53,8 +53,8 @@ class PatchJournalRecovery {
                                              FileIo& io = FileIo::system());
   // Carries out the chosen button. Returns the failure message to show when
   // a restore could not be written (the journal is then kept for next time).
-  static std::optional<RecoveryPrompt> respond(const PatchJournal::ParsedJournal& journal, const std::string& button,
-                                               FileIo& io = FileIo::system());
+  static std::optional<RecoveryPrompt> respond(const PatchJournal::ParsedJournal& journal,
+                                               const std::string& button, FileIo& io = FileIo::system());
   // The message shown when a restore could not be written.
   static RecoveryPrompt rollbackFailure(const PatchJournal::ParsedJournal& journal);
   // Writes every pre-image back and flushes; true on success (journal removed).

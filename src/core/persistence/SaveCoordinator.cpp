@@ -1,13 +1,12 @@
 #include "persistence/SaveCoordinator.h"
 
-#include <fstream>
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 
 #include "base/Log.h"
@@ -36,7 +35,9 @@ InPlaceRejection reject(InPlaceRejection::Kind kind, int64_t a = 0, int64_t b = 
   return InPlaceRejection{kind, a, b, c, 0, {}};
 }
 
-InPlaceRejection rejectErrno(InPlaceRejection::Kind kind, int err) { return InPlaceRejection{kind, 0, 0, 0, err, {}}; }
+InPlaceRejection rejectErrno(InPlaceRejection::Kind kind, int err) {
+  return InPlaceRejection{kind, 0, 0, 0, err, {}};
+}
 
 InPlaceRejection rejectDetail(InPlaceRejection::Kind kind, std::string detail) {
   return InPlaceRejection{kind, 0, 0, 0, 0, std::move(detail)};
@@ -55,7 +56,8 @@ std::string resolved(const std::string& path) {
 
 }  // namespace
 
-SaveCoordinator::SaveCoordinator(FileIo& io, const VolumeInfo& volumes, std::optional<std::filesystem::path> journalDir)
+SaveCoordinator::SaveCoordinator(FileIo& io, const VolumeInfo& volumes,
+                                 std::optional<std::filesystem::path> journalDir)
     : io_(io), volumes_(volumes), journalDirectory_(std::move(journalDir)) {}
 
 std::vector<PatchEdit> SaveCoordinator::buildEditList(std::span<const UndoEntry> entries) {
@@ -66,11 +68,12 @@ std::vector<PatchEdit> SaveCoordinator::buildEditList(std::span<const UndoEntry>
     const UndoEntry& e = *flat[i];
     if (i + 1 < flat.size()) {
       const UndoEntry& next = *flat[i + 1];
-      const bool pair = next.docOffsetAtEdit == e.docOffsetAtEdit &&
-                        ((pureDeletion(e) && pureInsertion(next)) || (pureInsertion(e) && pureDeletion(next)));
+      const bool pair =
+          next.docOffsetAtEdit == e.docOffsetAtEdit &&
+          ((pureDeletion(e) && pureInsertion(next)) || (pureInsertion(e) && pureDeletion(next)));
       if (pair) {
-        // Either order: one replacement of the removed bytes by the inserted ones. Should that not be what the
-        // file holds (an insertion the deletion then ate into), the pre-image check refuses the patch.
+        // Either order: one replacement of the removed bytes by the inserted ones. Should that not be what
+        // the file holds (an insertion the deletion then ate into), the pre-image check refuses the patch.
         const UndoEntry& removal = pureDeletion(e) ? e : next;
         const UndoEntry& insertion = pureDeletion(e) ? next : e;
         edits.push_back({static_cast<uint64_t>(e.docOffsetAtEdit), bytesOf(removal.originalBytes),
@@ -79,7 +82,8 @@ std::vector<PatchEdit> SaveCoordinator::buildEditList(std::span<const UndoEntry>
         continue;
       }
     }
-    edits.push_back({static_cast<uint64_t>(e.docOffsetAtEdit), bytesOf(e.originalBytes), bytesOf(e.insertedBytes)});
+    edits.push_back(
+        {static_cast<uint64_t>(e.docOffsetAtEdit), bytesOf(e.originalBytes), bytesOf(e.insertedBytes)});
   }
   return edits;
 }
@@ -93,7 +97,8 @@ std::expected<SaveResult, SaveError> SaveCoordinator::save(const SaveJob& job) {
     rejection = reject(InPlaceRejection::Kind::prefDisabled);
   } else {
     auto patched = tryInPlacePatch(path, job.edits, job.openedIdentity);
-    if (patched) return SaveResult{{SaveOutcome::Kind::wrote, SaveStrategy::inPlacePatch, std::nullopt}, *patched};
+    if (patched)
+      return SaveResult{{SaveOutcome::Kind::wrote, SaveStrategy::inPlacePatch, std::nullopt}, *patched};
     rejection = patched.error();
   }
   base::logLine("in-place patch rejected: " + rejection->describe() + "; falling back to atomic rewrite");
@@ -130,7 +135,8 @@ std::expected<storage::FileIdentity, InPlaceRejection> SaveCoordinator::tryInPla
   const auto now = storage::FileIdentity::fromStat(st);
   if (now.inode != opened.inode) {
     return fail(rejectDetail(K::identityMismatch, "inode " + std::to_string(now.inode) + " != opened inode " +
-                                                      std::to_string(opened.inode) + " (file replaced or rotated)"));
+                                                      std::to_string(opened.inode) +
+                                                      " (file replaced or rotated)"));
   }
   if (now.mtimeSeconds != opened.mtimeSeconds || now.mtimeNanoseconds != opened.mtimeNanoseconds) {
     return fail(rejectDetail(K::identityMismatch, "mtime " + std::to_string(now.mtimeSeconds) + "." +
@@ -154,14 +160,16 @@ std::expected<storage::FileIdentity, InPlaceRejection> SaveCoordinator::tryInPla
     onDisk.assign(e.originalBytes.size(), '\0');
     size_t got = 0;
     while (got < onDisk.size()) {
-      const ssize_t n = io_.pread(fd, onDisk.data() + got, onDisk.size() - got, static_cast<off_t>(e.docOffsetAtEdit + got));
+      const ssize_t n = io_.pread(fd, onDisk.data() + got, onDisk.size() - got,
+                                  static_cast<off_t>(e.docOffsetAtEdit + got));
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) break;
       got += static_cast<size_t>(n);
     }
     const auto offset = static_cast<int64_t>(e.docOffsetAtEdit);
     if (got < onDisk.size()) {
-      return fail(reject(K::preReadFailed, offset, static_cast<int64_t>(got), static_cast<int64_t>(onDisk.size())));
+      return fail(
+          reject(K::preReadFailed, offset, static_cast<int64_t>(got), static_cast<int64_t>(onDisk.size())));
     }
     if (onDisk != e.originalBytes) return fail(reject(K::preImageMismatch, offset));
   }
@@ -183,8 +191,8 @@ std::expected<storage::FileIdentity, InPlaceRejection> SaveCoordinator::tryInPla
       written += static_cast<size_t>(n);
     }
     if (written < e.insertedBytes.size()) {
-      return fail(reject(K::partialPwrite, static_cast<int64_t>(e.docOffsetAtEdit), static_cast<int64_t>(written),
-                         static_cast<int64_t>(e.insertedBytes.size())));
+      return fail(reject(K::partialPwrite, static_cast<int64_t>(e.docOffsetAtEdit),
+                         static_cast<int64_t>(written), static_cast<int64_t>(e.insertedBytes.size())));
     }
   }
   if (durableFlush(io_, fd) != 0) return fail(rejectErrno(K::fsyncFailed, errno));
@@ -211,9 +219,8 @@ mode_t processUmask() {
 
 }  // namespace
 
-std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(const std::string& path,
-                                                                               const storage::PieceTableSnapshot& text,
-                                                                               const SaveEncoder& encoder) {
+std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(
+    const std::string& path, const storage::PieceTableSnapshot& text, const SaveEncoder& encoder) {
   using K = SaveError::Kind;
   const std::filesystem::path target(path);
   const std::filesystem::path parent = target.has_parent_path() ? target.parent_path() : ".";
@@ -285,7 +292,8 @@ std::expected<storage::FileIdentity, SaveError> SaveCoordinator::atomicRewrite(c
       off_t offset = static_cast<off_t>(pieces[i].offset);
       int64_t left = end - start;
       while (left > 0) {
-        const ssize_t n = io_.copyFileRange(text.originalBuffer().mmap().fd(), &offset, fd, static_cast<size_t>(left));
+        const ssize_t n =
+            io_.copyFileRange(text.originalBuffer().mmap().fd(), &offset, fd, static_cast<size_t>(left));
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
           kernelCopy = false;

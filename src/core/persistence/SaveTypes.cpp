@@ -24,7 +24,8 @@ std::string InPlaceRejection::describe() const {
     case K::fstatFailed: return "fstat failed: " + base::errnoText(err);
     case K::identityMismatch: return "file identity changed since open: " + detail;
     case K::flockFailed: return "flock failed: " + base::errnoText(err);
-    case K::preReadFailed: return "pre-read at offset " + n(a) + " returned " + n(b) + " of " + n(c) + " bytes";
+    case K::preReadFailed:
+      return "pre-read at offset " + n(a) + " returned " + n(b) + " of " + n(c) + " bytes";
     case K::preImageMismatch: return "on-disk bytes at offset " + n(a) + " don't match the edit's pre-image";
     case K::journalWriteFailed: return "patch journal write failed: " + detail;
     case K::partialPwrite: return "partial pwrite at offset " + n(a) + ": " + n(b) + " of " + n(c) + " bytes";
@@ -41,8 +42,8 @@ std::string SaveError::describe() const {
   using K = Kind;
   switch (kind) {
     case K::insufficientSpace:
-      return "not enough disk space: need " + std::to_string(needed) + " bytes, " + std::to_string(available) +
-             " available";
+      return "not enough disk space: need " + std::to_string(needed) + " bytes, " +
+             std::to_string(available) + " available";
     case K::openFailed: return "open(" + text + ") failed for save: " + base::errnoText(err);
     case K::writeFailed: return "write failed during save: " + base::errnoText(err);
     case K::fsyncFailed: return "fsync failed during save: " + base::errnoText(err);
@@ -52,10 +53,12 @@ std::string SaveError::describe() const {
     case K::readOnly: return "document is read-only \u2014 cannot save";
     case K::saveInProgress: return "a save is already in progress \u2014 try again when it finishes";
     case K::externallyModified:
-      return "the file changed on disk since it was opened \u2014 resolve the external change (Reload or Keep Mine), "
+      return "the file changed on disk since it was opened \u2014 resolve the external change (Reload or "
+             "Keep Mine), "
              "then save again";
     case K::liveFileGrew:
-      return "the file has grown since it was opened in tail mode \u2014 use Save As to keep your edits in a new file";
+      return "the file has grown since it was opened in tail mode \u2014 use Save As to keep your edits in a "
+             "new file";
   }
   return {};
 }

@@ -22,9 +22,22 @@ std::string_view name(SaveStrategy strategy);  // "inPlacePatch", "atomicRewrite
 // Why an in-place patch was not done; the save then rewrites the file. Logged, never shown as an error.
 struct InPlaceRejection {
   enum class Kind {
-    tooManyRegions, regionTooLarge, lengthChangingEdit, openRdwrFailed, fstatFailed, identityMismatch,
-    flockFailed, preReadFailed, preImageMismatch, journalWriteFailed, partialPwrite, fsyncFailed, prefDisabled,
-    noUnsavedEdits, nonLocalVolume, transcodedDocument
+    tooManyRegions,
+    regionTooLarge,
+    lengthChangingEdit,
+    openRdwrFailed,
+    fstatFailed,
+    identityMismatch,
+    flockFailed,
+    preReadFailed,
+    preImageMismatch,
+    journalWriteFailed,
+    partialPwrite,
+    fsyncFailed,
+    prefDisabled,
+    noUnsavedEdits,
+    nonLocalVolume,
+    transcodedDocument
   };
   Kind kind;
   int64_t a = 0, b = 0, c = 0;  // the counts, offsets and sizes of the case (see describe)
@@ -38,12 +51,21 @@ struct InPlaceRejection {
 // Why a save failed; the document keeps its edits, history and save point.
 struct SaveError {
   enum class Kind {
-    insufficientSpace, openFailed, writeFailed, fsyncFailed, renameFailed, encodingIncompatible, underlying,
-    readOnly, saveInProgress, externallyModified, liveFileGrew
+    insufficientSpace,
+    openFailed,
+    writeFailed,
+    fsyncFailed,
+    renameFailed,
+    encodingIncompatible,
+    underlying,
+    readOnly,
+    saveInProgress,
+    externallyModified,
+    liveFileGrew
   };
   Kind kind;
   uint64_t needed = 0, available = 0;  // insufficientSpace
-  std::string text;                    // openFailed: what; encodingIncompatible: the encoding; underlying: its description
+  std::string text;  // openFailed: what; encodingIncompatible: the encoding; underlying: its description
   int err = 0;
 
   std::string describe() const;

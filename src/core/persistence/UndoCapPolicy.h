@@ -9,7 +9,7 @@ namespace quorin::persistence {
 // between a floor and a ceiling.
 struct UndoCapPolicy {
   double percentOfReclaimable = 0.25;
-  int64_t floorBytes = 104'857'600;     // 100 MiB
+  int64_t floorBytes = 104'857'600;      // 100 MiB
   int64_t ceilingBytes = 4'294'967'296;  // 4 GiB
 
   // clamp((max(historyWeight, 0) + reclaimable) × percent, floor, ceiling), truncated.

@@ -49,7 +49,9 @@ struct UndoEntry {
   int64_t insertedLength() const { return insertedBytes ? static_cast<int64_t>(insertedBytes->size()) : 0; }
 };
 
-inline SharedBytes sharedBytes(std::string bytes) { return std::make_shared<const std::string>(std::move(bytes)); }
+inline SharedBytes sharedBytes(std::string bytes) {
+  return std::make_shared<const std::string>(std::move(bytes));
+}
 
 // Bytes removed + bytes inserted + 256, plus the weights of a batch's edits:
 // the fixed part bounds a flood of one-byte edits. Overflow stops the program.

@@ -16,11 +16,13 @@ UndoStore::UndoStore(UndoCapPolicy policy, std::shared_ptr<const AvailableMemory
 UndoStore::~UndoStore() { pressure_.reset(); }
 
 void UndoStore::addWeight(int64_t weight) {
-  QUORIN_CHECK(!__builtin_add_overflow(memoryWeight_, weight, &memoryWeight_), "undo history weight overflows");
+  QUORIN_CHECK(!__builtin_add_overflow(memoryWeight_, weight, &memoryWeight_),
+               "undo history weight overflows");
 }
 
 int64_t UndoStore::refreshOperationCap() {
-  activeOperationCapBytes_ = capPolicy_.capFor(memoryWeight_, memoryProvider_ ? memoryProvider_->availableBytes() : 0);
+  activeOperationCapBytes_ =
+      capPolicy_.capFor(memoryWeight_, memoryProvider_ ? memoryProvider_->availableBytes() : 0);
   return activeOperationCapBytes_;
 }
 
@@ -132,7 +134,8 @@ void UndoStore::clear() {
 void UndoStore::handleMemoryPressure(MemoryPressureLevel) {
   while (!redoStack_.empty() && memoryWeight_ > capPolicy_.floorBytes) dropRedo();
   // The saved text lay in the redo part and some of the way there is gone.
-  if (savePointDepth_ > static_cast<int64_t>(undoStack_.size() + redoStack_.size())) savePointInvalidated_ = true;
+  if (savePointDepth_ > static_cast<int64_t>(undoStack_.size() + redoStack_.size()))
+    savePointInvalidated_ = true;
   trimTo(capPolicy_.floorBytes);
 }
 

@@ -1,11 +1,10 @@
 #include "search/SearchEngine.h"
 
-#include "base/PageAligned.h"
-
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
+#include "base/PageAligned.h"
 #include "dispatch/Clock.h"
 #include "search/ByteSearch.h"
 #include "search/FoldedTextMatcher.h"

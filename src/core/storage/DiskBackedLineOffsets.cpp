@@ -18,7 +18,8 @@ namespace {
 
 // The file is read and written through the mapping as native int64, and its
 // layout is little-endian.
-static_assert(std::endian::native == std::endian::little, "the scratch file layout assumes a little-endian host");
+static_assert(std::endian::native == std::endian::little,
+              "the scratch file layout assumes a little-endian host");
 
 constexpr int64_t kMinimumCapacity = 1024;
 constexpr int64_t kEntryBytes = sizeof(int64_t);
@@ -97,7 +98,8 @@ bool DiskBackedLineOffsets::reserveLocked(int64_t needed) {
   // mremap leaves the old mapping in place when it fails, which is what
   // unmapping and mapping the old length again would achieve, without the
   // window in which the store has no mapping at all.
-  void* moved = ::mremap(basePtr_, static_cast<size_t>(oldBytes), static_cast<size_t>(newBytes), MREMAP_MAYMOVE);
+  void* moved =
+      ::mremap(basePtr_, static_cast<size_t>(oldBytes), static_cast<size_t>(newBytes), MREMAP_MAYMOVE);
   if (moved == MAP_FAILED) return giveUp("mmap", errno);
   basePtr_ = static_cast<int64_t*>(moved);
   capacity_ = next;

@@ -19,8 +19,9 @@ struct FileIdentity {
   int64_t mtimeNanoseconds = 0;
 
   static FileIdentity fromStat(const struct stat& st) {
-    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino), static_cast<int64_t>(st.st_size),
-            static_cast<int64_t>(st.st_mtim.tv_sec), static_cast<int64_t>(st.st_mtim.tv_nsec)};
+    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino),
+            static_cast<int64_t>(st.st_size), static_cast<int64_t>(st.st_mtim.tv_sec),
+            static_cast<int64_t>(st.st_mtim.tv_nsec)};
   }
   // The identity of `path` now (following symlinks); absent when it cannot be stat'ed.
   static std::optional<FileIdentity> ofPath(const std::string& path) {

@@ -19,9 +19,13 @@ constexpr const char* kTierDiskBacked = "2 (mmap'd)";
 constexpr const char* kTierPromoted = "2 (mmap'd, promoted live)";
 constexpr const char* kPromotedStatus = "Index promoted to disk-backed storage";
 
-std::string fallbackTierName(const std::string& reason) { return "1 (in-memory; tier-2 fallback: " + reason + ")"; }
+std::string fallbackTierName(const std::string& reason) {
+  return "1 (in-memory; tier-2 fallback: " + reason + ")";
+}
 
-double secondsSince(uint64_t startNs) { return static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9; }
+double secondsSince(uint64_t startNs) {
+  return static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9;
+}
 
 int64_t linesAdded(const std::vector<IndexDelta>& deltas) {
   int64_t lines = 0;
@@ -37,17 +41,19 @@ std::shared_ptr<dispatch::Executor> InMemoryLineIndex::sharedQueue() {
   return queue;
 }
 
-InMemoryLineIndex::InMemoryLineIndex(std::shared_ptr<PieceTable> table, LineIndexWindow window, Options options)
+InMemoryLineIndex::InMemoryLineIndex(std::shared_ptr<PieceTable> table, LineIndexWindow window,
+                                     Options options)
     : table_(std::move(table)),
       window_(window),
       options_(std::move(options)),
       terminator_(table_->originalBuffer().lineEnding() == text::LineEnding::cr ? '\r' : '\n') {}
 
 std::shared_ptr<InMemoryLineIndex> InMemoryLineIndex::create(std::shared_ptr<PieceTable> table,
-                                                             const LineIndexTier& tier, LineIndexWindow window,
-                                                             Options options) {
+                                                             const LineIndexTier& tier,
+                                                             LineIndexWindow window, Options options) {
   if (!options.queue) options.queue = sharedQueue();
-  std::shared_ptr<InMemoryLineIndex> index(new InMemoryLineIndex(std::move(table), window, std::move(options)));
+  std::shared_ptr<InMemoryLineIndex> index(
+      new InMemoryLineIndex(std::move(table), window, std::move(options)));
   LineOffsetStore store = makeLineOffsetStorage(tier);
   std::scoped_lock guard(index->lock_);
   index->storage_ = std::move(store.storage);
@@ -92,7 +98,8 @@ void InMemoryLineIndex::startBuild() {
 void InMemoryLineIndex::scheduleLocked() {
   if (passScheduled_ || isComplete_ || cancelled_) return;
   passScheduled_ = true;
-  options_.queue->async(dispatch::weakTask(weak_from_this(), [](InMemoryLineIndex& self) { self.runBackgroundPass(); }));
+  options_.queue->async(
+      dispatch::weakTask(weak_from_this(), [](InMemoryLineIndex& self) { self.runBackgroundPass(); }));
 }
 
 void InMemoryLineIndex::runBackgroundPass() {
@@ -144,8 +151,8 @@ InMemoryLineIndex::PassOutcome InMemoryLineIndex::runPass(PassBudget budget) {
   const double elapsed = secondsSince(startNs);
 
   std::scoped_lock guard(lock_);
-  if (found.stopped || epochBox_->value() != epoch || table_->version() != version || appliedVersion_ != version ||
-      baseBytesScanned_ != request.from) {
+  if (found.stopped || epochBox_->value() != epoch || table_->version() != version ||
+      appliedVersion_ != version || baseBytesScanned_ != request.from) {
     return PassOutcome::discarded;
   }
   if (!appendLocked(found.starts)) return PassOutcome::discarded;
@@ -194,8 +201,8 @@ LineIndexSnapshot InMemoryLineIndex::apply(const EditResult& edit) {
       // After the window: not ours.
     } else if (!isComplete_ && start >= scannedEnd) {
       // Text the build has not reached yet: it will read the edited text.
-      baseBufferLength_ = end <= rangeEnd ? baseBufferLength_ + edit.netByteDelta
-                                          : start - shift + edit.bytesInserted;
+      baseBufferLength_ =
+          end <= rangeEnd ? baseBufferLength_ + edit.netByteDelta : start - shift + edit.bytesInserted;
     } else if (!isComplete_ && end > scannedEnd) {
       // Across the scan's frontier: splice, and the scan resumes after the new text.
       if (hasDeltas) {
@@ -203,7 +210,8 @@ LineIndexSnapshot InMemoryLineIndex::apply(const EditResult& edit) {
       } else {
         spliceLocked(edit, start + edit.bytesInserted);
       }
-    } else if (!hasDeltas && storage_->count() - firstEntryAbove(*storage_, start) <= options_.limits.spliceShiftLimit) {
+    } else if (!hasDeltas &&
+               storage_->count() - firstEntryAbove(*storage_, start) <= options_.limits.spliceShiftLimit) {
       spliceLocked(edit, std::nullopt);
     } else {
       needsRestart = !applyAsDeltaLocked(edit);
@@ -234,8 +242,9 @@ void InMemoryLineIndex::spliceLocked(const EditResult& edit, std::optional<int64
     windowStart_ = std::max<int64_t>(0, windowStart_ + edit.netByteDelta);
   }
   baseBufferLength_ = std::max<int64_t>(0, baseBufferLength_ + edit.netByteDelta);
-  baseBytesScanned_ = scannedAfter ? *scannedAfter
-                                   : std::clamp<int64_t>(baseBytesScanned_ + edit.netByteDelta, 0, baseBufferLength_);
+  baseBytesScanned_ = scannedAfter
+                          ? *scannedAfter
+                          : std::clamp<int64_t>(baseBytesScanned_ + edit.netByteDelta, 0, baseBufferLength_);
   if (isComplete_) baseBytesScanned_ = baseBufferLength_;
   const int64_t lineChange = static_cast<int64_t>(edit.insertedNewlineOffsets.size()) - (high - low);
   estimatedLineCount_ = std::max<int64_t>(1, estimatedLineCount_ + lineChange);
@@ -353,7 +362,8 @@ void InMemoryLineIndex::postProgress(LineIndexProgress progress) {
   }
   if (options_.mainQueue == nullptr || !options_.onProgress) return;
   options_.mainQueue->post(dispatch::weakTask(
-      weak_from_this(), [progress = std::move(progress)](InMemoryLineIndex& self) { self.options_.onProgress(progress); }));
+      weak_from_this(),
+      [progress = std::move(progress)](InMemoryLineIndex& self) { self.options_.onProgress(progress); }));
 }
 
 std::string InMemoryLineIndex::tierName() const {

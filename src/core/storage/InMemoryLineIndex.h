@@ -60,8 +60,9 @@ class InMemoryLineIndex : public std::enable_shared_from_this<InMemoryLineIndex>
   // Creates the storage for `tier` (falling back to memory, and saying why
   // in tierName, when a scratch file cannot be made) and the first entry.
   // Does not scan.
-  static std::shared_ptr<InMemoryLineIndex> create(std::shared_ptr<PieceTable> table, const LineIndexTier& tier,
-                                                   LineIndexWindow window, Options options = {});
+  static std::shared_ptr<InMemoryLineIndex> create(std::shared_ptr<PieceTable> table,
+                                                   const LineIndexTier& tier, LineIndexWindow window,
+                                                   Options options = {});
   // The serial queue every index shares unless told otherwise: one thread
   // for all documents, passes from several documents taking turns.
   static std::shared_ptr<dispatch::Executor> sharedQueue();
@@ -121,22 +122,22 @@ class InMemoryLineIndex : public std::enable_shared_from_this<InMemoryLineIndex>
 
   mutable std::mutex lock_;
   mutable std::condition_variable buildChanged_;
-  std::shared_ptr<LineOffsetStorage> storage_;     // guarded by lock_ (the pointer; the store guards itself)
-  std::string tierName_;                            // guarded by lock_
-  bool promotionDone_ = false;                      // guarded by lock_; promoted, or tried and failed
-  std::optional<std::string> pendingStatus_;        // guarded by lock_
-  int64_t windowStart_ = 0;                         // guarded by lock_
-  int64_t baseBytesScanned_ = 0;                    // guarded by lock_
-  int64_t baseBufferLength_ = 0;                    // guarded by lock_
-  bool isComplete_ = false;                         // guarded by lock_
-  int64_t estimatedLineCount_ = 1;                  // guarded by lock_
+  std::shared_ptr<LineOffsetStorage> storage_;  // guarded by lock_ (the pointer; the store guards itself)
+  std::string tierName_;                        // guarded by lock_
+  bool promotionDone_ = false;                  // guarded by lock_; promoted, or tried and failed
+  std::optional<std::string> pendingStatus_;    // guarded by lock_
+  int64_t windowStart_ = 0;                     // guarded by lock_
+  int64_t baseBytesScanned_ = 0;                // guarded by lock_
+  int64_t baseBufferLength_ = 0;                // guarded by lock_
+  bool isComplete_ = false;                     // guarded by lock_
+  int64_t estimatedLineCount_ = 1;              // guarded by lock_
   std::shared_ptr<const std::vector<IndexDelta>> pendingDeltas_;  // guarded by lock_; null when none
-  int64_t pendingDeltaMemoryWeight_ = 0;            // guarded by lock_
-  bool cancelled_ = false;                          // guarded by lock_
-  bool passScheduled_ = false;                      // guarded by lock_; a background pass is queued
-  int64_t appliedVersion_ = 0;                      // guarded by lock_; the table version the index has seen
-  int64_t chunksProcessed_ = 0;                     // guarded by lock_
-  double buildDurationSeconds_ = 0;                 // guarded by lock_
+  int64_t pendingDeltaMemoryWeight_ = 0;                          // guarded by lock_
+  bool cancelled_ = false;                                        // guarded by lock_
+  bool passScheduled_ = false;       // guarded by lock_; a background pass is queued
+  int64_t appliedVersion_ = 0;       // guarded by lock_; the table version the index has seen
+  int64_t chunksProcessed_ = 0;      // guarded by lock_
+  double buildDurationSeconds_ = 0;  // guarded by lock_
 };
 
 }  // namespace quorin::storage

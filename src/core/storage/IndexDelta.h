@@ -16,7 +16,7 @@ namespace quorin::storage {
 // are insertedLineBaseStarts, given as document offsets less the net byte
 // change of every delta before this one.
 struct IndexDelta {
-  int64_t baseLine = 0;         // base line holding baseByteStart
+  int64_t baseLine = 0;  // base line holding baseByteStart
   int64_t baseByteStart = 0;
   int64_t bytesRemoved = 0;     // base bytes replaced
   int64_t lineCountChange = 0;  // inserted lines less the base lines removed

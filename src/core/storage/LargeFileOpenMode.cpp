@@ -41,8 +41,10 @@ std::string_view cardDescription(LargeFileOpenMode mode) {
     case LargeFileOpenMode::windowedSlice:
       return "Load only a specific byte range. Faster open. Save reconstructs the full file.";
     case LargeFileOpenMode::tail: return "Load only the last N megabytes. Best for live logs.";
-    case LargeFileOpenMode::wholeFileVirtual: return "Index the entire file. All operations work against the full file.";
-    case LargeFileOpenMode::readOnlyInspect: return "Maximum scroll and search performance. Editing disabled.";
+    case LargeFileOpenMode::wholeFileVirtual:
+      return "Index the entire file. All operations work against the full file.";
+    case LargeFileOpenMode::readOnlyInspect:
+      return "Maximum scroll and search performance. Editing disabled.";
   }
   return {};
 }
@@ -59,7 +61,8 @@ std::string OpenModeRejection::describe() const {
   return {};
 }
 
-std::expected<void, OpenModeRejection> validateOpenRequest(const LargeFileOpenRequest& request, int64_t fileSize) {
+std::expected<void, OpenModeRejection> validateOpenRequest(const LargeFileOpenRequest& request,
+                                                           int64_t fileSize) {
   using Kind = OpenModeRejection::Kind;
   switch (request.mode) {
     case LargeFileOpenMode::windowedSlice: {
@@ -91,7 +94,9 @@ LineIndexWindow openModeWindow(const LargeFileOpenRequest& request, const PieceT
                                uint8_t terminator) {
   const int64_t length = text.totalLength();
   // Megabyte fields are small integers from a dialog; clamp before multiplying so nothing overflows.
-  auto bytesOf = [&](int64_t mb) { return std::clamp<int64_t>(mb, 0, length / kOpenModeMegabyte + 1) * kOpenModeMegabyte; };
+  auto bytesOf = [&](int64_t mb) {
+    return std::clamp<int64_t>(mb, 0, length / kOpenModeMegabyte + 1) * kOpenModeMegabyte;
+  };
   switch (request.mode) {
     case LargeFileOpenMode::windowedSlice: {
       const int64_t start = snapForward(text, std::min(bytesOf(request.sliceStartMB), length), terminator);

@@ -47,7 +47,8 @@ struct OpenModeRejection {
 };
 
 // Checks the selected mode's fields against a file of `fileSize` bytes.
-std::expected<void, OpenModeRejection> validateOpenRequest(const LargeFileOpenRequest& request, int64_t fileSize);
+std::expected<void, OpenModeRejection> validateOpenRequest(const LargeFileOpenRequest& request,
+                                                           int64_t fileSize);
 
 // The dialog's explanation: "<size> — larger than the <threshold> fast-open threshold".
 std::string openModeExplanation(int64_t fileSize, int64_t thresholdBytes);

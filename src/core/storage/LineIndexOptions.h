@@ -22,12 +22,12 @@ struct LineIndexWindow {
 // How the build is paced. The defaults are the product's; tests shrink them
 // to force many passes, chunk boundaries and delta merges in small texts.
 struct LineIndexLimits {
-  int64_t firstPassLines = 10'000;       // found before the open returns: a first screen and more
+  int64_t firstPassLines = 10'000;  // found before the open returns: a first screen and more
   int64_t firstPassBytes = 8 << 20;
-  int64_t passLines = 100'000;           // background passes: progress several times a second
+  int64_t passLines = 100'000;  // background passes: progress several times a second
   int64_t passBytes = 32 << 20;
   int64_t chunkBytes = 1 << 20;
-  int chunksPerCheck = 16;               // cancellation and edits noticed within 16 MiB
+  int chunksPerCheck = 16;  // cancellation and edits noticed within 16 MiB
   // An edit is spliced into the stored starts when at most this many entries
   // follow it (about a millisecond of shifting); past that, it is kept as a
   // delta so that typing at the top of a huge file stays instant.
@@ -52,14 +52,16 @@ struct LineIndexProgress {
   int64_t bytesScanned = 0;  // of the indexed range
   int64_t bytesTotal = 0;
   bool isComplete = false;
-  int64_t lineCount = 0;     // exact once complete, estimated before
+  int64_t lineCount = 0;  // exact once complete, estimated before
   int64_t chunksProcessed = 0;
   double buildDurationSeconds = 0;
   std::string tierName;
   std::optional<std::string> status;  // a one-off notice, such as a promotion
 
   double fraction() const {
-    return isComplete || bytesTotal <= 0 ? 1.0 : static_cast<double>(bytesScanned) / static_cast<double>(bytesTotal);
+    return isComplete || bytesTotal <= 0
+               ? 1.0
+               : static_cast<double>(bytesScanned) / static_cast<double>(bytesTotal);
   }
 };
 

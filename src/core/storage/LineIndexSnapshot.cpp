@@ -34,7 +34,8 @@ std::optional<int64_t> LineIndexSnapshot::lineStart(int64_t line) const {
     // removed are skipped by adding lineCountChange (inserted − removed).
     const auto inserted = static_cast<int64_t>(d.insertedLineBaseStarts.size());
     if (line <= first + inserted) {
-      return std::max<int64_t>(0, d.insertedLineBaseStarts[static_cast<size_t>(line - first - 1)] + byteShift);
+      return std::max<int64_t>(0,
+                               d.insertedLineBaseStarts[static_cast<size_t>(line - first - 1)] + byteShift);
     }
     lineShift += d.lineCountChange;
     byteShift += d.byteOffsetDelta;
@@ -80,7 +81,8 @@ std::optional<int64_t> LineIndexSnapshot::lineContaining(int64_t offset) const {
 double LineIndexSnapshot::fractionScanned() const {
   const int64_t span = baseBufferLength - windowStart;
   if (isComplete || span <= 0) return 1.0;
-  return std::clamp(static_cast<double>(baseBytesScanned - windowStart) / static_cast<double>(span), 0.0, 1.0);
+  return std::clamp(static_cast<double>(baseBytesScanned - windowStart) / static_cast<double>(span), 0.0,
+                    1.0);
 }
 
 }  // namespace quorin::storage

@@ -12,7 +12,8 @@ constexpr int64_t kDiskBackedLines = 20'000'000;
 
 }  // namespace
 
-LineIndexTier chooseLineIndexTier(int64_t documentLength, std::optional<std::filesystem::path> scratchDirectory) {
+LineIndexTier chooseLineIndexTier(int64_t documentLength,
+                                  std::optional<std::filesystem::path> scratchDirectory) {
   const int64_t estimatedLines = documentLength / kAssumedBytesPerLine + 1;
   if (estimatedLines < kDiskBackedLines || !scratchDirectory) return LineIndexTier::inMemory();
   return LineIndexTier::diskBacked(*scratchDirectory / "lineindex.bin", estimatedLines * 12 / 10);

@@ -32,7 +32,8 @@ struct LineIndexTier {
 // 80 bytes each; from 20,000,000 estimated lines on, and only when there is a
 // scratch directory to put it in, the index goes to "lineindex.bin" there
 // with 20% headroom.
-LineIndexTier chooseLineIndexTier(int64_t documentLength, std::optional<std::filesystem::path> scratchDirectory);
+LineIndexTier chooseLineIndexTier(int64_t documentLength,
+                                  std::optional<std::filesystem::path> scratchDirectory);
 
 // A store for a tier. A disk-backed store that cannot be created is replaced
 // by an in-memory one, and `fallbackReason` says why so the index can name it.

@@ -1,9 +1,9 @@
 #include "storage/LineScanner.h"
 
-#include "base/PageAligned.h"
-
 #include <algorithm>
 #include <memory>
+
+#include "base/PageAligned.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -54,7 +54,8 @@ LineScanResult scanLineStarts(const PieceTableSnapshot& text, const LineScanRequ
 
   for (int64_t chunkStart = request.from; chunkStart < request.to; chunkStart += chunkBytes) {
     const int64_t chunkEnd = std::min(chunkStart + chunkBytes, request.to);
-    const int64_t got = text.copyBytes({chunkStart + request.readShift, chunkEnd + request.readShift}, buffer.data());
+    const int64_t got =
+        text.copyBytes({chunkStart + request.readShift, chunkEnd + request.readShift}, buffer.data());
     ++result.chunks;
     bool full = false;
     forEachByte(buffer.data(), static_cast<size_t>(got), request.terminator, [&](size_t at) {

@@ -10,11 +10,11 @@ namespace quorin::storage {
 
 // One stretch of the line index's base text to scan for line starts.
 struct LineScanRequest {
-  int64_t from = 0;       // base offset where scanning begins
-  int64_t to = 0;         // base offset where it must end
-  int64_t baseEnd = 0;    // end of the indexed range; starts at or past it are not lines of the range
+  int64_t from = 0;               // base offset where scanning begins
+  int64_t to = 0;                 // base offset where it must end
+  int64_t baseEnd = 0;            // end of the indexed range; starts at or past it are not lines of the range
   bool startAtEndCounts = false;  // except a start exactly at baseEnd, for a whole-file index
-  int64_t readShift = 0;  // document offset = base offset + readShift
+  int64_t readShift = 0;          // document offset = base offset + readShift
   uint8_t terminator = '\n';
   int64_t maxLines = 0;
   int64_t chunkBytes = 1 << 20;
@@ -25,7 +25,7 @@ struct LineScanResult {
   std::vector<int64_t> starts;  // base offsets, ascending
   int64_t scannedTo = 0;        // base offset up to which every start has been found
   int64_t chunks = 0;
-  bool stopped = false;         // shouldStop said so; the result is incomplete
+  bool stopped = false;  // shouldStop said so; the result is incomplete
 };
 
 // Finds line starts (the offsets just after each terminator byte) in

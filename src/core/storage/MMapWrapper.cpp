@@ -34,7 +34,8 @@ constexpr size_t kPreadCopyBytes = size_t{256} << 10;
 size_t preadCopy(int fd, int64_t start, size_t count, uint8_t* dest) {
   size_t done = 0;
   while (done < count) {
-    const ssize_t n = ::pread(fd, dest + done, count - done, static_cast<off_t>(start + static_cast<int64_t>(done)));
+    const ssize_t n =
+        ::pread(fd, dest + done, count - done, static_cast<off_t>(start + static_cast<int64_t>(done)));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     done += static_cast<size_t>(n);
@@ -55,7 +56,8 @@ std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const s
   if (::fstat(fd, &st) != 0) return std::unexpected(MMapError::statFailed(closePreservingErrno(fd)));
   if (!S_ISREG(st.st_mode)) {
     ::close(fd);
-    return std::unexpected(S_ISDIR(st.st_mode) ? MMapError::openFailed(path, EISDIR) : MMapError::notRegularFile(path));
+    return std::unexpected(S_ISDIR(st.st_mode) ? MMapError::openFailed(path, EISDIR)
+                                               : MMapError::notRegularFile(path));
   }
 
   const int64_t size = std::max<int64_t>(st.st_size, 0);
@@ -101,7 +103,8 @@ int64_t MMapWrapper::revalidate(bool force) const {
   if (fd_ >= 0 && (force || now - lastValidationNs_ >= kRevalidationIntervalNs)) {
     lastValidationNs_ = now;
     struct stat st;
-    if (::fstat(fd_, &st) == 0) validatedLength_ = std::min<int64_t>(std::max<int64_t>(st.st_size, 0), validatedLength_);
+    if (::fstat(fd_, &st) == 0)
+      validatedLength_ = std::min<int64_t>(std::max<int64_t>(st.st_size, 0), validatedLength_);
   }
   return validatedLength_;
 }
@@ -117,8 +120,9 @@ std::span<const uint8_t> MMapWrapper::span(int64_t start, int64_t end) const {
 int64_t MMapWrapper::copy(int64_t start, int64_t end, uint8_t* dest) const {
   const auto view = span(start, end);
   if (view.empty()) return 0;
-  const size_t copied = view.size() >= kPreadCopyBytes && fd_ >= 0 ? preadCopy(fd_, start, view.size(), dest)
-                                                                   : guardedCopy(dest, view.data(), view.size());
+  const size_t copied = view.size() >= kPreadCopyBytes && fd_ >= 0
+                            ? preadCopy(fd_, start, view.size(), dest)
+                            : guardedCopy(dest, view.data(), view.size());
   if (copied < view.size()) revalidate(true);
   return static_cast<int64_t>(copied);
 }

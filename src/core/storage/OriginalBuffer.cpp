@@ -30,7 +30,8 @@ int64_t contentStartFor(const MMapWrapper& mmap, text::DetectedEncoding encoding
   const auto mark = text::byteOrderMark(encoding);
   if (mark.empty() || mmap.length() < static_cast<int64_t>(mark.size())) return 0;
   const auto head = readFileBytes(mmap, 0, static_cast<int64_t>(mark.size()));
-  return std::equal(mark.begin(), mark.end(), head.begin(), head.end()) ? static_cast<int64_t>(mark.size()) : 0;
+  return std::equal(mark.begin(), mark.end(), head.begin(), head.end()) ? static_cast<int64_t>(mark.size())
+                                                                        : 0;
 }
 
 }  // namespace
@@ -52,9 +53,12 @@ std::shared_ptr<const OriginalBuffer> OriginalBuffer::make(std::shared_ptr<MMapW
   const int64_t probeEnd = std::min(contentStart + kLineEndingProbeBytes, mmap->length());
   const auto lineEnding =
       knownLineEnding.value_or(text::detectLineEnding(readFileBytes(*mmap, contentStart, probeEnd), chosen));
-  return std::shared_ptr<const OriginalBuffer>(new OriginalBuffer(std::move(mmap), chosen, lineEnding, contentStart));
+  return std::shared_ptr<const OriginalBuffer>(
+      new OriginalBuffer(std::move(mmap), chosen, lineEnding, contentStart));
 }
 
-std::shared_ptr<const OriginalBuffer> OriginalBuffer::untitled() { return make(MMapWrapper::anonymousEmpty()); }
+std::shared_ptr<const OriginalBuffer> OriginalBuffer::untitled() {
+  return make(MMapWrapper::anonymousEmpty());
+}
 
 }  // namespace quorin::storage

@@ -29,9 +29,9 @@ class OriginalBuffer {
   // from contentStart. Touches only those first bytes of the file.
   // A known `lineEnding` (a file we just wrote) is taken as it is: whichever
   // break happens to come first in the new file, the document's stays.
-  static std::shared_ptr<const OriginalBuffer> make(std::shared_ptr<MMapWrapper> mmap,
-                                                    std::optional<text::DetectedEncoding> encoding = std::nullopt,
-                                                    std::optional<text::LineEnding> lineEnding = std::nullopt);
+  static std::shared_ptr<const OriginalBuffer> make(
+      std::shared_ptr<MMapWrapper> mmap, std::optional<text::DetectedEncoding> encoding = std::nullopt,
+      std::optional<text::LineEnding> lineEnding = std::nullopt);
 
   // An empty buffer with no file behind it, for untitled documents.
   static std::shared_ptr<const OriginalBuffer> untitled();
@@ -45,8 +45,8 @@ class OriginalBuffer {
   int64_t documentLength() const { return mmap_->length() - contentStart_; }
 
  private:
-  OriginalBuffer(std::shared_ptr<MMapWrapper> mmap, text::DetectedEncoding encoding, text::LineEnding lineEnding,
-                 int64_t contentStart);
+  OriginalBuffer(std::shared_ptr<MMapWrapper> mmap, text::DetectedEncoding encoding,
+                 text::LineEnding lineEnding, int64_t contentStart);
 
   std::shared_ptr<MMapWrapper> mmap_;
   text::DetectedEncoding encoding_;

@@ -43,7 +43,9 @@ class ListBuilder {
 
 constexpr size_t kClockCheckInterval = 256;
 
-double secondsSince(uint64_t startNs) { return static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9; }
+double secondsSince(uint64_t startNs) {
+  return static_cast<double>(dispatch::monotonicNanos() - startNs) / 1e9;
+}
 
 }  // namespace
 
@@ -83,8 +85,9 @@ void PieceTable::rebuildLocked(std::vector<Piece> pieces) {
 std::vector<int64_t> PieceTable::lineStartsIn(std::string_view bytes, int64_t offset) const {
   const char terminator = static_cast<char>(text::lineTerminator(original_->lineEnding()));
   std::vector<int64_t> starts;
-  for (const char* p = bytes.data(); (p = static_cast<const char*>(
-                                          std::memchr(p, terminator, bytes.size() - (p - bytes.data())))) != nullptr;
+  for (const char* p = bytes.data();
+       (p = static_cast<const char*>(std::memchr(p, terminator, bytes.size() - (p - bytes.data())))) !=
+       nullptr;
        ++p)
     starts.push_back(offset + (p - bytes.data()) + 1);
   return starts;

@@ -48,7 +48,7 @@ class PieceTable {
   struct CompactionResult {
     int64_t piecesBefore = 0;
     int64_t piecesAfter = 0;  // the table's count afterwards: piecesBefore unless swapped
-    bool swapped = false;  // whether the merged list was installed
+    bool swapped = false;     // whether the merged list was installed
     double elapsedSeconds = 0;
   };
 

@@ -1,7 +1,7 @@
 #include "storage/SigbusGuard.h"
 
-#include <setjmp.h>
 #include <pthread.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -27,7 +27,8 @@ void onSigbus(int signal, siginfo_t* info, void* context) {
     // wrapper around this handler may have blocked signals (SIGBUS among
     // them) for the handler's duration and would restore them only on a
     // normal return; a second fault with SIGBUS blocked would kill us.
-    if (context != nullptr) pthread_sigmask(SIG_SETMASK, &static_cast<ucontext_t*>(context)->uc_sigmask, nullptr);
+    if (context != nullptr)
+      pthread_sigmask(SIG_SETMASK, &static_cast<ucontext_t*>(context)->uc_sigmask, nullptr);
     siglongjmp(*env, 1);
   }
   // Not a guarded copy: this fault is somebody else's (or a real bug).

@@ -7,12 +7,12 @@ namespace quorin::text {
 namespace {
 
 constexpr std::array<std::string_view, kDetectedEncodingCount> kNames = {
-    "utf8",    "utf8WithBOM", "utf16LE", "utf16BE", "utf32LE",     "utf32BE",   "shiftJIS",
-    "eucJP",   "gb18030",     "big5",    "eucKR",   "windows1252", "isoLatin1",
+    "utf8",  "utf8WithBOM", "utf16LE", "utf16BE", "utf32LE",     "utf32BE",   "shiftJIS",
+    "eucJP", "gb18030",     "big5",    "eucKR",   "windows1252", "isoLatin1",
 };
 
 constexpr std::array<std::string_view, kDetectedEncodingCount> kDisplayNames = {
-    "UTF-8",  "UTF-8 with BOM", "UTF-16 LE", "UTF-16 BE", "UTF-32 LE",    "UTF-32 BE",     "Shift JIS",
+    "UTF-8",  "UTF-8 with BOM", "UTF-16 LE", "UTF-16 BE", "UTF-32 LE",    "UTF-32 BE",   "Shift JIS",
     "EUC-JP", "GB 18030",       "Big5",      "EUC-KR",    "Windows-1252", "ISO Latin-1",
 };
 

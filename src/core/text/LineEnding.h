@@ -26,6 +26,7 @@ constexpr uint8_t lineTerminator(LineEnding ending) { return ending == LineEndin
 // The walk is over code units: bytes for UTF-8 and the legacy encodings,
 // 16- or 32-bit units for UTF-16 and UTF-32, so that "a CR LF" in UTF-16
 // (0D 00 0A 00) is `crlf` and not a CR followed by a zero byte.
-LineEnding detectLineEnding(std::span<const uint8_t> bytes, DetectedEncoding encoding = DetectedEncoding::utf8);
+LineEnding detectLineEnding(std::span<const uint8_t> bytes,
+                            DetectedEncoding encoding = DetectedEncoding::utf8);
 
 }  // namespace quorin::text

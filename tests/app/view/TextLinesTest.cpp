@@ -2,9 +2,9 @@
 
 #include <memory>
 
+#include "ViewTestSupport.h"
 #include "view/ScrollMapping.h"
 #include "view/TextLines.h"
-#include "ViewTestSupport.h"
 
 namespace quorin::app {
 namespace {
@@ -23,7 +23,8 @@ TEST(AppTextLinesTest, CharacterStepsTreatCrLfAndMultiByteAndInvalidBytesAsOneSt
   OpenText open(text);
   const TextLines lines = open.lines();
   std::vector<int64_t> forward{0};
-  while (forward.back() < static_cast<int64_t>(text.size())) forward.push_back(lines.nextCharacter(forward.back()));
+  while (forward.back() < static_cast<int64_t>(text.size()))
+    forward.push_back(lines.nextCharacter(forward.back()));
   EXPECT_EQ(forward, (std::vector<int64_t>{0, 1, 3, 5, 8, 9, 13}));
   std::vector<int64_t> backward{static_cast<int64_t>(text.size())};
   while (backward.back() > 0) backward.push_back(lines.previousCharacter(backward.back()));
@@ -45,7 +46,8 @@ TEST(AppTextLinesTest, LineGeometryIsTheSameFromTheIndexAndFromBoundedScans) {
       EXPECT_TRUE(start == 0 || text[static_cast<size_t>(start - 1)] == '\n');
       EXPECT_EQ(lines.lineStartOf(start + 2), start);
       const int64_t end = lines.contentEnd(start);
-      EXPECT_NE(text[static_cast<size_t>(std::max<int64_t>(0, end - 1))], '\r') << "CR belongs to the line break";
+      EXPECT_NE(text[static_cast<size_t>(std::max<int64_t>(0, end - 1))], '\r')
+          << "CR belongs to the line break";
       if (const auto previous = lines.previousLineStart(start)) {
         EXPECT_EQ(lines.nextLineStart(*previous), start);
       }
@@ -60,22 +62,24 @@ TEST(AppTextLinesTest, LineGeometryIsTheSameFromTheIndexAndFromBoundedScans) {
 TEST(AppTextLinesTest, WordStepsStopAtWordEdgesAndLineBreaks) {
   OpenText open("foo_bar, baz.qux\nnext");
   const TextLines lines = open.lines();
-  EXPECT_EQ(lines.nextWordEnd(0), 7);       // foo_bar
-  EXPECT_EQ(lines.nextWordEnd(7), 8);       // ","
-  EXPECT_EQ(lines.nextWordEnd(8), 12);      // " baz"
-  EXPECT_EQ(lines.nextWordEnd(16), 17);     // the line break alone
+  EXPECT_EQ(lines.nextWordEnd(0), 7);    // foo_bar
+  EXPECT_EQ(lines.nextWordEnd(7), 8);    // ","
+  EXPECT_EQ(lines.nextWordEnd(8), 12);   // " baz"
+  EXPECT_EQ(lines.nextWordEnd(16), 17);  // the line break alone
   EXPECT_EQ(lines.previousWordStart(12), 9);
   EXPECT_EQ(lines.previousWordStart(17), 16);
   EXPECT_EQ(lines.wordAt(10), (storage::ByteRange{9, 12}));
 }
 
 TEST(AppTextLinesTest, RowLayoutExpandsTabsShowsControlsAndWidensWideCharacters) {
-  OpenText open("\tab\x01\xE4\xB8\xAD" "c\xFF");  // tab, a, b, ^A, 中, c, invalid
+  OpenText open(
+      "\tab\x01\xE4\xB8\xAD"
+      "c\xFF");  // tab, a, b, ^A, 中, c, invalid
   const auto& text = open.doc->snapshot().text;
   const RowLayout row = layoutRow(text, 0, text.totalLength(), 0, 100);
   EXPECT_EQ(row.display, QStringLiteral("    ab\u2401\u4E2Dc\uFFFD"));
   EXPECT_EQ(row.cellAt, (std::vector<int64_t>{0, 4, 5, 6, 7, 9, 10, 11}));
-  EXPECT_EQ(row.cellOf(6), 7);   // 中 starts at byte 4… its cell is 7
+  EXPECT_EQ(row.cellOf(6), 7);  // 中 starts at byte 4… its cell is 7
   EXPECT_EQ(row.offsetAtCell(7.4), 4);
   EXPECT_EQ(row.offsetAtCell(8.6), 7);  // past the middle of 中: after it
 

@@ -6,8 +6,8 @@
 #include <QTest>
 #include <memory>
 
-#include "view/TextView.h"
 #include "ViewTestSupport.h"
+#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {
@@ -16,7 +16,8 @@ namespace {
 struct ViewOn : testing::TestDocument {
   std::unique_ptr<TextView> view;
 
-  explicit ViewOn(const std::string& bytes, storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
+  explicit ViewOn(const std::string& bytes,
+                  storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
                   int64_t indexLines = 1'000'000)
       : TestDocument(bytes, mode, indexLines), view(std::make_unique<TextView>(doc)) {
     view->resize(600, 300);
@@ -46,7 +47,7 @@ TEST(AppTextViewTest, TypingIsOneUndoStepThatRestoresTheCaret) {
 
 TEST(AppTextViewTest, EditingKeysRespectCrLfAndMultiByteCharacters) {
   ViewOn on("ab\r\nc\xC3\xA9\r\n");
-  on.view->setCaret(4);  // start of the second line
+  on.view->setCaret(4);       // start of the second line
   on.key(Qt::Key_Backspace);  // removes the whole CRLF
   EXPECT_EQ(on.text(), "abc\xC3\xA9\r\n");
   on.key(Qt::Key_End);

@@ -15,7 +15,8 @@ namespace quorin::app::testing {
 struct TestDocument {
   quorin::testing::TempDir dir;
   dispatch::ManualMainQueue main;
-  std::shared_ptr<quorin::testing::ManualExecutor> queue = std::make_shared<quorin::testing::ManualExecutor>();
+  std::shared_ptr<quorin::testing::ManualExecutor> queue =
+      std::make_shared<quorin::testing::ManualExecutor>();
   std::shared_ptr<document::Document> doc;
 
   explicit TestDocument(const std::string& bytes,

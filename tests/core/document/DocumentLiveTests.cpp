@@ -67,7 +67,7 @@ TEST(DocumentLive, OutsideWritesReloadOrAskDependingOnUnsavedEdits) {
   EXPECT_EQ(saved->error().kind, persistence::SaveError::Kind::externallyModified);
 
   live.doc->resolveExternalChange(false);  // keep mine: the save rewrites the file with this text
-  live.doc->undo();  // even back at the text last saved, the file holds another one now
+  live.doc->undo();                        // even back at the text last saved, the file holds another one now
   EXPECT_TRUE(live.doc->isModified());
   live.doc->redo();
   live.doc->save([&](const auto& r) { saved = r; });
@@ -124,7 +124,8 @@ TEST(DocumentLive, FollowedBytesJoinTheDocumentWithoutBeingEdits) {
   live.main.advance(1'000'000'000);
   for (int i = 0; i < 20; ++i) live.main.waitAndRun(std::chrono::milliseconds(10));
   EXPECT_EQ(live.text(), "a\n");
-  EXPECT_TRUE(std::any_of(live.notices.begin(), live.notices.end(), [](const auto& n) { return n.kind == Kind::truncated; }));
+  EXPECT_TRUE(std::any_of(live.notices.begin(), live.notices.end(),
+                          [](const auto& n) { return n.kind == Kind::truncated; }));
   EXPECT_TRUE(live.doc->isFollowing());
   append(live.file, "again\n");
   live.main.advance(1'000'000'000);

@@ -3,8 +3,8 @@
 #include <fstream>
 #include <random>
 
-#include "document/Document.h"
 #include "dispatch/ManualMainQueue.h"
+#include "document/Document.h"
 #include "storage/StorageTestSupport.h"
 #include "support/ManualExecutor.h"
 #include "text/Encoder.h"
@@ -87,7 +87,8 @@ void runModel(uint32_t seed) {
       edited = changed(doc->insert(offset, randomBytes(rng, 1 + rng() % 5), {}, {}));
     } else if (choice < 5 && length > 0) {
       const auto start = static_cast<int64_t>(rng() % length);
-      edited = changed(doc->replace({start, start + static_cast<int64_t>(rng() % 6)}, randomBytes(rng, rng() % 4), {}, {}));
+      edited = changed(doc->replace({start, start + static_cast<int64_t>(rng() % 6)},
+                                    randomBytes(rng, rng() % 4), {}, {}));
     } else if (choice == 5) {
       std::vector<storage::PieceTable::BulkEditSite> sites;
       for (int64_t pos = rng() % 7; pos + 2 < length; pos += 3 + rng() % 9) {
@@ -127,7 +128,8 @@ void runModel(uint32_t seed) {
     const auto lines = doc->snapshot().lines;
     const auto expected = naiveStarts(text);
     for (int64_t line = 0; line < lines.knownLineCount(); ++line) {
-      ASSERT_EQ(lines.lineStart(line), expected[static_cast<size_t>(line)]) << "step " << step << " line " << line;
+      ASSERT_EQ(lines.lineStart(line), expected[static_cast<size_t>(line)])
+          << "step " << step << " line " << line;
     }
   }
   // Undo as far as the (trimmed) history allows: every text on the way is one we had.
@@ -201,8 +203,9 @@ TEST(Document, ListenersHearEveryChangeInOrder) {
   auto doc = Document::untitled(testOptions(main, queue));
   std::vector<std::string> heard;
   const int token = doc->addChangeListener([&](const DocumentChange& change) {
-    heard.push_back(std::to_string(static_cast<int>(change.kind)) + ":" + std::to_string(change.edit.docByteStart) +
-                    "+" + std::to_string(change.edit.bytesInserted) + "-" + std::to_string(change.edit.bytesRemoved));
+    heard.push_back(
+        std::to_string(static_cast<int>(change.kind)) + ":" + std::to_string(change.edit.docByteStart) + "+" +
+        std::to_string(change.edit.bytesInserted) + "-" + std::to_string(change.edit.bytesRemoved));
   });
   doc->insert(0, "hello", {}, TextSelection::at(5));
   doc->replace({0, 1}, "J", {}, {});
@@ -246,7 +249,8 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
                         Case{text::DetectedEncoding::utf16LE, japanese},
                         Case{text::DetectedEncoding::windows1252, "Café “delivered” € 5\n"}}) {
     SCOPED_TRACE(std::string(text::name(c.encoding)));
-    const auto bytes = text::encodeUtf8(c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value();
+    const auto bytes =
+        text::encodeUtf8(c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value();
     const auto path = dir.write(std::string(text::name(c.encoding)) + ".txt", bytes);
     auto doc = Document::open(path.string(), testOptions(main, queue)).value();
     EXPECT_EQ(doc->encoding(), c.encoding);
@@ -258,8 +262,9 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
     ASSERT_TRUE(saved) << saved.error().describe();
     EXPECT_EQ(saved->strategy, persistence::SaveStrategy::atomicRewrite);
     EXPECT_EQ(saved->rejection->kind, persistence::InPlaceRejection::Kind::transcodedDocument);
-    EXPECT_EQ(fileBytes(path),
-              text::encodeUtf8("Z" + c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value());
+    EXPECT_EQ(
+        fileBytes(path),
+        text::encodeUtf8("Z" + c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value());
     EXPECT_FALSE(doc->isModified());
     // It carries on over a fresh working copy: edit, undo past the save, save again.
     ASSERT_TRUE(doc->insert(1, "Y", {}, {}));
@@ -270,14 +275,15 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
   }
 
   // A character the file's encoding has no bytes for: the save refuses, the file and the edits stay.
-  const auto path = dir.write("sjis.txt", text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
+  const auto path =
+      dir.write("sjis.txt", text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
   auto doc = Document::open(path.string(), testOptions(main, queue)).value();
   doc->insert(0, "\xF0\x9F\x98\x80", {}, {});
   const auto refused = saveNow(*doc, *queue, main);
   ASSERT_FALSE(refused);
-  EXPECT_EQ(refused.error().describe(),
-            "content contains characters that " + std::string(text::displayName(text::DetectedEncoding::shiftJIS)) +
-                " cannot represent");
+  EXPECT_EQ(refused.error().describe(), "content contains characters that " +
+                                            std::string(text::displayName(text::DetectedEncoding::shiftJIS)) +
+                                            " cannot represent");
   EXPECT_EQ(fileBytes(path), text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
   EXPECT_TRUE(doc->isModified());
 }
@@ -315,15 +321,20 @@ TEST(DocumentSave, PatchesInPlaceThenRewritesAndCarriesOn) {
   // A second request while one runs: folded in when the text is the same, refused when it is not.
   doc->replace({0, 1}, "a", {}, {});
   std::vector<std::string> outcomes;
-  auto record = [&](const auto& r) { outcomes.push_back(r ? std::string(persistence::name(r->strategy)) + std::to_string(static_cast<int>(r->kind)) : r.error().describe()); };
+  auto record = [&](const auto& r) {
+    outcomes.push_back(r ? std::string(persistence::name(r->strategy)) +
+                               std::to_string(static_cast<int>(r->kind))
+                         : r.error().describe());
+  };
   doc->save(record);
   doc->save(record);
   doc->insert(0, "x", {}, {});
   doc->save(record);
   queue->runAll();
   main.runPending();
-  EXPECT_EQ(outcomes, (std::vector<std::string>{"a save is already in progress \u2014 try again when it finishes",
-                                                "inPlacePatch0", "inPlacePatch2"}));
+  EXPECT_EQ(outcomes,
+            (std::vector<std::string>{"a save is already in progress \u2014 try again when it finishes",
+                                      "inPlacePatch0", "inPlacePatch2"}));
   EXPECT_TRUE(doc->isModified());  // edited while saving
 }
 

@@ -112,7 +112,8 @@ struct Following {
     c.onReadError = [this](int err) { events.push_back("error " + std::to_string(err)); };
     c.onLagChanged = [this](int64_t lag) { events.push_back("lag " + std::to_string(lag)); };
     follower = TailFollower::create(file, sink, static_cast<int64_t>(initial.size()), false, 1.0, main, c, io,
-                                    std::move(clock)).value();
+                                    std::move(clock))
+                   .value();
     follower->start();
   }
 };

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-
 #include "dispatch/ManualMainQueue.h"
 #include "persistence/CompactionScheduler.h"
 #include "storage/StorageTestSupport.h"
@@ -47,7 +46,8 @@ TEST(CompactionScheduler, RunsOnlyAfterAnIdlePauseAndAtTheThreshold) {
   EXPECT_EQ(scheduler->totalRuns(), 1);
   ASSERT_TRUE(scheduler->lastResult());
   EXPECT_EQ(scheduler->lastResult()->piecesBefore, static_cast<int64_t>(41));
-  EXPECT_EQ(scheduler->totalPiecesMerged(), scheduler->lastResult()->piecesBefore - scheduler->lastResult()->piecesAfter);
+  EXPECT_EQ(scheduler->totalPiecesMerged(),
+            scheduler->lastResult()->piecesBefore - scheduler->lastResult()->piecesAfter);
   EXPECT_LT(table->pieceCount(), 41u);
 }
 

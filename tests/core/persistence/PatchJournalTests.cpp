@@ -23,14 +23,17 @@ std::string readFile(const std::filesystem::path& p) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-storage::FileIdentity identityOf(const std::filesystem::path& p) { return *storage::FileIdentity::ofPath(p.string()); }
+storage::FileIdentity identityOf(const std::filesystem::path& p) {
+  return *storage::FileIdentity::ofPath(p.string());
+}
 
 TEST(PatchJournal, ByteLayoutAndRoundTrip) {
   const storage::FileIdentity id{0x0102, 7, 300, 1700000000, 5};
   const std::vector<Entry> entries = {{16, "abc", "xyz"}, {200, "", ""}};
   const std::string image = PatchJournal::encode("/t/é.log", id, entries);
-  const std::string expectedHead = std::string("QRPJ") + std::string("\x02\0\0\0", 4) + std::string("\x09\0\0\0", 4) +
-                                   "/t/\xC3\xA9.log" + std::string("\x02\x01\0\0\0\0\0\0", 8);
+  const std::string expectedHead = std::string("QRPJ") + std::string("\x02\0\0\0", 4) +
+                                   std::string("\x09\0\0\0", 4) + "/t/\xC3\xA9.log" +
+                                   std::string("\x02\x01\0\0\0\0\0\0", 8);
   EXPECT_EQ(image.substr(0, expectedHead.size()), expectedHead);
   EXPECT_EQ(image.size(), 4 + 4 + 4 + 9 + 5 * 8 + 4 + (8 + 4 + 3 + 4 + 3) + (8 + 4 + 4));
 
@@ -57,7 +60,8 @@ TEST(PatchJournal, EveryMalformationIsDetected) {
   }
   std::string bad = good;
   bad[0] = 'X';
-  EXPECT_EQ(PatchJournal::decode(bad, url).error().describe(), "patch journal at /scratch/J-patchjournal has bad magic");
+  EXPECT_EQ(PatchJournal::decode(bad, url).error().describe(),
+            "patch journal at /scratch/J-patchjournal has bad magic");
   for (char version : {'\x01', '\x03'}) {
     bad = good;
     bad[4] = version;
@@ -70,8 +74,8 @@ TEST(PatchJournal, EveryMalformationIsDetected) {
   EXPECT_EQ(PatchJournalError::truncated(std::nullopt).describe(), "patch journal truncated");
 
   // Any single corrupted byte either still decodes or is reported: never a crash or a huge allocation.
-  const std::string rich = PatchJournal::encode("/var/log/x", {1, 2, 3, 4, 5},
-                                                std::vector<Entry>{{7, "abcd", "efgh"}, {90, "", ""}, {3, "q", "r"}});
+  const std::string rich = PatchJournal::encode(
+      "/var/log/x", {1, 2, 3, 4, 5}, std::vector<Entry>{{7, "abcd", "efgh"}, {90, "", ""}, {3, "q", "r"}});
   for (size_t at = 0; at < rich.size(); ++at) {
     for (int value : {0x00, 0x7F, 0x80, 0xFF}) {
       std::string flipped = rich;
@@ -98,7 +102,9 @@ TEST(PatchJournal, FailedWritesLeaveNoJournal) {
   EXPECT_EQ(PatchJournal::write("/f", {}, {}, io, dir.path()).error().describe(),
             "fsync failed for patch journal: Input/output error");
   EXPECT_TRUE(PatchJournal::listPending(dir.path()).empty());
-  EXPECT_EQ(PatchJournal::write("/f", {}, {}, FileIo::system(), dir.path() / "missing" / "deeper").has_value(), true);
+  EXPECT_EQ(
+      PatchJournal::write("/f", {}, {}, FileIo::system(), dir.path() / "missing" / "deeper").has_value(),
+      true);
 }
 
 // A target of 3 regions, journaled, then left in the given per-region state.
@@ -111,7 +117,8 @@ struct Scenario {
     std::string text = "aaaa|bbbb|cccc|";
     std::ofstream(target, std::ios::binary) << text;
     const std::vector<Entry> entries = {{0, "aaaa", "AAAA"}, {5, "bbbb", "BBBB"}, {10, "cccc", "CCCC"}};
-    const auto url = PatchJournal::write(target.string(), identityOf(target), entries, FileIo::system(), dir.path());
+    const auto url =
+        PatchJournal::write(target.string(), identityOf(target), entries, FileIo::system(), dir.path());
     journal = PatchJournal::read(url.value()).value();
     for (size_t i = 0; i < 3; ++i) {
       if (regionsNew[i] == 'N') text.replace(5 * i, 4, entries[i].insertedBytes);
@@ -131,12 +138,13 @@ TEST(PatchJournalRecovery, Verdicts) {
   EXPECT_EQ(a.regions, (std::vector<std::optional<Recovery::RegionState>>{
                            Recovery::RegionState::matchesPostImage, Recovery::RegionState::matchesPreImage,
                            Recovery::RegionState::matchesPostImage}));
-  EXPECT_EQ(*a.prompt, (RecoveryPrompt{"A save of \u201capp.log\u201d was interrupted",
-                                       "The file was left partially written (3 regions affected) — its content "
-                                       "currently matches neither the previous save nor the interrupted one. "
-                                       "Restore rolls it back to the last fully saved content.",
-                                       {"Restore", "Keep As-Is"},
-                                       0}));
+  EXPECT_EQ(*a.prompt,
+            (RecoveryPrompt{"A save of \u201capp.log\u201d was interrupted",
+                            "The file was left partially written (3 regions affected) — its content "
+                            "currently matches neither the previous save nor the interrupted one. "
+                            "Restore rolls it back to the last fully saved content.",
+                            {"Restore", "Keep As-Is"},
+                            0}));
 
   Scenario changed("NXO");
   const auto c = Recovery::assess(changed.journal);

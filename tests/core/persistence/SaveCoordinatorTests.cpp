@@ -58,7 +58,8 @@ struct Case {
     // bufferOver maps its own copy ("file.txt"), so the target's identity is its own.
   }
   void edit(int64_t offset, std::string bytes) {
-    const std::string before = table->readBytes({offset, offset + static_cast<int64_t>(bytes.size())}).value();
+    const std::string before =
+        table->readBytes({offset, offset + static_cast<int64_t>(bytes.size())}).value();
     table->replace({offset, offset + static_cast<int64_t>(bytes.size())}, bytes);
     edits.push_back({static_cast<uint64_t>(offset), before, std::move(bytes)});
   }
@@ -104,7 +105,10 @@ TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
          for (int i = 0; i < 999; ++i) c.edit(i * 4, "x");
          j = c.job();
        }},
-      {K::lengthChangingEdit, [](Case&, FakeFileIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({0, "..", "."}); }},
+      {K::lengthChangingEdit,
+       [](Case&, FakeFileIo&, FakeVolumes&, SaveJob& j) {
+         j.edits.push_back({0, "..", "."});
+       }},
       {K::nonLocalVolume, [](Case&, FakeFileIo&, FakeVolumes& v, SaveJob&) { v.local = false; }},
       {K::openRdwrFailed,
        [](Case& c, FakeFileIo& io, FakeVolumes&, SaveJob&) {
@@ -112,7 +116,8 @@ TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
            return p == c.file.string() && (f & O_RDWR) ? failWith(EACCES) : io.real.open(p, f, m);
          };
        }},
-      {K::fstatFailed, [](Case&, FakeFileIo& io, FakeVolumes&, SaveJob&) { io.onFstat = [](int, struct stat*) { return failWith(EIO); }; }},
+      {K::fstatFailed, [](Case&, FakeFileIo& io, FakeVolumes&,
+                          SaveJob&) { io.onFstat = [](int, struct stat*) { return failWith(EIO); }; }},
       {K::identityMismatch,
        [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob&) {  // rotated: a new file under the same name
          const std::string bytes = readFile(c.file);
@@ -126,7 +131,10 @@ TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
          ::utimensat(AT_FDCWD, c.file.c_str(), times, 0);
        }},
       {K::preReadFailed,
-       [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob& j) { j.edits.push_back({static_cast<uint64_t>(5000), "ab", "cd"}); (void)c; }},
+       [](Case& c, FakeFileIo&, FakeVolumes&, SaveJob& j) {
+         j.edits.push_back({static_cast<uint64_t>(5000), "ab", "cd"});
+         (void)c;
+       }},
       {K::journalWriteFailed,
        [](Case&, FakeFileIo& io, FakeVolumes&, SaveJob&) {
          io.onOpen = [&io](const char* p, int f, mode_t m) {
@@ -170,16 +178,20 @@ TEST(SaveInPlace, CapsAtTheirExactBoundaries) {
   {
     Case c;
     for (int i = 0; i < 999; ++i) c.edit(i * 4, "x");
-    EXPECT_EQ(SaveCoordinator(FileIo::system(), VolumeInfo::system(), c.dir.path()).save(c.job())->outcome.strategy,
-              SaveStrategy::inPlacePatch);
+    EXPECT_EQ(
+        SaveCoordinator(FileIo::system(), VolumeInfo::system(), c.dir.path()).save(c.job())->outcome.strategy,
+        SaveStrategy::inPlacePatch);
     c.edit(3999, "y");
-    const auto r = SaveCoordinator(FileIo::system(), VolumeInfo::system(), c.dir.path()).save(c.job()).value();
+    const auto r =
+        SaveCoordinator(FileIo::system(), VolumeInfo::system(), c.dir.path()).save(c.job()).value();
     EXPECT_EQ(r.outcome.rejection->describe(), "too many edited regions (1000 \u2265 1000)");
   }
   Case big(std::string(SaveCoordinator::kMaxRegionBytes + 1, 'a'));
   big.edit(0, std::string(SaveCoordinator::kMaxRegionBytes, 'b'));
-  EXPECT_EQ(SaveCoordinator(FileIo::system(), VolumeInfo::system(), big.dir.path()).tryInPlacePatch(
-                big.file.string(), big.edits, big.opened).has_value(), true);
+  EXPECT_EQ(SaveCoordinator(FileIo::system(), VolumeInfo::system(), big.dir.path())
+                .tryInPlacePatch(big.file.string(), big.edits, big.opened)
+                .has_value(),
+            true);
   const std::vector<PatchEdit> tooBig = {{0, std::string(SaveCoordinator::kMaxRegionBytes + 1, 'b'),
                                           std::string(SaveCoordinator::kMaxRegionBytes + 1, 'c')}};
   EXPECT_EQ(SaveCoordinator().tryInPlacePatch(big.file.string(), tooBig, big.opened).error().describe(),
@@ -201,7 +213,9 @@ TEST(SaveRewrite, FailuresLeaveTheTargetByteIdentical) {
       {"fsync failed during save: Input/output error",
        [](FakeFileIo& io, FakeVolumes&) { io.onFsync = [](int) { return failWith(EIO); }; }},
       {"rename failed during save: Permission denied",
-       [](FakeFileIo& io, FakeVolumes&) { io.onRename = [](const char*, const char*) { return failWith(EACCES); }; }},
+       [](FakeFileIo& io, FakeVolumes&) {
+         io.onRename = [](const char*, const char*) { return failWith(EACCES); };
+       }},
       {"not enough disk space: need 110 bytes, 109 available",
        [](FakeFileIo&, FakeVolumes& v) { v.available = 109; }},
   };
@@ -216,7 +230,8 @@ TEST(SaveRewrite, FailuresLeaveTheTargetByteIdentical) {
     ASSERT_FALSE(result);
     EXPECT_EQ(result.error().describe(), message);
     EXPECT_EQ(readFile(c.file), std::string(100, '-'));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(c.dir.path()), {}), 2);  // target + the table's copy
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(c.dir.path()), {}),
+              2);  // target + the table's copy
   }
 }
 

@@ -32,7 +32,8 @@ TEST(UndoCap, ShareOfReclaimableBetweenFloorAndCeiling) {
   EXPECT_EQ(policy.capFor(0, int64_t{1} << 30), 268'435'456);
   EXPECT_EQ(policy.capFor(0, 100 << 20), 104'857'600);
   EXPECT_EQ(policy.capFor(0, int64_t{64} << 30), 4'294'967'296);
-  EXPECT_EQ(policy.capFor(int64_t{1} << 30, int64_t{1} << 30), 536'870'912);  // the history counts as reclaimable
+  EXPECT_EQ(policy.capFor(int64_t{1} << 30, int64_t{1} << 30),
+            536'870'912);  // the history counts as reclaimable
   EXPECT_EQ(policy.capFor(-5, int64_t{1} << 30), 268'435'456);
 }
 

@@ -21,7 +21,8 @@ TEST(LargeFileOpenMode, ValidationAlerts) {
   EXPECT_EQ(alertFor({M::windowedSlice, 5, 3, 0}, tenMB), "Slice end must be greater than start.");
   EXPECT_EQ(alertFor({M::windowedSlice, 2, -1, 0}, tenMB), "Slice end must be greater than start.");
   EXPECT_EQ(alertFor({M::windowedSlice, -4, 2, 0}, tenMB), std::nullopt);  // a negative start counts as 0
-  EXPECT_EQ(alertFor({M::windowedSlice, 10, 20, 0}, tenMB), "Slice start is past the end of the file (10 MB).");
+  EXPECT_EQ(alertFor({M::windowedSlice, 10, 20, 0}, tenMB),
+            "Slice start is past the end of the file (10 MB).");
   EXPECT_EQ(alertFor({M::windowedSlice, 9, 900, 0}, tenMB), std::nullopt);  // the end is not checked
   EXPECT_EQ(alertFor({M::windowedSlice, 11, 12, 0}, tenMB + MB / 2),
             "Slice start is past the end of the file (11 MB).");
@@ -69,7 +70,8 @@ TEST(LargeFileOpenMode, WindowsSnapToWholeLines) {
   // Without any line break within a megabyte the window is cut where asked.
   testing::TempDir other;
   PieceTable flat(testing::bufferOver(other, std::string(static_cast<size_t>(3 * MB), 'y')));
-  EXPECT_EQ(openModeWindow({M::windowedSlice, 1, 2, 0}, flat.snapshot(), '\n'), LineIndexWindow::bounded(MB, 2 * MB));
+  EXPECT_EQ(openModeWindow({M::windowedSlice, 1, 2, 0}, flat.snapshot(), '\n'),
+            LineIndexWindow::bounded(MB, 2 * MB));
 }
 
 }  // namespace

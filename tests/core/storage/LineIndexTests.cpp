@@ -58,7 +58,8 @@ std::vector<int64_t> naiveStarts(std::string_view text, char terminator, int64_t
 
 std::vector<int64_t> knownStarts(const LineIndexSnapshot& snapshot) {
   std::vector<int64_t> starts;
-  for (int64_t line = 0; line < snapshot.knownLineCount(); ++line) starts.push_back(snapshot.lineStart(line).value_or(-1));
+  for (int64_t line = 0; line < snapshot.knownLineCount(); ++line)
+    starts.push_back(snapshot.lineStart(line).value_or(-1));
   return starts;
 }
 
@@ -70,9 +71,9 @@ TEST(LineIndex, LineStartsOfSmallDocuments) {
   const std::vector<Case> cases = {
       {"", {0}},
       {"no terminator at all", {0}},
-      {"a\nbb\n", {0, 2, 5}},               // a terminator at the end opens a last, empty line
-      {"a\rb\nc\rd\r", {0, 2, 6, 8}},       // cr document: LF is an ordinary byte
-      {"a\r\nb\rc\r\nd", {0, 3, 8}},        // crlf document: a lone CR is an ordinary byte
+      {"a\nbb\n", {0, 2, 5}},          // a terminator at the end opens a last, empty line
+      {"a\rb\nc\rd\r", {0, 2, 6, 8}},  // cr document: LF is an ordinary byte
+      {"a\r\nb\rc\r\nd", {0, 3, 8}},   // crlf document: a lone CR is an ordinary byte
       {"\n\n\n", {0, 1, 2, 3}},
   };
   for (const Case& c : cases) {
@@ -146,7 +147,8 @@ void runModel(text::LineEnding ending, uint32_t seed) {
     const auto expected = naiveStarts(now, terminator);
     auto known = knownStarts(f.index->snapshot());
     ASSERT_LE(known.size(), expected.size()) << "step " << step;
-    ASSERT_EQ(known, std::vector<int64_t>(expected.begin(), expected.begin() + static_cast<long>(known.size())))
+    ASSERT_EQ(known,
+              std::vector<int64_t>(expected.begin(), expected.begin() + static_cast<long>(known.size())))
         << "step " << step;
   }
   f.queue->runAll();
@@ -235,7 +237,8 @@ TEST(LineIndexConcurrency, EditsWhileBackgroundBuildRuns) {
   options.limits.passLines = 500;
   options.limits.chunkBytes = 4096;
   options.limits.spliceShiftLimit = 2000;
-  auto index = InMemoryLineIndex::create(table, LineIndexTier::inMemory(), LineIndexWindow::wholeDocument(), options);
+  auto index =
+      InMemoryLineIndex::create(table, LineIndexTier::inMemory(), LineIndexWindow::wholeDocument(), options);
   index->startBuild();
   for (int i = 0; i < 400; ++i) {
     const auto at = static_cast<int64_t>(rng() % static_cast<uint32_t>(table->totalLength()));
@@ -275,7 +278,9 @@ TEST(LineIndexTiers, DiskBackedGrowsManyTimesAndLeavesNothingBehind) {
 TEST(LineIndexTiers, UncreatableScratchFileFallsBackToMemory) {
   Fixture f("a\nb\n", tinyLimits(), LineIndexWindow::wholeDocument(),
             LineIndexTier::diskBacked("/nonexistent-dir/lineindex.bin", 10));
-  EXPECT_TRUE(f.index->tierName().starts_with("1 (in-memory; tier-2 fallback: open(/nonexistent-dir/lineindex.bin")) << f.index->tierName();
+  EXPECT_TRUE(
+      f.index->tierName().starts_with("1 (in-memory; tier-2 fallback: open(/nonexistent-dir/lineindex.bin"))
+      << f.index->tierName();
   EXPECT_TRUE(f.index->tierName().ends_with(")"));
   f.queue->runAll();
   EXPECT_EQ(knownStarts(f.index->snapshot()), (std::vector<int64_t>{0, 2, 4}));
@@ -296,7 +301,8 @@ TEST(LineIndexTiers, RunningIndexIsPromotedOnceItHoldsEnoughLines) {
   options.limits.firstPassLines = 100;
   options.limits.passLines = 400;
   auto table = std::make_shared<PieceTable>(testing::bufferOver(dir, text));
-  auto index = InMemoryLineIndex::create(table, LineIndexTier::inMemory(), LineIndexWindow::wholeDocument(), options);
+  auto index =
+      InMemoryLineIndex::create(table, LineIndexTier::inMemory(), LineIndexWindow::wholeDocument(), options);
   index->startBuild();
   queue->runAll();
   main.runPending();

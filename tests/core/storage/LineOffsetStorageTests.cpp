@@ -35,7 +35,9 @@ std::vector<int64_t> sequence(int64_t from, int64_t n) {
 void runModel(LineOffsetStorage& store, uint64_t seed) {
   std::mt19937_64 random(seed);
   std::vector<int64_t> model;
-  auto pick = [&](int64_t low, int64_t high) { return std::uniform_int_distribution<int64_t>(low, high)(random); };
+  auto pick = [&](int64_t low, int64_t high) {
+    return std::uniform_int_distribution<int64_t>(low, high)(random);
+  };
   for (int step = 0; step < 400; ++step) {
     auto n = static_cast<int64_t>(model.size());
     const int64_t op = pick(0, 99);
@@ -57,7 +59,8 @@ void runModel(LineOffsetStorage& store, uint64_t seed) {
     ASSERT_EQ(store.count(), n) << "step " << step;
     ASSERT_EQ(store.entries(-5, n + 5), model) << "step " << step;
     const int64_t probe = pick(-2, n + 1);
-    EXPECT_EQ(store.entry(probe), probe >= 0 && probe < n ? std::optional(model[size_t(probe)]) : std::nullopt);
+    EXPECT_EQ(store.entry(probe),
+              probe >= 0 && probe < n ? std::optional(model[size_t(probe)]) : std::nullopt);
     const int64_t low = pick(-3, n + 3), high = pick(-3, n + 3);
     const auto [l, h] = clampRange(low, high, n);
     EXPECT_EQ(store.entries(low, high), std::vector<int64_t>(model.begin() + l, model.begin() + h)) << step;
@@ -98,7 +101,8 @@ TEST(LineOffsetStorageDiskBacked, FileSizeModeGrowthFailedGrowthAndRemoval) {
     ::signal(SIGXFSZ, savedHandler);
     EXPECT_FALSE(appended);
     EXPECT_FALSE(spliced);
-    EXPECT_NE(log.find("[Quorin] line-index scratch grow failed (preallocate): File too large"), std::string::npos)
+    EXPECT_NE(log.find("[Quorin] line-index scratch grow failed (preallocate): File too large"),
+              std::string::npos)
         << log;
     EXPECT_EQ(store->capacity(), 1024);
     EXPECT_EQ(fs::file_size(path), 8192u);
@@ -152,7 +156,8 @@ TEST(LineOffsetStorageConcurrency, ReadersSeeWholeBatchesWhileStoreGrows) {
         const int64_t n = store->count();
         const auto tail = store->entries(n - 50, n);
         if (n % kBatch != 0 || (n > 0 && store->entry(n - 1) != n - 1)) ++faults;
-        if (tail != sequence(n - static_cast<int64_t>(tail.size()), static_cast<int64_t>(tail.size()))) ++faults;
+        if (tail != sequence(n - static_cast<int64_t>(tail.size()), static_cast<int64_t>(tail.size())))
+          ++faults;
       }
     });
   }

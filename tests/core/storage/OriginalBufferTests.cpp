@@ -27,14 +27,17 @@ struct Facts {
   }
 };
 
-Facts factsOf(const OriginalBuffer& b) { return {b.encoding(), b.contentStart(), b.documentLength(), b.lineEnding()}; }
+Facts factsOf(const OriginalBuffer& b) {
+  return {b.encoding(), b.contentStart(), b.documentLength(), b.lineEnding()};
+}
 
 Facts factsOf(std::string_view bytes, std::optional<text::DetectedEncoding> encoding = std::nullopt) {
   TempDir dir;
   return factsOf(*testing::bufferOver(dir, bytes, encoding));
 }
 
-text::LineEnding endingOf(std::string_view bytes, std::optional<text::DetectedEncoding> encoding = std::nullopt) {
+text::LineEnding endingOf(std::string_view bytes,
+                          std::optional<text::DetectedEncoding> encoding = std::nullopt) {
   return factsOf(bytes, encoding).lineEnding;
 }
 
@@ -58,8 +61,14 @@ TEST(OriginalBuffer, ByteOrderMarks) {
   EXPECT_EQ(factsOf("\xFE\xFF\x00\x41"s), (Facts{utf16BE, 2, 2}));
   // A given encoding skips only its own mark; a legacy one has none, so mark-like bytes stay in the document.
   EXPECT_EQ(factsOf("a\0b\0"s, utf16LE), (Facts{utf16LE, 0, 4}));
-  EXPECT_EQ(factsOf("\xFF\xFE" "a\0"s, utf16LE), (Facts{utf16LE, 2, 2}));
-  EXPECT_EQ(factsOf("\xFF\xFE" "ab", windows1252), (Facts{windows1252, 0, 4}));
+  EXPECT_EQ(factsOf("\xFF\xFE"
+                    "a\0"s,
+                    utf16LE),
+            (Facts{utf16LE, 2, 2}));
+  EXPECT_EQ(factsOf("\xFF\xFE"
+                    "ab",
+                    windows1252),
+            (Facts{windows1252, 0, 4}));
 }
 
 TEST(OriginalBuffer, FirstLineBreakDecidesLineEnding) {
@@ -70,7 +79,8 @@ TEST(OriginalBuffer, FirstLineBreakDecidesLineEnding) {
   EXPECT_EQ(endingOf("a\nb\r\n"), lf);
   EXPECT_EQ(endingOf(std::string(8191, 'x') + "\r\n"), cr);  // the LF is past the probe
   EXPECT_EQ(endingOf(std::string(8192, 'x') + "\r\n"), lf);
-  EXPECT_EQ(endingOf("\xEF\xBB\xBF" + std::string(8190, 'x') + "\r\n"), crlf);  // the probe starts after the mark
+  EXPECT_EQ(endingOf("\xEF\xBB\xBF" + std::string(8190, 'x') + "\r\n"),
+            crlf);  // the probe starts after the mark
   // UTF-16 and UTF-32 go by code units, not bytes.
   EXPECT_EQ(endingOf(testing::utf16LEWithMark(u"a\r\nb")), crlf);
   EXPECT_EQ(endingOf("\0a\0\r\0b"s, utf16BE), cr);
@@ -80,7 +90,8 @@ TEST(OriginalBuffer, FirstLineBreakDecidesLineEnding) {
 TEST(MMapWrapper, ErrorsNameTheCallAndTheSystemText) {
   auto missing = MMapWrapper::open("/nonexistent/quorin/file.log");
   ASSERT_FALSE(missing);
-  EXPECT_EQ(missing.error().describe(), "open(/nonexistent/quorin/file.log) failed: No such file or directory");
+  EXPECT_EQ(missing.error().describe(),
+            "open(/nonexistent/quorin/file.log) failed: No such file or directory");
   TempDir dir;
   auto directory = MMapWrapper::open(dir.path().string());
   ASSERT_FALSE(directory);

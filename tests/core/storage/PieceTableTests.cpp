@@ -1,5 +1,3 @@
-#include "storage/PieceTable.h"
-
 #include <gtest/gtest.h>
 
 #include <latch>
@@ -7,6 +5,7 @@
 #include <random>
 #include <thread>
 
+#include "storage/PieceTable.h"
 #include "storage/StorageTestSupport.h"
 
 namespace quorin::storage {
@@ -102,8 +101,8 @@ TEST(PieceTable, ImpossibleEditsStopTheProgram) {
 TEST(PieceTable, BulkEditSkipsSitesOutOfOrder) {
   TempDir dir;
   auto table = tableOver(dir, digits(40));
-  const std::vector<Site> sites = {{{10, 20}, "x"}, {{15, 30}, "y"}, {{20, 25}, ""}, {{25, 25}, "z"},
-                                   {{35, 33}, "w"}, {{38, 99}, "!"}};
+  const std::vector<Site> sites = {{{10, 20}, "x"}, {{15, 30}, "y"}, {{20, 25}, ""},
+                                   {{25, 25}, "z"}, {{35, 33}, "w"}, {{38, 99}, "!"}};
   const auto result = table->applyBulkEdits(sites);
   EXPECT_EQ(result.siteApplied, (std::vector<bool>{true, false, true, true, false, true}));
   EXPECT_EQ(result.sitesApplied, 4);
@@ -181,7 +180,9 @@ TEST(PieceTable, SnapshotKeepsReadingItsVersion) {
 
 TEST(PieceTable, ReadsClampAndDecode) {
   TempDir dir;
-  PieceTable table(testing::bufferOver(dir, std::string("\xFF\xFE" "h\0i\0", 6)));
+  PieceTable table(testing::bufferOver(dir, std::string("\xFF\xFE"
+                                                        "h\0i\0",
+                                                        6)));
   EXPECT_EQ(table.text({0, 4}), "hi");
   EXPECT_EQ(table.text({0, 3}), "h\xEF\xBF\xBD");  // a cut code unit shows as U+FFFD
   EXPECT_EQ(table.readBytes({2, 100}), std::string("i\0", 2));
@@ -230,7 +231,8 @@ TEST(PieceTable, RandomEditsMatchAPlainString) {
       for (int64_t at = pick(length); at < length && sites.size() < 40; at += 1 + pick(60)) {
         const int64_t end = std::min(length, at + pick(5));
         sites.push_back({{at, end}, randomBytes(rng() % 4)});
-        next += model.substr(static_cast<size_t>(cursor), static_cast<size_t>(at - cursor)) + sites.back().bytes;
+        next +=
+            model.substr(static_cast<size_t>(cursor), static_cast<size_t>(at - cursor)) + sites.back().bytes;
         cursor = at = end;
         if (rng() % 5 == 0) sites.push_back({{at - 1, at + 2}, "overlap"});  // must be skipped
       }
@@ -249,12 +251,14 @@ TEST(PieceTable, RandomEditsMatchAPlainString) {
       kept.emplace_back(table.snapshot(), model);
     }
     const int64_t probe = pick(static_cast<int64_t>(model.size()));
-    const auto expectedByte =
-        probe < static_cast<int64_t>(model.size()) ? std::optional<uint8_t>(static_cast<uint8_t>(model[probe])) : std::nullopt;
+    const auto expectedByte = probe < static_cast<int64_t>(model.size())
+                                  ? std::optional<uint8_t>(static_cast<uint8_t>(model[probe]))
+                                  : std::nullopt;
     ASSERT_EQ(table.byte(probe), expectedByte);
     const int64_t rangeEnd = probe + pick(100);
     if (rangeEnd > probe && probe < static_cast<int64_t>(model.size())) {
-      ASSERT_EQ(table.readBytes({probe, rangeEnd}), model.substr(static_cast<size_t>(probe), rangeEnd - probe));
+      ASSERT_EQ(table.readBytes({probe, rangeEnd}),
+                model.substr(static_cast<size_t>(probe), rangeEnd - probe));
     }
   }
   for (const auto& [snapshot, text] : kept) ASSERT_EQ(wholeText(snapshot), text);

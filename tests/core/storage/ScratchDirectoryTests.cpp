@@ -1,5 +1,3 @@
-#include "storage/ScratchDirectory.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -7,6 +5,7 @@
 #include <fstream>
 #include <optional>
 
+#include "storage/ScratchDirectory.h"
 #include "support/TempDir.h"
 
 namespace quorin::storage {
@@ -48,10 +47,12 @@ TEST(ScratchDirectory, PrivateDirectoryRemovedWithItsContentsAndCleanerSparesLiv
     EXPECT_NE(makeDocumentDirectory()->path(), path);
 
     // Only a directory whose owner lock is free (crashed) or that is old and never locked counts as stale.
-    for (const char* dir : {"doc-crashed", "doc-old-unlocked", "doc-being-created"}) fs::create_directory(root / dir);
+    for (const char* dir : {"doc-crashed", "doc-old-unlocked", "doc-being-created"})
+      fs::create_directory(root / dir);
     std::ofstream(root / "doc-crashed" / "owner.lock") << "";
     std::ofstream(root / "doc-crashed" / "lineindex.bin") << "data";
-    fs::last_write_time(root / "doc-old-unlocked", fs::file_time_type::clock::now() - std::chrono::minutes(5));
+    fs::last_write_time(root / "doc-old-unlocked",
+                        fs::file_time_type::clock::now() - std::chrono::minutes(5));
     std::ofstream(root / "journal-1.bin") << "journal";
     std::ofstream(root / "doc-not-a-directory") << "";
     EXPECT_EQ(ScratchDirectory::cleanStaleDocumentDirectories(), 2);

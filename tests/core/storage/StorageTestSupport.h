@@ -18,7 +18,8 @@ inline std::shared_ptr<storage::MMapWrapper> mapFile(const std::filesystem::path
 }
 
 inline std::shared_ptr<const storage::OriginalBuffer> bufferOver(
-    const TempDir& dir, std::string_view bytes, std::optional<text::DetectedEncoding> encoding = std::nullopt) {
+    const TempDir& dir, std::string_view bytes,
+    std::optional<text::DetectedEncoding> encoding = std::nullopt) {
   return storage::OriginalBuffer::make(mapFile(dir.write("file.txt", bytes)), encoding);
 }
 

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <iostream>
 #include <chrono>
+#include <iostream>
 #include <random>
 #include <thread>
 #include <vector>
