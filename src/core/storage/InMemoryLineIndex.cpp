@@ -195,9 +195,9 @@ LineIndexSnapshot InMemoryLineIndex::apply(const EditResult& edit) {
     const int64_t scannedEnd = baseBytesScanned_ + shift;  // in document coordinates
     const int64_t rangeEnd = baseBufferLength_ + shift;
 
-    // Text inserted at the end of a window that reaches the end of the document (a followed tail) extends it.
-    const int64_t lengthBefore = table_->totalLength() - edit.netByteDelta;
-    if (window_.isBounded() && (start > rangeEnd || (start == rangeEnd && rangeEnd < lengthBefore))) {
+    // Text inserted at the end of a window extends it: the document lets the user type there (the end of
+    // a slice, a followed tail), so it must stay in view and editable.
+    if (window_.isBounded() && start > rangeEnd) {
       // After the window: not ours.
     } else if (!isComplete_ && start >= scannedEnd) {
       // Text the build has not reached yet: it will read the edited text.
