@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (wholeIndex) {
-    while (!(*doc)->lineIndex().waitUntilComplete(std::chrono::milliseconds(100))) main.runPending();
+    while (!(*doc)->waitForLineIndex(std::chrono::milliseconds(100))) main.runPending();
     main.runPending();
   }
   const auto snapshot = (*doc)->snapshot();

@@ -36,7 +36,7 @@ constexpr int64_t kTargetPieces = 100'000;
 // Lets the line index finish, so that typing is not measured against a
 // build running on the other core.
 void waitForIndex(Document& doc, quorin::dispatch::ManualMainQueue& main) {
-  while (!doc.lineIndex().waitUntilComplete(std::chrono::milliseconds(100))) main.runPending();
+  while (!doc.waitForLineIndex(std::chrono::milliseconds(100))) main.runPending();
   main.runPending();
 }
 
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
   fragment(*fragmented);  // a bulk edit this wide restarts the line index
   waitForIndex(*fragmented, main);
   auto whole = openDocument(argv[1], main);
-  const int64_t pieces = static_cast<int64_t>(fragmented->pieceTable().pieceCount());
+  const int64_t pieces = static_cast<int64_t>(fragmented->pieceCount());
 
   // Typing in the middle, between two replaced bytes: the piece being typed
   // into grows, as in the editor.

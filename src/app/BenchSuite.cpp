@@ -91,8 +91,7 @@ double frame(TextView* view, Change change) {
 void discardChanges(MainWindow* window) {
   for (int i = 0; i < window->tabCount(); ++i) {
     window->tabAt(i)->view()->closeTypingGroup();
-    window->tabAt(i)->document().undoStore().clear();
-    window->tabAt(i)->document().undoStore().markSaved();
+    window->tabAt(i)->document().discardHistory();
   }
 }
 

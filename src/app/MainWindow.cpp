@@ -349,8 +349,8 @@ void MainWindow::updateActions() {
   saveAction_->setEnabled(has);
   saveAsAction_->setEnabled(has);
   followAction_->setEnabled(has && !tab->document().isUntitled());
-  undoAction_->setEnabled(has && tab->document().undoStore().canUndo());
-  redoAction_->setEnabled(has && tab->document().undoStore().canRedo());
+  undoAction_->setEnabled(has && tab->document().canUndo());
+  redoAction_->setEnabled(has && tab->document().canRedo());
   undoAction_->setText(has ? tab->view()->undoActionText() : tr("Undo"));
   redoAction_->setText(has ? tab->view()->redoActionText() : tr("Redo"));
   catchUpAction_->setEnabled(has && tab->isFollowing() && tab->canCatchUp());

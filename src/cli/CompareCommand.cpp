@@ -42,13 +42,12 @@ std::expected<std::shared_ptr<document::Document>, compare::CompareError> openSi
 // Compare: a comparison of the indexed part only would be a surprise on the
 // command line. False when interrupted.
 bool waitForIndex(document::Document& doc, dispatch::ManualMainQueue& main, std::ostream& err) {
-  storage::InMemoryLineIndex& index = doc.lineIndex();
-  const InterruptGuard interrupt([&index] { index.cancel(); });
-  const ProgressLine progress(err, [&index] {
-    const auto p = index.progress();
+  const InterruptGuard interrupt([&doc] { doc.cancelLineIndex(); });
+  const ProgressLine progress(err, [&doc] {
+    const auto p = doc.lineIndexProgress();
     return "indexing " + percentText(static_cast<double>(p.bytesScanned), static_cast<double>(p.bytesTotal));
   });
-  while (!index.waitUntilComplete(std::chrono::milliseconds(100)) && !interruptRequested()) main.runPending();
+  while (!doc.waitForLineIndex(std::chrono::milliseconds(100)) && !interruptRequested()) main.runPending();
   main.runPending();
   return !interruptRequested();
 }
@@ -130,8 +129,8 @@ int runCompare(std::span<const std::string> args, std::ostream& out, std::ostrea
   for (const auto& doc : docs)
     if (!waitForIndex(*doc, main, err)) return kExitInterrupted;
   compare::CompareRequest request{
-      .left = compare::CompareSide::of(*docs[0], parsed->positionals[0]),
-      .right = compare::CompareSide::of(*docs[1], parsed->positionals[1]),
+      .left = compare::CompareSide::of(docs[0]->describedSnapshot(), parsed->positionals[0]),
+      .right = compare::CompareSide::of(docs[1]->describedSnapshot(), parsed->positionals[1]),
       .options = {.ignoreWhitespace = parsed->has("--ignore-whitespace"),
                   .ignoreCase = parsed->has("--ignore-case")},
   };

@@ -58,16 +58,15 @@ int runReplace(std::span<const std::string> args, std::ostream& out, std::ostrea
     err << "quorin-cli: " << doc.error().describe() << '\n';
     return kExitFailure;
   }
-  storage::InMemoryLineIndex& index = (*doc)->lineIndex();
   search::SearchCancellation cancellation;
   std::optional<search::SearchResult> found;
   {
     const InterruptGuard interrupt([&] {
-      index.cancel();
+      (*doc)->cancelLineIndex();
       cancellation.cancel();
     });
     const ProgressLine progress(err, [] { return std::string("searching"); });
-    while (!index.waitUntilComplete(std::chrono::milliseconds(100)) && !interruptRequested()) {
+    while (!(*doc)->waitForLineIndex(std::chrono::milliseconds(100)) && !interruptRequested()) {
     }
     if (!interruptRequested()) {
       const auto snapshot = (*doc)->snapshot();

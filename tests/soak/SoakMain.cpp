@@ -336,11 +336,6 @@ class Soak {
       compact();
     } else if (op < 75) {
       search();
-    } else if (op < 80) {
-      ++counts_["line index restart"];
-      lastOp_ = "line index restart";
-      doc_->lineIndex().restart();
-      checkLineIndex();
     } else if (op < 86) {
       checkLineIndex();
     } else if (op < 92) {
@@ -443,11 +438,7 @@ class Soak {
   void compact() {
     ++counts_["compaction"];
     lastOp_ = "compaction";
-    if (chance(50)) {
-      main_.advance(5'000'000);  // the idle timer fires; the merge runs on its own queue
-    } else {
-      (void)doc_->pieceTable().compact(0.05);
-    }
+    main_.advance(5'000'000);  // the idle timer fires; the merge runs on its own queue
   }
 
   void search() {
@@ -483,7 +474,7 @@ class Soak {
   void checkLineIndex() {
     ++counts_["line index check"];
     lastOp_ = "line index check";
-    if (chance(30)) doc_->lineIndex().waitUntilComplete(std::chrono::seconds(10));
+    if (chance(30)) doc_->waitForLineIndex(std::chrono::seconds(10));
     const auto lines = doc_->snapshot().lines;
     if (!lines.isComplete) return;
     ++completeIndexChecks_;
@@ -605,7 +596,7 @@ void hostileRun(const std::filesystem::path& dir) {
       std::printf("  open: %s\n", doc.error().describe().c_str());
       continue;
     }
-    (*doc)->lineIndex().waitUntilComplete(std::chrono::minutes(5));
+    (*doc)->waitForLineIndex(std::chrono::minutes(5));
     std::printf("  open + line index: %.2f s, %lld lines\n", seconds(),
                 static_cast<long long>((*doc)->snapshot().lines.lineCount()));
     const auto snapshot = (*doc)->snapshot();
@@ -619,11 +610,12 @@ void hostileRun(const std::filesystem::path& dir) {
     index.build(snapshot.text, '\n');
     std::printf("  CSV index: %lld rows, state %s, %.2f s\n", static_cast<long long>(index.rowCount()),
                 std::string(csv::rawValue(index.parseState())).c_str(), seconds());
-    const auto compared = compare::compareSides({.left = compare::CompareSide::of(**doc, "left"),
-                                                 .right = compare::CompareSide::of(**doc, "right"),
-                                                 .options = {},
-                                                 .budget = compare::kCompareBudget,
-                                                 .sideByteLimit = compare::kSideByteLimit});
+    const auto compared =
+        compare::compareSides({.left = compare::CompareSide::of((*doc)->describedSnapshot(), "left"),
+                               .right = compare::CompareSide::of((*doc)->describedSnapshot(), "right"),
+                               .options = {},
+                               .budget = compare::kCompareBudget,
+                               .sideByteLimit = compare::kSideByteLimit});
     std::printf(
         "  compare with itself: %s, %.2f s\n",
         compared ? (compared->identical() ? "identical" : "differs") : compared.error().describe().c_str(),

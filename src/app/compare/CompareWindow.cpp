@@ -234,8 +234,8 @@ void CompareWindow::start() {
     return;
   }
   auto request = std::make_shared<compare::CompareRequest>(compare::CompareRequest{
-      .left = compare::CompareSide::of(*left_, leftName_.toStdString()),
-      .right = compare::CompareSide::of(*right_, rightName_.toStdString()),
+      .left = compare::CompareSide::of(left_->describedSnapshot(), leftName_.toStdString()),
+      .right = compare::CompareSide::of(right_->describedSnapshot(), rightName_.toStdString()),
       .options = options_,
   });
   const uint64_t generation = generation_;

@@ -411,15 +411,15 @@ void TextView::stepHistory(bool backward) {
 }
 
 QString TextView::undoActionText() const {
-  const auto* entry = doc_->undoStore().nextUndo();
-  if (!entry || entry->description.empty()) return tr("Undo");
-  return tr("Undo %1").arg(QString::fromStdString(entry->description));
+  const std::string description = doc_->undoDescription();
+  if (description.empty()) return tr("Undo");
+  return tr("Undo %1").arg(QString::fromStdString(description));
 }
 
 QString TextView::redoActionText() const {
-  const auto* entry = doc_->undoStore().nextRedo();
-  if (!entry || entry->description.empty()) return tr("Redo");
-  return tr("Redo %1").arg(QString::fromStdString(entry->description));
+  const std::string description = doc_->redoDescription();
+  if (description.empty()) return tr("Redo");
+  return tr("Redo %1").arg(QString::fromStdString(description));
 }
 
 void TextView::copy() {

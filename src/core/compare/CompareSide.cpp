@@ -1,23 +1,19 @@
 #include "compare/CompareSide.h"
 
-#include "document/Document.h"
-
 namespace quorin::compare {
 
 std::string_view sideName(Side side) { return side == Side::left ? "left" : "right"; }
 
-CompareSide CompareSide::of(const document::Document& document, std::string displayName) {
-  const auto mode = document.openMode();
+CompareSide CompareSide::of(document::DescribedSnapshot described, std::string displayName) {
   return CompareSide{
       .displayName = std::move(displayName),
-      .snapshot = document.snapshot(),
-      .range = document.editableRange(),
-      .lineEnding = document.lineEnding(),
-      .encoding = document.encoding(),
-      .transcoded = document.isTranscoded(),
-      .modified = document.isModified(),
-      .partial =
-          mode == storage::LargeFileOpenMode::windowedSlice || mode == storage::LargeFileOpenMode::tail,
+      .snapshot = std::move(described.snapshot),
+      .range = described.range,
+      .lineEnding = described.lineEnding,
+      .encoding = described.encoding,
+      .transcoded = described.transcoded,
+      .modified = described.modified,
+      .partial = described.partial,
   };
 }
 

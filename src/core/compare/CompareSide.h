@@ -8,10 +8,6 @@
 #include "text/DetectedEncoding.h"
 #include "text/LineEnding.h"
 
-namespace quorin::document {
-class Document;
-}
-
 namespace quorin::compare {
 
 enum class Side { left, right };
@@ -19,8 +15,8 @@ enum class Side { left, right };
 std::string_view sideName(Side side);  // "left", "right"
 
 // One side of a comparison as it stood when the comparison began: the text
-// and line starts at one version plus the facts the notices need. Taken on
-// the main thread (from the document), then read on any thread.
+// and line starts at one version plus the facts the notices need. Built from
+// a snapshot the document hands out; read on any thread.
 struct CompareSide {
   std::string displayName;  // how messages name it: a file name or a title
   document::DocumentSnapshot snapshot;
@@ -33,8 +29,7 @@ struct CompareSide {
   bool modified = false;    // unsaved edits are part of the snapshot
   bool partial = false;     // opened as a slice or a tail
 
-  // Main thread, like every read of a document.
-  static CompareSide of(const document::Document& document, std::string displayName);
+  static CompareSide of(document::DescribedSnapshot described, std::string displayName);
 };
 
 // Why a comparison could not run; the window shows title() over describe().

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <expected>
 #include <functional>
@@ -9,13 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
+#include "dispatch/SerialQueue.h"
+#include "document/DocumentSaver.h"
 #include "document/DocumentTypes.h"
-#include "live/FileWatcher.h"
+#include "document/LiveFileTracker.h"
+#include "document/SourceFile.h"
 #include "live/TailFollower.h"
 #include "persistence/CompactionScheduler.h"
-#include "persistence/SaveCoordinator.h"
 #include "persistence/UndoStore.h"
 #include "storage/FileIdentity.h"
 #include "storage/InMemoryLineIndex.h"
@@ -43,7 +45,7 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   static std::expected<std::shared_ptr<Document>, OpenError> open(const std::string& path,
                                                                   OpenOptions options);
   static std::shared_ptr<Document> untitled(OpenOptions options);
-  ~Document();
+  ~Document() override;
   Document(const Document&) = delete;
   Document& operator=(const Document&) = delete;
 
@@ -69,46 +71,69 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // The selection to show afterwards; absent when there was nothing to do.
   std::optional<persistence::TextSelection> undo();
   std::optional<persistence::TextSelection> redo();
+  bool canUndo() const { return undo_->canUndo(); }
+  bool canRedo() const { return undo_->canRedo(); }
+  // What the next undo or redo takes back or does again ("Typing", "Replace All"); empty when unnamed or
+  // none.
+  std::string undoDescription() const;
+  std::string redoDescription() const;
+  // Forgets the history and counts the present text as saved.
+  void discardHistory();
 
   DocumentSnapshot snapshot() const;
+  // A snapshot with the facts a job reports alongside it (compare, reports).
+  DescribedSnapshot describedSnapshot() const;
   int64_t version() const { return table_->version(); }
   int64_t length() const { return table_->totalLength(); }
 
-  // Unmodified exactly when undo and redo have led back to the saved text.
-  // An undo group still open (typing in progress) counts as a change.
-  bool isModified() const { return !undo_->isAtSavePoint() || undo_->isBatchOpen(); }
+  // Unmodified exactly when undo and redo have led back to the saved text and
+  // the file still holds it. An undo group still open (typing in progress)
+  // counts as a change, and so does a file deleted from under the document.
+  bool isModified() const {
+    return !undo_->isAtSavePoint() || undo_->isBatchOpen() || live_->isFileMissing();
+  }
   bool isReadOnly() const { return readOnly_; }
   bool isUntitled() const { return path_.empty(); }
   const std::string& path() const { return path_; }
   storage::LargeFileOpenMode openMode() const { return openMode_; }
-  const std::optional<storage::FileIdentity>& fileIdentity() const { return identity_; }
+  const std::optional<storage::FileIdentity>& fileIdentity() const { return source_.identity; }
   // The file's own encoding (the working copy is UTF-8 when it differs).
-  text::DetectedEncoding encoding() const { return sourceEncoding_.value_or(table_->encoding()); }
-  bool isTranscoded() const { return sourceEncoding_.has_value(); }
+  text::DetectedEncoding encoding() const { return source_.transcodedFrom.value_or(table_->encoding()); }
+  bool isTranscoded() const { return source_.isTranscoded(); }
   // Characters the transcoding had to replace by U+FFFD: saving over the
   // source would change those bytes, so the user is warned first.
-  int64_t transcodeSubstitutions() const { return transcodeSubstitutions_; }
+  int64_t transcodeSubstitutions() const { return source_.substitutions; }
   text::LineEnding lineEnding() const { return table_->originalBuffer().lineEnding(); }
   // The part of the document the line index covers (all of it outside the slice and tail modes).
   storage::ByteRange editableRange() const;
 
+  // The line index, as far as its users need it.
+  storage::LineIndexProgress lineIndexProgress() const { return index_->progress(); }
+  // Blocks until the index is complete (true) or `timeout` passed; progress still arrives on the main queue.
+  bool waitForLineIndex(std::chrono::milliseconds timeout) const {
+    return index_->waitUntilComplete(timeout);
+  }
+  void cancelLineIndex() { index_->cancel(); }
+  bool isCompactionArmed() const { return compaction_->isArmed(); }
+  size_t pieceCount() const { return table_->pieceCount(); }
+
   // After a successful save: the saved text is the current one.
   void markSaved(std::optional<storage::FileIdentity> newIdentity);
 
-  using SaveCompletion =
-      std::function<void(const std::expected<persistence::SaveOutcome, persistence::SaveError>&)>;
+  using SaveCompletion = document::SaveCompletion;
   // Writes the document to its file off the main thread; `done` runs on the
   // main thread. A request while a save runs is folded into it when the text
   // has not changed since that save began (it writes exactly this text), and
-  // fails with saveInProgress otherwise.
+  // fails with saveInProgress otherwise. A file deleted from under the
+  // document is written again.
   void save(SaveCompletion done);
   // Writes the document to `path` (always a rewrite) and makes that its file.
   void saveAs(const std::string& path, SaveCompletion done);
-  bool isSaving() const { return saveInFlightVersion_.has_value(); }
+  bool isSaving() const { return saver_->isSaving(); }
   // Set by the file watcher while an outside change is unresolved.
-  void setExternallyModified(bool modified) { externallyModified_ = modified; }
+  void setExternallyModified(bool modified) { live_->setExternallyModified(modified); }
   // The user's preference (default on).
-  void setInPlaceSaveEnabled(bool enabled) { inPlaceSaveEnabled_ = enabled; }
+  void setInPlaceSaveEnabled(bool enabled) { saver_->setInPlaceEnabled(enabled); }
 
   // Called on the main thread after every change, in registration order.
   int addChangeListener(std::function<void(const DocumentChange&)> listener);
@@ -124,40 +149,38 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   void resolveExternalChange(bool reload);
   // Reads the file again, dropping the undo history (it describes the old text).
   bool reload();
-  bool isExternallyModified() const { return externallyModified_; }
-  bool isFileMissing() const { return fileMissing_; }
+  bool isExternallyModified() const { return live_->isExternallyModified(); }
+  bool isFileMissing() const { return live_->isFileMissing(); }
   // Follows the file as another program appends to it (polled once a second). The appended bytes join
   // the document's end without being an edit: no undo step, not unsaved.
   std::expected<void, std::string> startFollowing();
   void stopFollowing();
-  bool isFollowing() const { return follower_ && follower_->isFollowing(); }
+  bool isFollowing() const { return live_->isFollowing(); }
   // Skips the unread bytes of a followed file that has fallen far behind; they stay reachable in the
-  // file at the ranges skippedRanges() lists (file offsets), e.g. to open them as a slice.
+  // file at the ranges skippedRanges() lists (file offsets), e.g. to open them as a slice. A save over
+  // the file would delete them and is refused; Save As writes the text without them.
   void catchUpToLive();
-  const std::vector<storage::ByteRange>& skippedRanges() const { return skippedRanges_; }
-  // After a rotation notice: open what the path names now, and follow it.
+  const std::vector<storage::ByteRange>& skippedRanges() const { return live_->skippedRanges(); }
+  // After a rotation notice: open what the followed path names now, and follow it.
   bool switchToRotatedFile();
   bool acceptFollowedBytes(std::string_view bytes) override;
 
-  storage::PieceTable& pieceTable() { return *table_; }
-  storage::InMemoryLineIndex& lineIndex() { return *index_; }
-  persistence::UndoStore& undoStore() { return *undo_; }
-  const persistence::CompactionScheduler& compaction() const { return *compaction_; }
-
  private:
+  friend class DocumentSaver;
+  friend class LiveFileTracker;
+
   Document(std::string path, OpenOptions options);
   void setUp(std::shared_ptr<const storage::OriginalBuffer> original);
   // The table, line index and compaction over `original` (at open, and after a rewrite).
   void attachText(std::shared_ptr<const storage::OriginalBuffer> original);
-  void finishSave(int64_t version, std::expected<persistence::SaveResult, persistence::SaveError> result,
-                  std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done);
-  void finishSaveAs(const std::string& path, int64_t startedAt,
-                    std::expected<persistence::SaveResult, persistence::SaveError> result,
-                    SaveCompletion done);
-  persistence::SaveEncoder sourceEncoder() const;
+  // attachText, then tells the listeners that the whole text was replaced.
+  void replaceText(std::shared_ptr<const storage::OriginalBuffer> original);
+  // Reads the file at path() again into a fresh text; the history is dropped.
+  bool readFileAgain();
   std::optional<EditRefusal> refusalFor(storage::ByteRange range) const;
-  // Records the edit (or says it could not be kept) and tells everyone.
-  EditOutcome finishEdit(const storage::EditResult& edit, std::optional<persistence::UndoEntry> entry);
+  // Records the edit in the history (or says it could not be kept) and tells everyone.
+  EditOutcome recordEdit(const storage::EditResult& edit, std::optional<persistence::UndoEntry> entry,
+                         bool indexRestarted);
   // A bulk edit as one EditResult over its span when that is small enough to
   // rescan for line breaks; otherwise the line index starts again.
   storage::EditResult afterBulkEdit(const storage::PieceTable::BulkEditResult& bulk, int64_t spanStart,
@@ -166,22 +189,16 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   void applyInverse(const persistence::UndoEntry& entry);
   void applyForward(const persistence::UndoEntry& entry);
   void notify(const DocumentChange& change);
-  void startWatching();
-  void handleWatcherEvent(uint64_t generation, live::FileWatcher::Event event,
-                          std::optional<std::filesystem::path> newPath);
-  void outsideChange(LiveFileNotice::Kind quietKind);
-  void liveNotice(LiveFileNotice notice);
-  std::string fileName() const;
   void status(const std::string& text);
+  // Document state changes only on the main thread; a caller elsewhere is a bug.
+  void requireMainThread() const;
 
   std::string path_;  // follows the file across renames
   const OpenOptions options_;
   storage::LargeFileOpenMode openMode_ = storage::LargeFileOpenMode::wholeFileVirtual;
   bool readOnly_ = false;
-  std::optional<storage::FileIdentity> identity_;
-  std::unique_ptr<storage::ScratchDirectory> workingScratch_;  // a transcoded document's working copy
-  std::optional<std::filesystem::path> workingCopyPath_;       // and the file in it
-  std::unique_ptr<storage::ScratchDirectory> scratch_;         // outlives the index's scratch file
+  SourceFile source_;
+  std::unique_ptr<storage::ScratchDirectory> scratch_;  // outlives the index's scratch file
   std::shared_ptr<storage::PieceTable> table_;
   std::shared_ptr<storage::InMemoryLineIndex> index_;
   std::unique_ptr<persistence::UndoStore> undo_;
@@ -190,19 +207,11 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   int nextListenerToken_ = 1;
   std::function<void(const storage::LineIndexProgress&)> progressHandler_;
   std::function<void(const std::string&)> statusHandler_;
-  std::optional<int64_t> saveInFlightVersion_;
-  std::vector<SaveCompletion> coalescedSaves_;
-  bool externallyModified_ = false;
-  bool inPlaceSaveEnabled_ = true;
-  std::optional<text::DetectedEncoding> sourceEncoding_;  // set for a transcoded document
-  bool sourceHadByteOrderMark_ = false;
-  int64_t transcodeSubstitutions_ = 0;
-  std::unique_ptr<live::FileWatcher> watcher_;
-  uint64_t watcherGeneration_ = 0;  // events of a replaced watcher are ignored
-  std::unique_ptr<live::TailFollower> follower_;
-  std::function<void(const LiveFileNotice&)> liveHandler_;
-  std::vector<storage::ByteRange> skippedRanges_;
-  bool fileMissing_ = false;
+  // This document's "quorin.lineindex" queue, unless the options name one: two large documents index
+  // side by side instead of taking turns on one thread.
+  std::shared_ptr<dispatch::SerialQueue> indexQueue_;
+  std::unique_ptr<DocumentSaver> saver_;
+  std::unique_ptr<LiveFileTracker> live_;
 };
 
 }  // namespace quorin::document

@@ -13,6 +13,7 @@
 #include "persistence/FileIo.h"
 #include "persistence/UndoCapPolicy.h"
 #include "persistence/VolumeInfo.h"
+#include "storage/ByteRange.h"
 #include "storage/EditResult.h"
 #include "storage/LargeFileOpenMode.h"
 #include "storage/LineIndexOptions.h"
@@ -20,6 +21,7 @@
 #include "storage/MMapError.h"
 #include "storage/PieceTableSnapshot.h"
 #include "text/DetectedEncoding.h"
+#include "text/LineEnding.h"
 
 namespace quorin::document {
 
@@ -111,6 +113,19 @@ struct DocumentSnapshot {
   storage::PieceTableSnapshot text;
   storage::LineIndexSnapshot lines;
   int64_t version() const { return text.version(); }
+};
+
+// A snapshot with the facts about its document that a job's report needs;
+// taken on the main thread, read anywhere.
+struct DescribedSnapshot {
+  DocumentSnapshot snapshot;
+  // The part the line index covers: the whole text, or the loaded slice or tail.
+  storage::ByteRange range;
+  text::LineEnding lineEnding = text::LineEnding::lf;
+  text::DetectedEncoding encoding = text::DetectedEncoding::utf8;  // the file's own
+  bool transcoded = false;  // the snapshot is a UTF-8 working copy of `encoding`
+  bool modified = false;    // unsaved edits are part of the snapshot
+  bool partial = false;     // opened as a slice or a tail
 };
 
 // Shown after an edit too large for the undo history.

@@ -59,6 +59,10 @@ std::string SaveError::describe() const {
     case K::liveFileGrew:
       return "the file has grown since it was opened in tail mode \u2014 use Save As to keep your edits in a "
              "new file";
+    case K::skippedLiveBytes:
+      return "the file holds " + text +
+             " that Catch Up to Live skipped \u2014 saving would delete them; use Save As to write only the text "
+             "shown here";
   }
   return {};
 }

@@ -61,7 +61,8 @@ struct SaveError {
     readOnly,
     saveInProgress,
     externallyModified,
-    liveFileGrew
+    liveFileGrew,
+    skippedLiveBytes  // text: how much Catch Up to Live skipped
   };
   Kind kind;
   uint64_t needed = 0, available = 0;  // insufficientSpace

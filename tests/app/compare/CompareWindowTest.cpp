@@ -46,7 +46,8 @@ TEST(AppCompareWindowTest, RowsPairLinesWithFillersTintChangesAndNavigateBetween
   auto right = sides.open("right.txt", "a\nB\nc\nd\nnew\nnewer\ne");
   CompareRowModel rows;
   rows.setDisplay(std::make_shared<CompareDisplay>(CompareDisplay{
-      compare::CompareSide::of(*left, "left.txt"), compare::CompareSide::of(*right, "right.txt"),
+      compare::CompareSide::of(left->describedSnapshot(), "left.txt"),
+      compare::CompareSide::of(right->describedSnapshot(), "right.txt"),
       compare::alignDiff(6, 7, std::vector<compare::DiffChange>{{1, 1, 1, 1}, {4, 0, 4, 2}, {5, 1, 7, 0}})}));
 
   // a | b≠B | c | d | +new | +newer | e | f−

@@ -52,7 +52,8 @@ struct Fixture {
 
 CompareRequest requestFor(const document::Document& left, const document::Document& right,
                           LineKeyOptions options = {}) {
-  return {CompareSide::of(left, "left.txt"), CompareSide::of(right, "right.txt"), options};
+  return {CompareSide::of(left.describedSnapshot(), "left.txt"),
+          CompareSide::of(right.describedSnapshot(), "right.txt"), options};
 }
 
 TEST(ComparisonTest, ReadsDocumentsLineByLineWithNotices) {
@@ -129,8 +130,8 @@ TEST(ComparisonTest, CoversOnlyALoadedSlice) {
   EXPECT_EQ(outcome.notices, (std::vector<std::string>{"Comparison covers loaded slice only (left side)"}));
   EXPECT_EQ(outcome.leftBytesCompared, range.length());
   const auto sliceFirstLine = whole->snapshot().lines.lineContaining(range.start).value();
-  EXPECT_EQ(sideLineText(CompareSide::of(*slice, "s"), 0),
-            sideLineText(CompareSide::of(*whole, "w"), sliceFirstLine));
+  EXPECT_EQ(sideLineText(CompareSide::of(slice->describedSnapshot(), "s"), 0),
+            sideLineText(CompareSide::of(whole->describedSnapshot(), "w"), sliceFirstLine));
 }
 
 TEST(ComparisonTest, ASideThatShrankCannotBeCompared) {

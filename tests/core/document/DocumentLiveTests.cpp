@@ -42,7 +42,7 @@ struct Live {
     for (int i = 0; i < 50 && notices.size() < count; ++i) main.waitAndRun(std::chrono::milliseconds(100));
     return notices.size() >= count;
   }
-  std::string text() { return testing::wholeText(doc->pieceTable()); }
+  std::string text() { return testing::wholeText(doc->snapshot().text); }
 };
 
 void append(const std::filesystem::path& p, const std::string& bytes) {
@@ -86,7 +86,7 @@ TEST(DocumentLive, OurOwnSaveKeepsTheLineEndingWhateverBreakComesFirstNow) {
   live.main.runPending();
   ASSERT_TRUE(saved && *saved);
   EXPECT_EQ(live.doc->lineEnding(), text::LineEnding::lf);
-  ASSERT_TRUE(live.doc->lineIndex().waitUntilComplete(std::chrono::seconds(10)));
+  ASSERT_TRUE(live.doc->waitForLineIndex(std::chrono::seconds(10)));
   EXPECT_EQ(live.doc->snapshot().lines.lineCount(), 4);  // "x\rone", "two", "three", "" (split at CR: 2)
 }
 
@@ -110,7 +110,7 @@ TEST(DocumentLive, FollowedBytesJoinTheDocumentWithoutBeingEdits) {
   live.main.advance(1'000'000'000);
   EXPECT_EQ(live.text(), "a\nb\nc\n");
   EXPECT_FALSE(live.doc->isModified());
-  EXPECT_FALSE(live.doc->undoStore().canUndo());
+  EXPECT_FALSE(live.doc->canUndo());
   EXPECT_EQ(live.doc->snapshot().lines.lineStart(2), 4);
 
   append(live.file, "skipped\n");

@@ -94,11 +94,12 @@ void runReaders(Harness& h, Document& doc) {
 
   auto other = h.open(doc.path());
   ASSERT_TRUE(other.has_value()) << other.error().describe();
-  const auto outcome = compare::compareSides({.left = compare::CompareSide::of(doc, "left"),
-                                              .right = compare::CompareSide::of(**other, "right"),
-                                              .options = {},
-                                              .budget = compare::kCompareBudget,
-                                              .sideByteLimit = compare::kSideByteLimit});
+  const auto outcome =
+      compare::compareSides({.left = compare::CompareSide::of(doc.describedSnapshot(), "left"),
+                             .right = compare::CompareSide::of((*other)->describedSnapshot(), "right"),
+                             .options = {},
+                             .budget = compare::kCompareBudget,
+                             .sideByteLimit = compare::kSideByteLimit});
   if (outcome) {
     EXPECT_TRUE(outcome->identical());
   } else {

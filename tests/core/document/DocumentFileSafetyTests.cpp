@@ -1,0 +1,201 @@
+// Where the document meets its file: saving around what the file holds
+// beyond the text (a mark, skipped bytes, a deleted file), following and
+// rotation, and the document's parts let go off the main thread.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <thread>
+
+#include "dispatch/ManualMainQueue.h"
+#include "document/Document.h"
+#include "storage/StorageTestSupport.h"
+#include "support/ManualExecutor.h"
+
+namespace quorin::document {
+namespace {
+
+using Kind = LiveFileNotice::Kind;
+using SaveResult = std::expected<persistence::SaveOutcome, persistence::SaveError>;
+
+class InlineExecutor final : public dispatch::Executor {
+ public:
+  void async(dispatch::Task task) override { task(); }
+};
+
+std::string fileBytes(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void append(const std::filesystem::path& p, const std::string& bytes) {
+  std::ofstream(p, std::ios::binary | std::ios::app) << bytes;
+}
+
+// A document over a file in a temporary directory; saves and index passes run inline, the watcher for
+// real (watch = true) and the follower's polls when the test advances the main queue's clock.
+struct Opened {
+  testing::TempDir dir;
+  std::filesystem::path file;
+  dispatch::ManualMainQueue main;
+  std::shared_ptr<Document> doc;
+  std::vector<LiveFileNotice> notices;
+  std::vector<std::string> statuses;
+
+  explicit Opened(const std::string& bytes, bool watch = true, storage::LargeFileOpenRequest mode = {}) {
+    file = dir.write("app.log", bytes);
+    OpenOptions options;
+    options.mainQueue = &main;
+    auto inline_ = std::make_shared<InlineExecutor>();
+    options.lineIndexQueue = options.compactionQueue = options.saveQueue = inline_;
+    options.watchMemoryPressure = false;
+    options.watchFile = watch;
+    options.mode = mode;
+    options.journalDirectory = dir.path() / "journals";
+    doc = Document::open(file.string(), options).value();
+    doc->setLiveFileHandler([this](const LiveFileNotice& n) { notices.push_back(n); });
+    doc->setStatusHandler([this](const std::string& s) { statuses.push_back(s); });
+  }
+  bool awaitNotice(Kind kind) {
+    for (int i = 0; i < 100; ++i) {
+      for (const auto& n : notices) {
+        if (n.kind == kind) return true;
+      }
+      main.waitAndRun(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+  // One follower poll (a second of the main queue's clock) and what the watcher had to say meanwhile.
+  void poll() {
+    main.advance(1'000'000'000);
+    main.waitAndRun(std::chrono::milliseconds(20));
+  }
+  SaveResult save() {
+    std::optional<SaveResult> result;
+    doc->save([&](const SaveResult& r) { result = r; });
+    main.runPending();
+    return result.value();
+  }
+  SaveResult saveAs(const std::filesystem::path& path) {
+    std::optional<SaveResult> result;
+    doc->saveAs(path.string(), [&](const SaveResult& r) { result = r; });
+    main.runPending();
+    return result.value();
+  }
+  std::string text() const { return testing::wholeText(doc->snapshot().text); }
+};
+
+TEST(DocumentFileSafety, CatchUpThenSaveKeepsTheSkippedBytesInTheFile) {
+  Opened o("a\n");
+  ASSERT_TRUE(o.doc->startFollowing());
+  append(o.file, "SKIPPED-IMPORTANT\n");
+  o.doc->catchUpToLive();
+  append(o.file, "d\n");
+  o.poll();
+  ASSERT_EQ(o.text(), "a\nd\n");
+  o.doc->replace({0, 1}, "A", {}, {});
+
+  const auto refused = o.save();
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().kind, persistence::SaveError::Kind::skippedLiveBytes);
+  EXPECT_EQ(fileBytes(o.file), "a\nSKIPPED-IMPORTANT\nd\n");
+
+  // Save As may write the shortened text, and says that it did.
+  ASSERT_TRUE(o.saveAs(o.dir.path() / "short.log"));
+  EXPECT_EQ(fileBytes(o.dir.path() / "short.log"), "A\nd\n");
+  EXPECT_EQ(o.statuses.back(), "Saved without the 18 bytes that Catch Up to Live skipped");
+  EXPECT_EQ(fileBytes(o.file), "a\nSKIPPED-IMPORTANT\nd\n");
+  EXPECT_FALSE(o.doc->isModified());
+}
+
+TEST(DocumentFileSafety, ADeletedFileCountsAsUnsavedAndSaveWritesItAgain) {
+  Opened o("kept text\n");
+  std::filesystem::remove(o.file);
+  ASSERT_TRUE(o.awaitNotice(Kind::deleted));
+  EXPECT_TRUE(o.doc->isModified());  // so closing asks
+
+  const auto saved = o.save();
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(saved->kind, persistence::SaveOutcome::Kind::wrote);
+  EXPECT_EQ(fileBytes(o.file), "kept text\n");
+  EXPECT_FALSE(o.doc->isFileMissing());
+  EXPECT_FALSE(o.doc->isModified());
+}
+
+TEST(DocumentFileSafety, OutsideChangesAreNoticedAfterFollowingStops) {
+  Opened o("one\ntwo\nthree\n");
+  ASSERT_TRUE(o.doc->startFollowing());
+  o.doc->stopFollowing();
+  append(o.file, "four\n");
+  ASSERT_TRUE(o.awaitNotice(Kind::reloaded));
+  EXPECT_EQ(o.text(), "one\ntwo\nthree\nfour\n");
+
+  std::filesystem::resize_file(o.file, 4);
+  o.notices.clear();
+  ASSERT_TRUE(o.awaitNotice(Kind::reloaded));
+  EXPECT_EQ(o.text(), "one\n");
+}
+
+TEST(DocumentFileSafety, RotationSwitchesToTheNewFileAtTheFollowedPath) {
+  Opened o("old 1\n");
+  ASSERT_TRUE(o.doc->startFollowing());
+  std::filesystem::rename(o.file, o.dir.path() / "app.log.1");
+  // The watcher sees the rename first and moves the document to the old file's new name.
+  ASSERT_TRUE(o.awaitNotice(Kind::renamed));
+  o.dir.write("app.log", "new 1\n");
+  for (int i = 0; i < 8 && !o.awaitNotice(Kind::rotated); ++i) o.poll();
+  const auto rotated = std::find_if(o.notices.begin(), o.notices.end(), [](auto& n) { return n.kind == Kind::rotated; });
+  ASSERT_NE(rotated, o.notices.end());
+  EXPECT_EQ(rotated->message, "\u201capp.log\u201d was rotated \u2014 a new file has its name now. Switch to it?");
+  EXPECT_EQ(rotated->newPath, o.file.string());
+
+  ASSERT_TRUE(o.doc->switchToRotatedFile());
+  EXPECT_EQ(o.doc->path(), o.file.string());
+  EXPECT_EQ(o.text(), "new 1\n");
+  EXPECT_TRUE(o.doc->isFollowing());
+}
+
+TEST(DocumentFileSafety, AFollowedDocumentMayBeLetGoOffTheMainThread) {
+  Opened o("a\n");
+  ASSERT_TRUE(o.doc->startFollowing());
+  std::thread([doc = std::move(o.doc)]() mutable { doc.reset(); }).join();
+  o.main.runPending();  // the follower's timer is cancelled here, where it belongs
+  append(o.file, "b\n");
+  o.poll();
+}
+
+TEST(DocumentFileSafety, TextTypedAtTheEndOfASliceStaysInItAndEditable) {
+  // The slice's end falls inside a line far longer than the slice.
+  const int64_t oneMB = storage::kOpenModeMegabyte;
+  Opened o("x\n" + std::string(3 * oneMB, 'L'), false, {storage::LargeFileOpenMode::windowedSlice, 0, 1, 0});
+  ASSERT_EQ(o.doc->editableRange(), (storage::ByteRange{0, oneMB}));
+  ASSERT_TRUE(o.doc->insert(oneMB, "typed", {}, {}));
+  EXPECT_EQ(o.doc->editableRange(), (storage::ByteRange{0, oneMB + 5}));
+  ASSERT_TRUE(o.doc->insert(oneMB + 5, " more", {}, {}));
+  EXPECT_EQ(o.doc->snapshot().text.text({oneMB, oneMB + 10}), "typed more");
+}
+
+TEST(DocumentFileSafety, ABulkEditThatAppliesNothingLeavesTheIndexBuilding) {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<testing::ManualExecutor>();
+  std::string text;
+  for (int i = 0; i < 200; ++i) text += "line " + std::to_string(i) + "\n";
+  OpenOptions options;
+  options.mainQueue = &main;
+  options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
+  options.watchMemoryPressure = false;
+  options.watchFile = false;
+  options.lineIndexLimits.firstPassLines = 4;
+  options.lineIndexLimits.passLines = 6;
+  auto doc = Document::open(dir.write("t.txt", text).string(), options).value();
+  // A reversed range: the table skips the site, yet counts the batch as a version.
+  const storage::PieceTable::BulkEditSite reversed{{5, 3}, "x"};
+  ASSERT_TRUE(doc->replaceAll({&reversed, 1}, "Replace", {}, {}));
+  queue->runAll();
+  EXPECT_TRUE(doc->waitForLineIndex(std::chrono::milliseconds(0)));
+  EXPECT_EQ(doc->snapshot().lines.lineCount(), 201);
+}
+
+}  // namespace
+}  // namespace quorin::document
