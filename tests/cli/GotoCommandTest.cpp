@@ -25,7 +25,6 @@ TEST(GotoCommandTest, PrintsTheTargetOrTheFieldsMessage) {
   EXPECT_EQ(run({"goto", "-30s"}), Result(0, "timeOffset -30 seconds\n"));
   EXPECT_EQ(run({"goto", "2026-09-04", "12:34"}), Result(0, "time 2026-09-04 12:34\n"));
   EXPECT_EQ(run({"goto", "7:05:09"}), Result(0, "time 07:05:09\n"));
-  EXPECT_EQ(run({"goto", "0"}), Result(2, "quorin-cli: Line numbers start at 1\n"));
   EXPECT_EQ(run({"goto", " "}), Result(2, "quorin-cli: nothing to go to\n"));
   EXPECT_EQ(run({"goto", "--", "--json"}).first, 2);  // after "--" even --json is text
 

@@ -281,9 +281,7 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
   doc->insert(0, "\xF0\x9F\x98\x80", {}, {});
   const auto refused = saveNow(*doc, *queue, main);
   ASSERT_FALSE(refused);
-  EXPECT_EQ(refused.error().describe(), "content contains characters that " +
-                                            std::string(text::displayName(text::DetectedEncoding::shiftJIS)) +
-                                            " cannot represent");
+  EXPECT_EQ(refused.error().describe(), "content contains characters that Shift JIS cannot represent");
   EXPECT_EQ(fileBytes(path), text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
   EXPECT_TRUE(doc->isModified());
 }

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <iostream>
 #include <random>
 #include <thread>
 #include <vector>
@@ -51,7 +50,7 @@ TEST(Truncation, ReadersSurviveAFileShrinkingUnderThem) {
   ASSERT_GT(child, 0);
 
   std::atomic<bool> stop{false};
-  std::atomic<int64_t> reads{0}, shortReads{0}, badBytes{0};
+  std::atomic<int64_t> reads{0}, badBytes{0};
   std::vector<std::thread> readers;
   for (unsigned seed = 1; seed <= 4; ++seed) {
     readers.emplace_back([&, seed] {
@@ -60,8 +59,6 @@ TEST(Truncation, ReadersSurviveAFileShrinkingUnderThem) {
         const int64_t start = static_cast<int64_t>(rng() % static_cast<uint64_t>(kSize));
         const int64_t length = static_cast<int64_t>(rng() % (256 << 10));
         const auto bytes = snapshot.readBytes({start, start + length});
-        if (bytes && static_cast<int64_t>(bytes->size()) < std::min(length, snapshot.totalLength() - start))
-          ++shortReads;
         // Bytes past the 4-byte insertion are file bytes shifted by 4.
         if (bytes && start > 1004) {
           for (size_t k = 0; k < bytes->size(); k += 4099) {
@@ -82,7 +79,6 @@ TEST(Truncation, ReadersSurviveAFileShrinkingUnderThem) {
   ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   EXPECT_GT(reads.load(), 0);
   EXPECT_EQ(badBytes.load(), 0);
-  std::cout << reads.load() << " reads, " << shortReads.load() << " cut short by the shrink\n";
   // Once the file is empty, every original byte is gone; the inserted ones stay.
   std::this_thread::sleep_for(std::chrono::milliseconds(110));
   EXPECT_EQ(snapshot.readBytes({0, kSize + 4}), "edit");
