@@ -50,8 +50,8 @@ struct SearchHooks {
 // into chunks (about four per worker) run as one parallel loop, each chunk
 // read window by window into a reused buffer; a match never crosses a line
 // break. A plain query with a line break is searched serially in 4 MiB
-// blocks that overlap by the needle's length. Matches past `cap` are counted,
-// not stored. Cancellation and the deadline (10 s per 100 MiB, at least
+// blocks that overlap by the needle's length. The first `cap` matches in
+// document order are stored, the rest only counted. Cancellation and the deadline (10 s per 100 MiB, at least
 // 10 s) are checked every 4,096 matches and every window, never per byte.
 //
 // When the line index is still being built, the lines it knows are chunked
