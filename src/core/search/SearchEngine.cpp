@@ -164,6 +164,17 @@ int64_t nextLineStart(const storage::PieceTableSnapshot& text, int64_t offset, i
   return limit;
 }
 
+// Reads [start, end) of the text into buffer[at…], resizing it to fit.
+void readInto(const storage::PieceTableSnapshot& text, int64_t start, int64_t end, base::ReadBuffer& buffer,
+              size_t at) {
+  buffer.resize(at + static_cast<size_t>(end - start));
+  const int64_t got = text.copyBytes({start, end}, buffer.data() + at);
+  if (got < end - start) {  // the file lost bytes under us: search what is there
+    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(at) + std::max<int64_t>(got, 0), buffer.end(),
+              uint8_t{0});
+  }
+}
+
 struct ChunkOutcome {
   ChunkBuffer::Slot slot;
   bool finished = false;  // scanned to its end (not stopped)
@@ -187,7 +198,12 @@ ChunkOutcome scanChunk(SearchRun& run, size_t chunkIndex, Chunk chunk, bool cutA
   ChunkCollector collector(run, sink, chunk.firstLine, chunk.start);
   const auto scanner = run.matcher.makeScanner();
   const auto before = static_cast<int64_t>(run.matcher.contextBefore());
-  const auto after = static_cast<int64_t>(run.matcher.overlapAfter());
+  // Bytes read past a cut: a literal's longest match; for a regex, whose
+  // matches have no longest length, the pieces of a very long line overlap
+  // by the limit's bound, and windows of whole lines need none.
+  const bool unbounded = run.matcher.overlapAfter() == kUnboundedMatchLength;
+  const int64_t after = unbounded ? 0 : static_cast<int64_t>(run.matcher.overlapAfter());
+  const int64_t pieceAfter = unbounded ? std::max<int64_t>(run.limits.pieceOverlapBytes, 4) : after;
   const int64_t maxWindow = std::max(run.limits.maxWindowBytes, windowBytes);
 
   int64_t pos = chunk.start;
@@ -202,15 +218,11 @@ ChunkOutcome scanChunk(SearchRun& run, size_t chunkIndex, Chunk chunk, bool cutA
     int64_t want = windowBytes;
     int64_t windowEnd = 0;
     bool atLineStart = false;
-    int64_t got = 0;
+    int64_t readEnd = 0;
     for (;;) {
       const int64_t cut = std::min(pos + want, chunk.end);
-      const int64_t readEnd = std::min(cut + after, total);
-      buffer.resize(static_cast<size_t>(readEnd - dataStart));
-      got = run.text.copyBytes({dataStart, readEnd}, buffer.data());
-      if (got < readEnd - dataStart) {  // the file lost bytes under us: search what is there
-        std::fill(buffer.begin() + std::max<int64_t>(got, 0), buffer.end(), uint8_t{0});
-      }
+      readEnd = std::min(cut + after, total);
+      readInto(run.text, dataStart, readEnd, buffer, 0);
       windowEnd = cut;
       atLineStart = cut == chunk.end;
       if (!cutAtLines || cut == chunk.end) break;
@@ -225,6 +237,11 @@ ChunkOutcome scanChunk(SearchRun& run, size_t chunkIndex, Chunk chunk, bool cutA
       if (want >= maxWindow) break;  // one very long line: search it in pieces
       want = std::min(want * 4, maxWindow);
     }
+    if (!atLineStart && pieceAfter > after && readEnd < total) {
+      const int64_t pieceEnd = std::min(windowEnd + pieceAfter, total);
+      readInto(run.text, readEnd, pieceEnd, buffer, static_cast<size_t>(readEnd - dataStart));
+      readEnd = pieceEnd;
+    }
 
     ScanWindow window;
     window.data = buffer.data();
@@ -232,6 +249,8 @@ ChunkOutcome scanChunk(SearchRun& run, size_t chunkIndex, Chunk chunk, bool cutA
     window.begin = static_cast<size_t>(std::max(pos, resume) - dataStart);
     window.end = static_cast<size_t>(windowEnd - dataStart);
     window.terminator = run.terminator;
+    window.dataStartsDocument = dataStart == 0;
+    window.dataEndsDocument = readEnd == total;
     const int64_t lineBefore = collector.line();
     collector.beginWindow(window, dataStart, static_cast<size_t>(pos - dataStart));
     // Scanners may fold the buffer in place, so the line cursor is brought to
