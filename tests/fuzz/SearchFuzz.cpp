@@ -104,6 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   limits.maxWindowBytes = limits.windowBytes + static_cast<int64_t>(input.below(64));
   limits.blockBytes = 1 + static_cast<int64_t>(input.below(64));
   limits.unindexedChunkBytes = 1 + static_cast<int64_t>(input.below(64));
+  limits.pieceOverlapBytes = 24;  // the longest query: a regex match crossing a cut is found whole
   options.query = std::string(input.chunk(24));
   const std::string text(input.rest());
 
@@ -136,20 +137,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto expected = naiveMatches(text, needle, folding, options.wholeWord);
   FUZZ_CHECK(found(result) == expected);
 
-  // The regex route, where it means the same: case-sensitive, one line, valid
-  // UTF-8, and no line longer than the largest window (a longer line is
-  // searched in pieces, and a regular expression is not matched across the
-  // cuts: a known limit for lines past 64 MiB).
+  // The regex route, where it means the same: case-sensitive, one line and
+  // valid UTF-8, also across the cuts of lines longer than the largest window.
   const bool validUtf8 = text::decodeUtf8Lossy(fuzz::bytesOf(needle)) == needle;
-  size_t longestLine = 0;
-  for (size_t start = 0; start < text.size();) {
-    const size_t end = std::min(text.find('\n', start), text.size() - 1) + 1;
-    longestLine = std::max(longestLine, end - start);
-    start = end;
-  }
-  const bool wholeLines = static_cast<int64_t>(longestLine) <= limits.maxWindowBytes;
   if (!options.wholeWord && !folding && !needle.empty() && validUtf8 &&
-      needle.find('\n') == std::string::npos && wholeLines) {
+      needle.find('\n') == std::string::npos) {
     SearchOptions regex;
     regex.query = regexEscape(needle);
     regex.regex = true;

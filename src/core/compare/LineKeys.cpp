@@ -15,30 +15,46 @@ LineKeyBuilder::LineKeyBuilder(LineKeyOptions options)
 
 // One loop per option combination, so the common case (no options) tests
 // nothing per byte but the line-break bytes.
+//
+// With ignoreWhitespace, blanks and line-break bytes seen since the last
+// other byte are pending: they count only if something follows them (so
+// trailing ones drop out). pendingHash_ is the hash as if they counted; a run
+// of blanks adds one space to it, and a CR or LF adds itself.
 template <bool kIgnoreWhitespace, bool kFold>
 void LineKeyBuilder::addBytes(std::string_view bytes) {
   uint64_t hash = hash_;
+  uint64_t pendingHash = pendingHash_;
   bool started = started_;
   bool pendingBlank = pendingBlank_;
+  bool pending = pending_;
   for (const char c : bytes) {
     const auto b = static_cast<uint8_t>(c);
-    if (isLineBreak(b)) continue;
     if constexpr (kIgnoreWhitespace) {
       if (isBlank(b)) {
-        pendingBlank = started;
+        if (!started && !pending) continue;  // leading
+        if (!pendingBlank) pendingHash = mix(pending ? pendingHash : hash, ' ');
+        pendingBlank = pending = true;
         continue;
       }
-      if (pendingBlank) {
-        hash = mix(hash, ' ');
+      if (isLineBreak(b)) {
+        pendingHash = mix(pending ? pendingHash : hash, b);
+        pending = true;
         pendingBlank = false;
+        continue;
       }
+      if (pending) hash = pendingHash;
+      pending = pendingBlank = false;
       started = true;
+    } else {
+      if (isLineBreak(b)) continue;
     }
     hash = mix(hash, kFold ? foldAscii(b) : b);
   }
   hash_ = hash;
+  pendingHash_ = pendingHash;
   started_ = started;
   pendingBlank_ = pendingBlank;
+  pending_ = pending;
 }
 
 void LineKeyBuilder::add(std::string_view bytes) {
@@ -51,10 +67,9 @@ void LineKeyBuilder::add(std::string_view bytes) {
 }
 
 uint64_t LineKeyBuilder::finish() {
-  const uint64_t key = hash_;  // a pending run of blanks is trailing: dropped
-  hash_ = kFnvOffsetBasis;
-  started_ = false;
-  pendingBlank_ = false;
+  const uint64_t key = hash_;  // pending blanks and line breaks are trailing: dropped
+  hash_ = pendingHash_ = kFnvOffsetBasis;
+  started_ = pendingBlank_ = pending_ = false;
   return key;
 }
 

@@ -9,8 +9,9 @@ namespace quorin::compare {
 
 // How lines are normalised before they are reduced to keys.
 struct LineKeyOptions {
-  // Leading and trailing spaces and tabs do not count, and every run of them
-  // inside a line counts as one space.
+  // Leading spaces and tabs and trailing spaces, tabs, CRs and LFs do not
+  // count, and every run of spaces and tabs inside a line counts as one
+  // space. A CR inside the line counts as itself.
   bool ignoreWhitespace = false;
   // A–Z count as a–z. ASCII only: other letters, including non-ASCII ones,
   // stay distinct, so the key never depends on a locale.
@@ -22,9 +23,10 @@ inline constexpr uint64_t kFnvOffsetBasis = 0xcbf29ce484222325ULL;
 inline constexpr uint64_t kFnvPrime = 0x100000001b3ULL;
 
 // The key of one line: two lines are equal for the diff exactly when their
-// keys are. CR and LF bytes never take part, wherever they stand, so lines
-// that differ only in their line ending are equal; with ignoreWhitespace a
-// line that is blank after trimming keys to kFnvOffsetBasis.
+// keys are. Without options CR and LF bytes never take part, wherever they
+// stand, so lines that differ only in their line ending are equal; with
+// ignoreWhitespace only trailing ones drop out, and a line that is blank
+// after trimming keys to kFnvOffsetBasis.
 uint64_t lineKey(std::string_view line, LineKeyOptions options);
 
 // Builds one line's key from pieces, for readers that meet a line split
@@ -42,8 +44,10 @@ class LineKeyBuilder {
 
   int mode_;
   uint64_t hash_ = kFnvOffsetBasis;
-  bool started_ = false;       // a non-blank byte has been hashed: later blanks count
-  bool pendingBlank_ = false;  // a run of blanks that counts as one space if something follows
+  uint64_t pendingHash_ = kFnvOffsetBasis;  // hash_ with the pending bytes (ignoreWhitespace)
+  bool started_ = false;                    // a byte other than a blank has been seen: later blanks may count
+  bool pendingBlank_ = false;               // the pending bytes end in a run of blanks
+  bool pending_ = false;                    // blanks or line breaks that count if something follows
 };
 
 // The keys of one side's lines, in order.

@@ -75,8 +75,8 @@ std::optional<double> readDecimal(std::string_view text) {
   return negative ? -value : value;
 }
 
-// An integer with an optional sign. Too many digits to hold saturates: a
-// huge line or offset is a request for the end, which the caller clamps.
+// An integer with an optional sign; absent when it does not fit in 64 bits,
+// so that a huge number is refused rather than read as some other one.
 std::optional<int64_t> readInteger(std::string_view text) {
   bool negative = false;
   if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
@@ -88,11 +88,8 @@ std::optional<int64_t> readInteger(std::string_view text) {
   for (const char c : text) {
     if (!isDigit(c)) return std::nullopt;
     const int digit = c - '0';
-    if (value > (std::numeric_limits<int64_t>::max() - digit) / 10) {
-      value = std::numeric_limits<int64_t>::max();
-    } else {
-      value = value * 10 + digit;
-    }
+    if (value > (std::numeric_limits<int64_t>::max() - digit) / 10) return std::nullopt;
+    value = value * 10 + digit;
   }
   return negative ? -value : value;
 }

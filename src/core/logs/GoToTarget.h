@@ -17,7 +17,7 @@ struct TimeTarget {
 };
 
 struct LineTarget {
-  int64_t line = 1;  // 1-based as typed; a number too large to hold reads as INT64_MAX
+  int64_t line = 1;  // 1-based as typed
   bool operator==(const LineTarget&) const = default;
 };
 struct PercentTarget {

@@ -136,19 +136,35 @@ class Scan {
     end = std::min(end, total_);
     if (end <= start) return;
     const int64_t dataStart = std::max<int64_t>(start - static_cast<int64_t>(matcher_.contextBefore()), 0);
-    const int64_t readEnd = std::min(end + static_cast<int64_t>(matcher_.overlapAfter()), total_);
-    buffer_.resize(static_cast<size_t>(readEnd - dataStart));
-    const int64_t got = text_.copyBytes({dataStart, readEnd}, buffer_.data());
-    // Bytes the file lost under us read as NUL, as everywhere else.
-    std::fill(buffer_.begin() + std::clamp<int64_t>(got, 0, readEnd - dataStart), buffer_.end(), uint8_t{0});
+    // A regex match has no longest length: a window that cuts a very long
+    // line reads on as far as the reach, so a match may cross the cut.
+    const bool unbounded = matcher_.overlapAfter() == kUnboundedMatchLength;
+    int64_t readEnd = std::min(end + (unbounded ? 0 : static_cast<int64_t>(matcher_.overlapAfter())), total_);
+    read(dataStart, readEnd, 0);
+    if (unbounded && readEnd < total_ && buffer_[static_cast<size_t>(end - 1 - dataStart)] != terminator_) {
+      const int64_t pieceEnd = std::min(end + std::max<int64_t>(reach_, 4), total_);
+      read(readEnd, pieceEnd, static_cast<size_t>(readEnd - dataStart));
+      readEnd = pieceEnd;
+    }
     ScanWindow window;
     window.data = buffer_.data();
     window.size = buffer_.size();
     window.begin = static_cast<size_t>(start - dataStart);
     window.end = static_cast<size_t>(end - dataStart);
     window.terminator = terminator_;
+    window.dataStartsDocument = dataStart == 0;
+    window.dataEndsDocument = readEnd == total_;
     collector_.aim(dataStart, acceptFrom, acceptTo, skipEmptyAt);
     scanner_->scan(window, collector_);
+  }
+
+  // Reads [start, end) of the text into buffer_[at…]. Bytes the file lost
+  // under us read as NUL, as everywhere else.
+  void read(int64_t start, int64_t end, size_t at) {
+    buffer_.resize(at + static_cast<size_t>(end - start));
+    const int64_t got = text_.copyBytes({start, end}, buffer_.data() + at);
+    std::fill(buffer_.begin() + static_cast<std::ptrdiff_t>(at) + std::clamp<int64_t>(got, 0, end - start),
+              buffer_.end(), uint8_t{0});
   }
 
   // The start of the line holding `pos`; `pos` itself when that start lies

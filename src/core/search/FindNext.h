@@ -36,7 +36,8 @@ struct FindNextLimits {
   int64_t scanBytes = kFindNextScanBytes;  // match starts looked at, both sides of a wrap together
   int64_t windowBytes = 1 << 20;           // text handed to the matcher at a time (whole lines)
   // How far a window reaches beyond its range to find the start or end of
-  // the line it cuts; past this a very long line is searched in pieces.
+  // the line it cuts; past this a very long line is searched in pieces,
+  // which overlap by as much for a regex (a match may run that far past a cut).
   int64_t lineReachBytes = 1 << 20;
   bool regexPrefilter = true;
 };

@@ -18,7 +18,16 @@ struct ScanWindow {
   size_t begin = 0;
   size_t end = 0;
   uint8_t terminator = '\n';  // the document's line break byte
+  // Whether data[0] is the document's first byte, and whether the document
+  // ends at data[size]. Elsewhere a line may begin before the data or go on
+  // past it (a piece of a very long line).
+  bool dataStartsDocument = false;
+  bool dataEndsDocument = false;
 };
+
+// What overlapAfter() returns for matches of any length (a regex): the
+// caller then overlaps pieces of a long line by its own bound.
+inline constexpr size_t kUnboundedMatchLength = static_cast<size_t>(-1);
 
 // Where a scanner reports. Implemented by the engine, which turns window
 // positions into document offsets and line numbers and stores them.
@@ -46,7 +55,8 @@ class Matcher {
   virtual ~Matcher() = default;
   virtual std::unique_ptr<WindowScanner> makeScanner() const = 0;
   // Bytes a scanner wants before `begin` and after `end` when a window is a
-  // piece of a longer line, so that nothing is lost at the cut.
+  // piece of a longer line, so that nothing is lost at the cut (after:
+  // kUnboundedMatchLength when a match has no longest length).
   virtual size_t contextBefore() const = 0;
   virtual size_t overlapAfter() const = 0;
 };

@@ -1,63 +1,85 @@
 #include "search/RegexMatcher.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8
-#include <hs.h>
 #include <pcre2.h>
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <vector>
 
-#include "base/Log.h"
 #include "search/Utf8Repair.h"
 
 namespace quorin::search {
 namespace {
 
 constexpr int kLinesPerCheck = 256;
+constexpr size_t kNone = static_cast<size_t>(-1);
 
-struct Line {
-  size_t start;       // in the text handed to the engines
-  size_t contentEnd;  // before the line break (and a CR before an LF)
-  size_t end;         // the line break's position, or the text's length
+bool isContinuation(uint8_t b) { return (b & 0xC0) == 0x80; }
+
+// A byte every match holds (PCRE2's own analysis of the pattern), with its
+// other ASCII case beside it: a line without any of them cannot match.
+struct RequiredBytes {
+  uint8_t bytes[2] = {0, 0};
+  int count = 0;
 };
 
-// Escapes that anchor to the subject: in a window scan they would mean the
-// window's edges, so such patterns skip the prefilter.
-bool anchorsToSubject(std::string_view pattern) {
-  for (size_t i = 0; i + 1 < pattern.size(); ++i) {
-    if (pattern[i] != '\\') continue;
-    const char next = pattern[i + 1];
-    if (next == 'A' || next == 'z' || next == 'Z' || next == 'G') return true;
-    ++i;  // skip the escaped character (so "\\A" is a backslash and an A)
+// Which byte PCRE2 says every match contains, if one is safe to look for.
+// PCRE2 does not say whether that byte is matched without regard to case,
+// so both ASCII cases are looked for; a non-ASCII byte, and "k" and "s"
+// (which fold to the Kelvin and long-s signs), are trusted only when no
+// part of the pattern can ignore case.
+std::optional<RequiredBytes> requiredBytes(const pcre2_code* code, std::string_view pattern,
+                                           bool caseSensitive) {
+  uint32_t type = 0, unit = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_LASTCODETYPE, &type);
+  if (type == 1) {
+    pcre2_pattern_info(code, PCRE2_INFO_LASTCODEUNIT, &unit);
+  } else {
+    pcre2_pattern_info(code, PCRE2_INFO_FIRSTCODETYPE, &type);
+    if (type != 1) return std::nullopt;
+    pcre2_pattern_info(code, PCRE2_INFO_FIRSTCODEUNIT, &unit);
   }
-  return false;
+  const bool mayIgnoreCase = !caseSensitive || pattern.find("(?") != std::string_view::npos;
+  const auto byte = static_cast<uint8_t>(unit);
+  const auto lower = static_cast<uint8_t>(byte >= 'A' && byte <= 'Z' ? byte + 32 : byte);
+  if (mayIgnoreCase && (byte >= 0x80 || lower == 'k' || lower == 's')) return std::nullopt;
+  RequiredBytes required;
+  required.bytes[required.count++] = lower;
+  if (lower >= 'a' && lower <= 'z') required.bytes[required.count++] = static_cast<uint8_t>(lower - 32);
+  return required;
 }
 
 class RegexMatcher final : public Matcher {
  public:
-  RegexMatcher(pcre2_code* code, hs_database_t* database, hs_scratch_t* scratch)
-      : code_(code), database_(database), scratch_(scratch) {}
-  ~RegexMatcher() override {
-    if (scratch_ != nullptr) hs_free_scratch(scratch_);
-    if (database_ != nullptr) hs_free_database(database_);
-    pcre2_code_free(code_);
-  }
+  RegexMatcher(pcre2_code* code, std::optional<RequiredBytes> required, size_t minLength, size_t lookBehind)
+      : code_(code), required_(required), minLength_(minLength), lookBehind_(lookBehind) {}
+  ~RegexMatcher() override { pcre2_code_free(code_); }
   RegexMatcher(const RegexMatcher&) = delete;
   RegexMatcher& operator=(const RegexMatcher&) = delete;
 
   std::unique_ptr<WindowScanner> makeScanner() const override;
-  size_t contextBefore() const override { return 0; }
-  size_t overlapAfter() const override { return 0; }
+  // Look-behind and \b see characters before a piece of a long line: up to
+  // four bytes each, plus one byte to tell whether a line starts there.
+  size_t contextBefore() const override { return 4 * (lookBehind_ + 1) + 1; }
+  size_t overlapAfter() const override { return kUnboundedMatchLength; }
 
   const pcre2_code* code() const { return code_; }
-  const hs_database_t* database() const { return database_; }
-  const hs_scratch_t* scratch() const { return scratch_; }
+  const std::optional<RequiredBytes>& required() const { return required_; }
+  size_t minLength() const { return minLength_; }
 
  private:
   pcre2_code* code_;
-  hs_database_t* database_;  // null: no prefilter
-  hs_scratch_t* scratch_;    // the prototype each scanner clones
+  std::optional<RequiredBytes> required_;  // absent: every line is a candidate
+  size_t minLength_;                       // characters, so also a floor in bytes
+  size_t lookBehind_;                      // characters
+};
+
+struct Line {
+  size_t start;       // in the text handed to PCRE2
+  size_t contentEnd;  // before the line break (and a CR before an LF)
+  size_t end;         // the line break's position, or the text's length
 };
 
 class RegexScanner final : public WindowScanner {
@@ -67,11 +89,8 @@ class RegexScanner final : public WindowScanner {
     jitStack_ = pcre2_jit_stack_create(32 * 1024, 4 * 1024 * 1024, nullptr);
     context_ = pcre2_match_context_create(nullptr);
     if (jitStack_ != nullptr && context_ != nullptr) pcre2_jit_stack_assign(context_, nullptr, jitStack_);
-    if (matcher.database() != nullptr && hs_clone_scratch(matcher.scratch(), &scratch_) != HS_SUCCESS)
-      scratch_ = nullptr;
   }
   ~RegexScanner() override {
-    if (scratch_ != nullptr) hs_free_scratch(scratch_);
     pcre2_match_context_free(context_);
     pcre2_jit_stack_free(jitStack_);
     pcre2_match_data_free(matchData_);
@@ -79,165 +98,183 @@ class RegexScanner final : public WindowScanner {
   RegexScanner(const RegexScanner&) = delete;
   RegexScanner& operator=(const RegexScanner&) = delete;
 
+  // The subjects are the lines holding [begin, end), whole when the window
+  // has them: the first one from its start (in the context) or, cut, from
+  // the window's first character boundary; the last one to its end (in the
+  // bytes after `end`) or to the data's end, cut.
   void scan(ScanWindow& w, MatchCollector& collector) override {
     if (w.end <= w.begin) return;
-    // The engines need valid UTF-8: repair when the window is not.
-    const uint8_t* text = w.data + w.begin;
-    size_t length = w.end - w.begin;
-    const bool repaired = !isValidUtf8(text, length);
-    if (repaired) {
-      repairUtf8(text, length, work_, map_);
-      text = reinterpret_cast<const uint8_t*>(work_.data());
-      length = work_.size();
+    const auto* before = static_cast<const uint8_t*>(memrchr(w.data, w.terminator, w.begin));
+    size_t from = before != nullptr ? static_cast<size_t>(before - w.data) + 1 : 0;
+    cutBefore_ = before == nullptr && !w.dataStartsDocument;
+    if (cutBefore_) {
+      while (from < w.begin && isContinuation(w.data[from])) ++from;
     }
-    text_ = text;
-    length_ = length;
-    terminator_ = w.terminator;
-    lines_.clear();
-    if (scratch_ == nullptr || !prefilter(repaired)) listAllLines();
+    size_t to = w.end;
+    cutAfter_ = false;
+    if (w.data[w.end - 1] != w.terminator) {  // the last line goes on past `end`
+      const auto* after =
+          static_cast<const uint8_t*>(std::memchr(w.data + w.end, w.terminator, w.size - w.end));
+      if (after != nullptr) {
+        to = static_cast<size_t>(after - w.data) + 1;
+      } else {
+        to = w.size;
+        cutAfter_ = !w.dataEndsDocument;
+        if (cutAfter_) to = withoutPartialCharacter(w.data, w.end, to);
+      }
+    }
 
+    // The engine needs valid UTF-8: repair when the text is not.
+    text_ = w.data + from;
+    length_ = to - from;
+    repaired_ = !isValidUtf8(text_, length_);
+    if (repaired_) {
+      repairUtf8(text_, length_, work_, map_);
+      text_ = reinterpret_cast<const uint8_t*>(work_.data());
+      length_ = work_.size();
+    }
+    terminator_ = w.terminator;
+    window_ = &w;
+    from_ = from;
+    begin_ = toText(w.begin - from);
+    nextRequired_[0] = nextRequired_[1] = kNone - 1;  // not searched yet
+
+    const bool prefilter = matcher_.required().has_value();
+    size_t pos = 0;
     int sinceCheck = 0;
-    for (const Line& line : lines_) {
+    while (pos < length_) {
       if (++sinceCheck == kLinesPerCheck) {
         sinceCheck = 0;
         if (!collector.keepGoing()) return;
       }
-      if (!matchLine(text_, line, collector, w.begin, repaired)) return;
+      size_t lineStart = pos;
+      if (prefilter) {
+        const size_t hit = findRequired(pos);
+        if (hit == kNone) return;
+        const auto* previous = static_cast<const uint8_t*>(memrchr(text_ + pos, terminator_, hit - pos));
+        if (previous != nullptr) lineStart = static_cast<size_t>(previous - text_) + 1;
+      }
+      const Line line = lineFrom(lineStart);
+      if (!matchLine(line, collector)) return;
+      pos = line.end + 1;
     }
   }
 
  private:
-  // The line holding byte `at` of the text.
-  Line lineAt(size_t at) const {
-    const auto* before = static_cast<const uint8_t*>(memrchr(text_, terminator_, at));
-    const size_t start = before ? static_cast<size_t>(before - text_) + 1 : 0;
-    const auto* after = static_cast<const uint8_t*>(std::memchr(text_ + at, terminator_, length_ - at));
+  // `to`, or less so that the data does not end inside a character (never
+  // below `floor`).
+  static size_t withoutPartialCharacter(const uint8_t* data, size_t floor, size_t to) {
+    size_t lead = to;
+    size_t continuations = 0;
+    while (lead > floor && continuations < 3 && isContinuation(data[lead - 1])) --lead, ++continuations;
+    if (lead == floor || data[lead - 1] < 0xC0) return to;
+    const uint8_t b = data[lead - 1];
+    const size_t need = b >= 0xF0 ? 4 : b >= 0xE0 ? 3 : 2;
+    return continuations + 1 < need ? lead - 1 : to;
+  }
+
+  // A position in the (original) window data as one in text_.
+  size_t toText(size_t original) const {
+    if (!repaired_) return original;
+    const auto& invalid = map_.invalidOffsets;
+    const auto before = std::lower_bound(invalid.begin(), invalid.end(), static_cast<int64_t>(original));
+    return original + 2 * static_cast<size_t>(before - invalid.begin());
+  }
+
+  // The line starting at `start` of text_.
+  Line lineFrom(size_t start) const {
+    const auto* after = static_cast<const uint8_t*>(std::memchr(text_ + start, terminator_, length_ - start));
     const size_t end = after ? static_cast<size_t>(after - text_) : length_;
     size_t contentEnd = end;
     if (terminator_ == '\n' && after && contentEnd > start && text_[contentEnd - 1] == '\r') --contentEnd;
     return {start, contentEnd, end};
   }
 
-  void listAllLines() {
-    size_t pos = 0;
-    while (pos < length_) {
-      const Line line = lineAt(pos);
-      lines_.push_back(line);
-      pos = line.end + 1;
-    }
-  }
-
-  // Lets vectorscan name the candidate lines (into lines_); false when it
-  // could not scan. It knows only LF as a line break, so when the text has
-  // CRs it scans a copy with every line-ending CR turned into an LF; PCRE2
-  // never sees those bytes (no subject includes a line's break).
-  bool prefilter(bool repaired) {
-    const uint8_t* scanned = text_;
-    if (std::memchr(text_, '\r', length_) != nullptr) {
-      if (!repaired) work_.assign(reinterpret_cast<const char*>(text_), length_);
-      for (size_t i = 0; i < work_.size(); ++i) {
-        if (work_[i] != '\r') continue;
-        if (terminator_ == '\r' || (i + 1 < work_.size() && work_[i + 1] == '\n')) work_[i] = '\n';
+  // The first required byte at or after `from`, or kNone.
+  size_t findRequired(size_t from) {
+    const RequiredBytes& required = *matcher_.required();
+    size_t best = kNone;
+    for (int i = 0; i < required.count; ++i) {
+      size_t& next = nextRequired_[i];
+      if (next == kNone - 1 || (next != kNone && next < from)) {
+        const auto* hit =
+            static_cast<const uint8_t*>(std::memchr(text_ + from, required.bytes[i], length_ - from));
+        next = hit ? static_cast<size_t>(hit - text_) : kNone;
       }
-      scanned = reinterpret_cast<const uint8_t*>(work_.data());
-      // The repaired text is the one PCRE2 reads: keep an unmodified copy.
-      if (repaired) {
-        original_.assign(reinterpret_cast<const char*>(text_), length_);
-        text_ = reinterpret_cast<const uint8_t*>(original_.data());
-      }
+      best = std::min(best, next);
     }
-    unordered_ = false;
-    if (hs_scan(matcher_.database(), reinterpret_cast<const char*>(scanned), static_cast<unsigned>(length_),
-                0, scratch_, &RegexScanner::onPrefilterMatch, this) != HS_SUCCESS) {
-      lines_.clear();
-      return false;
-    }
-    if (unordered_) {
-      std::ranges::sort(lines_, {}, &Line::start);
-      const auto [first, last] = std::ranges::unique(lines_, {}, &Line::start);
-      lines_.erase(first, last);
-    }
-    return true;
+    return best;
   }
 
-  static int onPrefilterMatch(unsigned /*id*/, unsigned long long /*from*/, unsigned long long to,
-                              unsigned /*flags*/, void* context) {
-    auto& self = *static_cast<RegexScanner*>(context);
-    if (to == 0) return 0;
-    const auto last = static_cast<size_t>(to - 1);  // a byte of the match
-    if (!self.lines_.empty()) {
-      const Line& previous = self.lines_.back();
-      if (last >= previous.start && last <= previous.end) return 0;  // already a candidate
-      if (last < previous.start) self.unordered_ = true;             // engines may report out of order
-    }
-    self.lines_.push_back(self.lineAt(last));
-    return 0;
-  }
-
-  // Every match in one line; false when the collector says stop.
-  bool matchLine(const uint8_t* text, const Line& line, MatchCollector& collector, size_t windowBegin,
-                 bool repaired) {
-    const auto* subject = reinterpret_cast<PCRE2_SPTR>(text + line.start);
+  // Every match in one line that starts in the window's range; false when
+  // the collector says stop or a match lies past the range (so do the rest).
+  bool matchLine(const Line& line, MatchCollector& collector) {
+    const auto* subject = reinterpret_cast<PCRE2_SPTR>(text_ + line.start);
     const size_t length = line.contentEnd - line.start;
-    size_t offset = 0;
-    uint32_t options = 0;
+    if (length < matcher_.minLength()) return true;
+    size_t offset = begin_ > line.start ? begin_ - line.start : 0;
+    while (offset < length && isContinuation(subject[offset])) ++offset;  // a piece may begin mid-character
+    uint32_t base = PCRE2_NO_UTF_CHECK;
+    if (line.start == 0 && cutBefore_) base |= PCRE2_NOTBOL;
+    if (line.end == length_ && cutAfter_) base |= PCRE2_NOTEOL;
+    uint32_t retry = 0;
     while (offset <= length) {
-      const int rc = pcre2_match(matcher_.code(), subject, length, offset, options | PCRE2_NO_UTF_CHECK,
-                                 matchData_, context_);
+      const int rc =
+          pcre2_match(matcher_.code(), subject, length, offset, base | retry, matchData_, context_);
       if (rc < 0) {
-        if (rc != PCRE2_ERROR_NOMATCH || options == 0) return true;  // no (more) match, or the engine gave up
+        if (rc != PCRE2_ERROR_NOMATCH || retry == 0) return true;  // no (more) match, or the engine gave up
         // After an empty match: no non-empty one here either, so step one character on.
-        options = 0;
+        retry = 0;
         ++offset;
-        while (offset < length && (subject[offset] & 0xC0) == 0x80) ++offset;
+        while (offset < length && isContinuation(subject[offset])) ++offset;
         continue;
       }
       const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(matchData_);
       const size_t start = ovector[0], end = ovector[1];
       if (start > end) return true;  // \K in a look-ahead can do this; nothing sensible to report
-      size_t from = line.start + start, to = line.start + end;
-      if (repaired) {
-        const auto mapped = map_.mapMatch(static_cast<int64_t>(from), static_cast<int64_t>(to));
-        from = static_cast<size_t>(mapped.first), to = static_cast<size_t>(mapped.second);
+      size_t matchFrom = line.start + start, matchTo = line.start + end;
+      if (repaired_) {
+        const auto mapped = map_.mapMatch(static_cast<int64_t>(matchFrom), static_cast<int64_t>(matchTo));
+        matchFrom = static_cast<size_t>(mapped.first), matchTo = static_cast<size_t>(mapped.second);
       }
-      if (!collector.add(windowBegin + from, to - from)) return false;
+      matchFrom += from_, matchTo += from_;
+      if (!belongsHere(matchFrom)) return false;
+      if (!collector.add(matchFrom, matchTo - matchFrom)) return false;
       offset = end;
-      options = start == end ? PCRE2_NOTEMPTY_ATSTART | PCRE2_ANCHORED : 0;
+      retry = start == end ? PCRE2_NOTEMPTY_ATSTART | PCRE2_ANCHORED : 0;
     }
     return true;
+  }
+
+  // A match starting at window position `at` is this window's when it
+  // starts before `end` (else the next window, which begins there or after
+  // a match that crossed the cut, reports it), or when it is the empty match
+  // at the document's end, where no window begins.
+  bool belongsHere(size_t at) const {
+    const ScanWindow& w = *window_;
+    return at < w.end || (at == w.size && w.dataEndsDocument);
   }
 
   const RegexMatcher& matcher_;
   pcre2_match_data* matchData_ = nullptr;
   pcre2_jit_stack* jitStack_ = nullptr;
   pcre2_match_context* context_ = nullptr;
-  hs_scratch_t* scratch_ = nullptr;
-  const uint8_t* text_ = nullptr;  // what PCRE2 reads: the window's text, or its repair
+  const ScanWindow* window_ = nullptr;
+  const uint8_t* text_ = nullptr;  // what PCRE2 reads: the window's lines, or their repair
   size_t length_ = 0;
+  size_t from_ = 0;   // window position of text_[0] (of the original bytes when repaired)
+  size_t begin_ = 0;  // the window's begin in text_
+  bool repaired_ = false;
+  bool cutBefore_ = false;  // the first subject begins inside a line
+  bool cutAfter_ = false;   // the last subject ends inside a line
   uint8_t terminator_ = '\n';
-  std::vector<Line> lines_;  // the lines PCRE2 runs on, in order
-  bool unordered_ = false;
-  std::string work_;      // the repaired text, or the prefilter's copy
-  std::string original_;  // the repaired text, when work_ became the prefilter's copy
+  size_t nextRequired_[2] = {0, 0};  // per required byte: its next position, kNone, or kNone - 1 (not yet)
+  std::string work_;                 // the repaired text
   RepairedOffsetMap map_;
 };
 
 std::unique_ptr<WindowScanner> RegexMatcher::makeScanner() const {
   return std::make_unique<RegexScanner>(*this);
-}
-
-// The vectorscan prefilter for a pattern, or null when it cannot have one.
-hs_database_t* compilePrefilter(const std::string& pattern, bool caseSensitive) {
-  if (pattern.find('\0') != std::string::npos || anchorsToSubject(pattern)) return nullptr;
-  unsigned flags = HS_FLAG_PREFILTER | HS_FLAG_UTF8 | HS_FLAG_UCP | HS_FLAG_MULTILINE;
-  if (!caseSensitive) flags |= HS_FLAG_CASELESS;
-  hs_database_t* database = nullptr;
-  hs_compile_error_t* error = nullptr;
-  if (hs_compile(pattern.c_str(), flags, HS_MODE_BLOCK, nullptr, &database, &error) != HS_SUCCESS) {
-    hs_free_compile_error(error);
-    return nullptr;
-  }
-  return database;
 }
 
 }  // namespace
@@ -258,20 +295,16 @@ std::expected<std::shared_ptr<const Matcher>, std::string> compileRegexMatcher(s
   // Without JIT (an unsupported processor) the interpreter still works.
   pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
 
-  hs_database_t* database =
-      options.prefilter ? compilePrefilter(std::string(pattern), options.caseSensitive) : nullptr;
-  hs_scratch_t* scratch = nullptr;
-  if (database != nullptr && hs_alloc_scratch(database, &scratch) != HS_SUCCESS) {
-    hs_free_database(database);
-    database = nullptr;
-    scratch = nullptr;
-  }
-  return std::make_shared<const RegexMatcher>(code, database, scratch);
+  uint32_t minLength = 0, lookBehind = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_MINLENGTH, &minLength);
+  pcre2_pattern_info(code, PCRE2_INFO_MAXLOOKBEHIND, &lookBehind);
+  auto required = options.prefilter ? requiredBytes(code, pattern, options.caseSensitive) : std::nullopt;
+  return std::make_shared<const RegexMatcher>(code, required, minLength, lookBehind);
 }
 
 bool usesPrefilter(const Matcher& matcher) {
   const auto* regex = dynamic_cast<const RegexMatcher*>(&matcher);
-  return regex != nullptr && regex->database() != nullptr;
+  return regex != nullptr && regex->required().has_value();
 }
 
 }  // namespace quorin::search

@@ -11,8 +11,8 @@ namespace quorin::search {
 
 struct RegexOptions {
   bool caseSensitive = true;
-  // Let vectorscan find the candidate lines first (the regex then runs only
-  // on those). Off only to compare results with and without it.
+  // Skip lines that lack a byte every match must hold (PCRE2's analysis of
+  // the pattern). Off only to compare results with and without it.
   bool prefilter = true;
 };
 
@@ -21,20 +21,21 @@ struct RegexOptions {
 // so "^" and "$" are the line's start and end and no match runs into the
 // next line.
 //
-// Searching is two-stage. vectorscan, compiled in prefilter mode (which
-// widens what it cannot do exactly: back-references, look-around), scans a
-// whole window at memory speed and names the lines that may match; PCRE2
-// (JIT-compiled) runs only on those and decides the exact matches. A pattern
-// vectorscan cannot take even so, or one anchored to the subject (\A, \z,
-// \Z, \G), goes to PCRE2 line by line. Text that is not valid UTF-8 is
-// repaired first (RepairedOffsetMap); offsets always name the document's
-// own bytes.
+// PCRE2 (JIT-compiled) runs on every line, or, when the pattern has a byte
+// that every match contains, only on the lines holding it (found with
+// memchr). Text that is not valid UTF-8 is repaired first
+// (RepairedOffsetMap); offsets always name the document's own bytes.
+//
+// A window that is a piece of a very long line is matched with the bytes
+// before it as look-behind context and the bytes after `end` as the rest of
+// the line, so a match may cross the cut; such pieces are not line starts
+// or ends for "^" and "$".
 //
 // Compiling fails with PCRE2's own message for an invalid pattern.
 std::expected<std::shared_ptr<const Matcher>, std::string> compileRegexMatcher(std::string_view pattern,
                                                                                RegexOptions options);
 
-// Whether a compiled matcher uses the prefilter (for tests and benchmarks).
+// Whether a compiled matcher skips lines by a required byte (for tests).
 bool usesPrefilter(const Matcher& matcher);
 
 }  // namespace quorin::search

@@ -23,8 +23,7 @@ constexpr uint64_t kProgressIntervalNs = 50'000'000;
 struct SearchRun {
   SearchRun(const storage::PieceTableSnapshot& text, const storage::LineIndexSnapshot& lines,
             const SearchCancellation& cancellation, const SearchHooks& hooks, const SearchLimits& limits,
-            const Matcher& matcher, uint8_t terminator, uint64_t deadlineNs, int64_t cap,
-            int64_t reserveLimit)
+            const Matcher& matcher, uint8_t terminator, uint64_t deadlineNs, int64_t cap, size_t chunks)
       : text(text),
         lines(lines),
         cancellation(cancellation),
@@ -33,9 +32,8 @@ struct SearchRun {
         matcher(matcher),
         terminator(terminator),
         deadlineNs(deadlineNs),
-        budget(cap),
-        progress(lines.lineCount()),
-        reserveLimit(reserveLimit) {}
+        ledger(cap, chunks),
+        progress(lines.lineCount()) {}
 
   const storage::PieceTableSnapshot& text;
   const storage::LineIndexSnapshot& lines;
@@ -45,10 +43,9 @@ struct SearchRun {
   const Matcher& matcher;
   uint8_t terminator;
   uint64_t deadlineNs;
-  MatchBudget budget;
+  CapLedger ledger;
   ProgressTracker progress;
   AtomicFlag timedOut;
-  int64_t reserveLimit;
   std::mutex reportLock;      // throttles progress reports
   uint64_t lastReportNs = 0;  // guarded by reportLock
 
@@ -106,6 +103,7 @@ class ChunkCollector final : public MatchCollector {
     ++windowMatches_;
     if (++sinceCheck_ < kMatchesPerCheck) return true;
     sinceCheck_ = 0;
+    sink_.publish();
     return !run_.shouldStop();
   }
 
@@ -166,6 +164,17 @@ int64_t nextLineStart(const storage::PieceTableSnapshot& text, int64_t offset, i
   return limit;
 }
 
+// Reads [start, end) of the text into buffer[at…], resizing it to fit.
+void readInto(const storage::PieceTableSnapshot& text, int64_t start, int64_t end, base::ReadBuffer& buffer,
+              size_t at) {
+  buffer.resize(at + static_cast<size_t>(end - start));
+  const int64_t got = text.copyBytes({start, end}, buffer.data() + at);
+  if (got < end - start) {  // the file lost bytes under us: search what is there
+    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(at) + std::max<int64_t>(got, 0), buffer.end(),
+              uint8_t{0});
+  }
+}
+
 struct ChunkOutcome {
   ChunkBuffer::Slot slot;
   bool finished = false;  // scanned to its end (not stopped)
@@ -174,7 +183,7 @@ struct ChunkOutcome {
 // Scans [chunk.start, chunk.end) window by window. With `cutAtLines` windows
 // end after a line break (pieces of a line only when one line is longer than
 // the largest window); without, they are fixed blocks (the serial scan).
-ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t windowBytes) {
+ChunkOutcome scanChunk(SearchRun& run, size_t chunkIndex, Chunk chunk, bool cutAtLines, int64_t windowBytes) {
   ChunkOutcome outcome;
   base::ReadBuffer buffer;
   const int64_t total = run.text.totalLength();
@@ -185,11 +194,16 @@ ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t win
     return outcome;
   }
 
-  MatchSink sink(run.budget, run.reserveLimit);
+  MatchSink sink(run.ledger, chunkIndex);
   ChunkCollector collector(run, sink, chunk.firstLine, chunk.start);
   const auto scanner = run.matcher.makeScanner();
   const auto before = static_cast<int64_t>(run.matcher.contextBefore());
-  const auto after = static_cast<int64_t>(run.matcher.overlapAfter());
+  // Bytes read past a cut: a literal's longest match; for a regex, whose
+  // matches have no longest length, the pieces of a very long line overlap
+  // by the limit's bound, and windows of whole lines need none.
+  const bool unbounded = run.matcher.overlapAfter() == kUnboundedMatchLength;
+  const int64_t after = unbounded ? 0 : static_cast<int64_t>(run.matcher.overlapAfter());
+  const int64_t pieceAfter = unbounded ? std::max<int64_t>(run.limits.pieceOverlapBytes, 4) : after;
   const int64_t maxWindow = std::max(run.limits.maxWindowBytes, windowBytes);
 
   int64_t pos = chunk.start;
@@ -204,15 +218,11 @@ ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t win
     int64_t want = windowBytes;
     int64_t windowEnd = 0;
     bool atLineStart = false;
-    int64_t got = 0;
+    int64_t readEnd = 0;
     for (;;) {
       const int64_t cut = std::min(pos + want, chunk.end);
-      const int64_t readEnd = std::min(cut + after, total);
-      buffer.resize(static_cast<size_t>(readEnd - dataStart));
-      got = run.text.copyBytes({dataStart, readEnd}, buffer.data());
-      if (got < readEnd - dataStart) {  // the file lost bytes under us: search what is there
-        std::fill(buffer.begin() + std::max<int64_t>(got, 0), buffer.end(), uint8_t{0});
-      }
+      readEnd = std::min(cut + after, total);
+      readInto(run.text, dataStart, readEnd, buffer, 0);
       windowEnd = cut;
       atLineStart = cut == chunk.end;
       if (!cutAtLines || cut == chunk.end) break;
@@ -227,6 +237,11 @@ ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t win
       if (want >= maxWindow) break;  // one very long line: search it in pieces
       want = std::min(want * 4, maxWindow);
     }
+    if (!atLineStart && pieceAfter > after && readEnd < total) {
+      const int64_t pieceEnd = std::min(windowEnd + pieceAfter, total);
+      readInto(run.text, readEnd, pieceEnd, buffer, static_cast<size_t>(readEnd - dataStart));
+      readEnd = pieceEnd;
+    }
 
     ScanWindow window;
     window.data = buffer.data();
@@ -234,6 +249,8 @@ ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t win
     window.begin = static_cast<size_t>(std::max(pos, resume) - dataStart);
     window.end = static_cast<size_t>(windowEnd - dataStart);
     window.terminator = run.terminator;
+    window.dataStartsDocument = dataStart == 0;
+    window.dataEndsDocument = readEnd == total;
     const int64_t lineBefore = collector.line();
     collector.beginWindow(window, dataStart, static_cast<size_t>(pos - dataStart));
     // Scanners may fold the buffer in place, so the line cursor is brought to
@@ -251,14 +268,14 @@ ChunkOutcome scanChunk(SearchRun& run, Chunk chunk, bool cutAtLines, int64_t win
     // A match that crossed the cut moves the next start past it.
     resume = std::max(windowEnd, collector.lastMatchEnd());
     run.addProgress(collector.line() - lineBefore, collector.windowMatches());
+    sink.publish();
     pos = windowEnd;
     if (stopped) break;
   }
-  sink.finish();
+  sink.publish();
   outcome.finished = !stopped;
   outcome.slot.found = sink.found();
   outcome.slot.linesSeen = collector.line() - chunk.firstLine;
-  outcome.slot.reserve = sink.reserve();
   outcome.slot.matches = std::move(sink.matches());
   return outcome;
 }
@@ -383,23 +400,20 @@ SearchResult SearchEngine::search(int64_t cap, const SearchOptions& options,
   const double budget = limits_.timeBudgetSeconds.value_or(searchBudgetSeconds(text.totalLength()));
   const auto budgetNs = static_cast<uint64_t>(std::max(budget, 0.0) * 1e9);
   const uint8_t terminator = text::lineTerminator(text.originalBuffer().lineEnding());
-  // Every batch that can be outstanding at once: one per thread running chunks.
-  const auto reserveLimit = static_cast<int64_t>(pool_->threadCount() + 1) * MatchBudget::kBatch;
-  SearchRun run(text, lines, cancellation, hooks, limits_, *prep.matcher, terminator, startNs + budgetNs, cap,
-                reserveLimit);
-
   std::vector<Chunk> chunks;
   if (prep.serial) {
     chunks.push_back({0, text.totalLength(), 0, false, false, false});
   } else {
     chunks = planChunks(text, lines, limits_, workers);
   }
+  SearchRun run(text, lines, cancellation, hooks, limits_, *prep.matcher, terminator, startNs + budgetNs, cap,
+                chunks.size());
   ChunkBuffer buffer(chunks.size());
   std::vector<char> finished(chunks.size(), 0);
   const auto body = [&](size_t index) {
     ChunkOutcome outcome =
-        prep.serial ? scanChunk(run, chunks[index], false, std::max<int64_t>(limits_.blockBytes, 1))
-                    : scanChunk(run, chunks[index], true, std::max<int64_t>(limits_.windowBytes, 1));
+        prep.serial ? scanChunk(run, index, chunks[index], false, std::max<int64_t>(limits_.blockBytes, 1))
+                    : scanChunk(run, index, chunks[index], true, std::max<int64_t>(limits_.windowBytes, 1));
     finished[index] = outcome.finished;
     buffer.put(index, std::move(outcome.slot));
   };
@@ -409,10 +423,10 @@ SearchResult SearchEngine::search(int64_t cap, const SearchOptions& options,
     pool_->parallelFor(chunks.size(), body);
   }
 
-  // Merge in chunk order: line numbers of chunks past the index are counted
-  // from the chunk before; reserve matches fill what the budget got back.
+  // Merge in chunk order, up to the cap: line numbers of chunks past the
+  // index are counted from the chunk before.
   auto slots = buffer.take();
-  int64_t refill = run.budget.remaining();
+  const auto room = static_cast<size_t>(std::max<int64_t>(cap, 0));
   int64_t lineBase = 0;  // the first line of the next chunk past the index
   bool linesKnown = true;
   for (size_t i = 0; i < slots.size(); ++i) {
@@ -427,16 +441,10 @@ SearchResult SearchEngine::search(int64_t cap, const SearchOptions& options,
       lineBase += slot.linesSeen;
       for (SearchMatch& match : slot.matches) match.line += first;
     }
-    size_t nextReserve = 0;
-    for (size_t m = 0; m < slot.matches.size(); ++m) {
-      const bool reserved = nextReserve < slot.reserve.size() && slot.reserve[nextReserve] == m;
-      if (reserved) {
-        ++nextReserve;
-        if (refill == 0) continue;
-        --refill;
-      }
-      // A stopped chunk before this one leaves its line numbers unknown.
-      if (linesKnown || chunks[i].indexed) result.matches.push_back(slot.matches[m]);
+    // A stopped chunk before this one leaves its line numbers unknown.
+    for (const SearchMatch& match : slot.matches) {
+      if (result.matches.size() == room) break;
+      if (linesKnown || chunks[i].indexed) result.matches.push_back(match);
     }
     if (!finished[i] && !chunks[i].indexed) linesKnown = false;
   }

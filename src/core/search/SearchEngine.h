@@ -22,9 +22,10 @@ struct SearchLimits {
   int64_t minLinesPerChunk = 1000;         // chunks are about 4 per worker, never smaller than this
   int64_t windowBytes = 1 << 20;           // text read at a time inside a chunk (whole lines)
   int64_t maxWindowBytes = 64 << 20;       // a line longer than this is searched in pieces
+  int64_t pieceOverlapBytes = 1 << 20;     // how far a regex match may run past a piece's cut
   int64_t blockBytes = 4 << 20;            // blocks of the serial scan for queries with a line break
   int64_t unindexedChunkBytes = 32 << 20;  // chunks past the end of an unfinished line index
-  bool regexPrefilter = true;              // vectorscan before PCRE2
+  bool regexPrefilter = true;              // PCRE2 only on lines with a byte every match holds
   // Overrides the time budget that grows with the document (the bounded
   // find-next scan, tests of the time-out).
   std::optional<double> timeBudgetSeconds;
@@ -50,8 +51,8 @@ struct SearchHooks {
 // into chunks (about four per worker) run as one parallel loop, each chunk
 // read window by window into a reused buffer; a match never crosses a line
 // break. A plain query with a line break is searched serially in 4 MiB
-// blocks that overlap by the needle's length. Matches past `cap` are counted,
-// not stored. Cancellation and the deadline (10 s per 100 MiB, at least
+// blocks that overlap by the needle's length. The first `cap` matches in
+// document order are stored, the rest only counted. Cancellation and the deadline (10 s per 100 MiB, at least
 // 10 s) are checked every 4,096 matches and every window, never per byte.
 //
 // When the line index is still being built, the lines it knows are chunked

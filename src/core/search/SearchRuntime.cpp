@@ -16,51 +16,26 @@ SearchProgress ProgressTracker::snapshot() const {
   return {linesScanned_, std::max(totalLines_, linesScanned_), matchesSoFar_};
 }
 
-int64_t MatchBudget::take() {
+void CapLedger::publish(size_t chunk, int64_t found) {
   std::lock_guard guard(lock_);
-  const int64_t grant = remaining_ > kBatchThreshold ? kBatch : std::min<int64_t>(remaining_, 1);
-  remaining_ -= grant;
-  return grant;
+  if (chunk < found_.size()) found_[chunk] = found;
 }
 
-void MatchBudget::giveBack(int64_t unused) {
+int64_t CapLedger::room(size_t chunk) const {
   std::lock_guard guard(lock_);
-  remaining_ += unused;
+  int64_t room = cap_;
+  for (size_t i = 0; i < chunk && i < found_.size() && room > 0; ++i) room -= found_[i];
+  return std::max<int64_t>(room, 0);
 }
 
-void MatchBudget::addOverflow(int64_t count) {
-  std::lock_guard guard(lock_);
-  overflow_ += count;
-}
-
-int64_t MatchBudget::remaining() const {
-  std::lock_guard guard(lock_);
-  return remaining_;
-}
-
-int64_t MatchBudget::overflow() const {
-  std::lock_guard guard(lock_);
-  return overflow_;
-}
-
-void MatchSink::add(const SearchMatch& match) {
-  ++found_;
-  if (allowance_ == 0) allowance_ = budget_.take();
-  if (allowance_ > 0) {
-    --allowance_;
-    matches_.push_back(match);
-  } else if (static_cast<int64_t>(reserve_.size()) < reserveLimit_) {
-    reserve_.push_back(matches_.size());
-    matches_.push_back(match);
-  } else {
-    ++overflow_;
+void MatchSink::publish() {
+  ledger_.publish(chunk_, found_);
+  room_ = ledger_.room(chunk_);
+  if (room_ == 0) {
+    std::vector<SearchMatch>().swap(matches_);  // past the cap's reach: give the memory back
+  } else if (static_cast<int64_t>(matches_.size()) > room_) {
+    matches_.resize(static_cast<size_t>(room_));
   }
-}
-
-void MatchSink::finish() {
-  if (allowance_ > 0) budget_.giveBack(allowance_);
-  allowance_ = 0;
-  if (overflow_ > 0) budget_.addOverflow(overflow_);
 }
 
 void ChunkBuffer::put(size_t chunk, Slot slot) {

@@ -71,61 +71,48 @@ class ProgressTracker {
   int64_t matchesSoFar_ = 0;  // guarded by lock_
 };
 
-// How many matches a search may still store. Sinks take allowances in
-// batches of 4,096 while far from the cap and one at a time near it, so the
-// lock is rare in the hot loop and the stored count can land on the cap.
-class MatchBudget {
+// Keeps the stored matches of a search to the first `cap` in document
+// order, whichever order the chunks run in. Each chunk publishes how many
+// matches it has found so far; a chunk's room is the cap less what the
+// chunks before it have found. That only shrinks as they go on, so a chunk
+// may store up to the room it last saw and drop the surplus when it looks
+// again; one past the cap's reach stops storing and only counts.
+class CapLedger {
  public:
-  static constexpr int64_t kBatch = 4096;
-  static constexpr int64_t kBatchThreshold = 262'144;  // batches only while more than this remains
-
-  explicit MatchBudget(int64_t cap) : remaining_(cap < 0 ? 0 : cap) {}
-  // Hands out an allowance: kBatch, 1, or 0 when nothing remains.
-  int64_t take();
-  // Gives back what a finished sink did not use.
-  void giveBack(int64_t unused);
-  void addOverflow(int64_t count);
-  int64_t remaining() const;
-  int64_t overflow() const;
+  CapLedger(int64_t cap, size_t chunks) : cap_(cap < 0 ? 0 : cap), found_(chunks, 0) {}
+  void publish(size_t chunk, int64_t found);
+  // max(cap - matches found so far by the chunks before `chunk`, 0).
+  int64_t room(size_t chunk) const;
 
  private:
   mutable std::mutex lock_;
-  int64_t remaining_;     // guarded by lock_
-  int64_t overflow_ = 0;  // guarded by lock_
+  const int64_t cap_;
+  std::vector<int64_t> found_;  // guarded by lock_
 };
 
-// The matches of one chunk. Not thread-safe: one worker owns it.
-//
-// A sink that took a batch may finish its chunk without using all of it,
-// after another sink already found the budget empty; the returned rest would
-// then be lost and fewer than the cap stored. So a sink that finds the
-// budget empty keeps its next few matches as "reserve" (at most
-// `reserveLimit`, which covers every batch that can be outstanding at once),
-// and the merge promotes reserve matches, in document order, into whatever
-// allowance came back. Everything else past the cap is only counted.
+// The matches of one chunk: all counted, the first ones stored while the
+// ledger leaves room. Not thread-safe: one worker owns it.
 class MatchSink {
  public:
-  MatchSink(MatchBudget& budget, int64_t reserveLimit) : budget_(budget), reserveLimit_(reserveLimit) {}
+  MatchSink(CapLedger& ledger, size_t chunk) : ledger_(ledger), chunk_(chunk), room_(ledger.room(chunk)) {}
   MatchSink(const MatchSink&) = delete;
   MatchSink& operator=(const MatchSink&) = delete;
 
-  void add(const SearchMatch& match);
-  // Returns the unused allowance to the budget and the overflow to its count.
-  void finish();
+  void add(const SearchMatch& match) {
+    ++found_;
+    if (static_cast<int64_t>(matches_.size()) < room_) matches_.push_back(match);
+  }
+  // Tells the ledger what was found so far and drops what no longer fits.
+  void publish();
 
   int64_t found() const { return found_; }
   std::vector<SearchMatch>& matches() { return matches_; }
-  // Indices into matches() of the reserve matches, ascending.
-  const std::vector<size_t>& reserve() const { return reserve_; }
-  int64_t overflow() const { return overflow_; }
 
  private:
-  MatchBudget& budget_;
-  const int64_t reserveLimit_;
+  CapLedger& ledger_;
+  const size_t chunk_;
   std::vector<SearchMatch> matches_;
-  std::vector<size_t> reserve_;
-  int64_t allowance_ = 0;
-  int64_t overflow_ = 0;  // counted, not stored (reserve matches excluded)
+  int64_t room_;
   int64_t found_ = 0;
 };
 
@@ -136,9 +123,8 @@ class ChunkBuffer {
  public:
   struct Slot {
     std::vector<SearchMatch> matches;
-    std::vector<size_t> reserve;  // indices of reserve matches, see MatchSink
-    int64_t found = 0;            // stored, reserve and overflow
-    int64_t linesSeen = 0;        // line breaks in the chunk (for chunks past the line index)
+    int64_t found = 0;      // stored or not
+    int64_t linesSeen = 0;  // line breaks in the chunk (for chunks past the line index)
   };
 
   explicit ChunkBuffer(size_t chunks) : slots_(chunks) {}

@@ -189,6 +189,11 @@ TEST(LineKeysTest, NormalisationRules) {
   EXPECT_EQ(lineKey("a \t b", blanks), lineKey("a b", exact));
   EXPECT_NE(lineKey("a b", blanks), lineKey("ab", blanks));  // a run still counts as one space
   EXPECT_EQ(lineKey(" \t \r\n", blanks), kFnvOffsetBasis);
+  // Only trailing line-break bytes drop out: a CR inside the line counts.
+  EXPECT_NE(lineKey("a \r b", blanks), lineKey("a b", blanks));
+  EXPECT_NE(lineKey("\ra", blanks), lineKey("a", blanks));
+  EXPECT_EQ(lineKey("a \r\t b", blanks), lineKey(" a \r b \r\n", blanks));
+  EXPECT_EQ(lineKey("a\t\r \r\n", blanks), lineKey("a", exact));
   EXPECT_EQ(lineKey("", blanks), kFnvOffsetBasis);
 
   EXPECT_EQ(lineKey("ABC", caseless), lineKey("abc", caseless));

@@ -19,7 +19,10 @@ TimeTarget time(std::optional<int> year, std::optional<int> month, std::optional
 TEST(GoToTargetTest, ParsesLinesPercentagesBytesAndRecords) {
   EXPECT_EQ(parse("  42  "), GoToTarget(LineTarget{42}));
   EXPECT_EQ(parse("0").error(), failure(Kind::targetInvalid, "Line numbers start at 1"));
-  EXPECT_EQ(parse("99999999999999999999999"), GoToTarget(LineTarget{INT64_MAX}));
+  // A number that does not fit in 64 bits is refused, not read as another one.
+  EXPECT_EQ(parse("9223372036854775807"), GoToTarget(LineTarget{INT64_MAX}));
+  EXPECT_EQ(parse("9223372036854775808").error().kind, Kind::notRecognized);
+  EXPECT_EQ(parse("99999999999999999999").error().message(), std::string(kNotRecognizedMessage));
 
   EXPECT_EQ(parse("50%"), GoToTarget(PercentTarget{50}));
   EXPECT_EQ(parse("50 %"), GoToTarget(PercentTarget{50}));
@@ -29,12 +32,12 @@ TEST(GoToTargetTest, ParsesLinesPercentagesBytesAndRecords) {
         << bad;
 
   EXPECT_EQ(parse("B1234"), GoToTarget(ByteTarget{1234}));
-  for (const char* bad : {"b", "b-1", "b1.5", "bx"})
+  for (const char* bad : {"b", "b-1", "b1.5", "bx", "b99999999999999999999"})
     EXPECT_EQ(parse(bad).error(), failure(Kind::targetInvalid, "Byte offset needs a whole number: b1234"))
         << bad;
 
   EXPECT_EQ(parse("r1"), GoToTarget(RecordTarget{1}));
-  for (const char* bad : {"r0", "r", "r-3", "row"})
+  for (const char* bad : {"r0", "r", "r-3", "row", "r9223372036854775808"})
     EXPECT_EQ(parse(bad).error(), failure(Kind::targetInvalid, "Record needs a whole number from 1: r1234"))
         << bad;
 

@@ -36,6 +36,8 @@ TEST(FindNextTest, StepsOntoTheSameMatchesAsTheWholeDocumentSearch) {
       {.query = "^a+", .regex = true},
       {.query = "\\bx1\\b|b$", .regex = true},
       {.query = "b*", .regex = true},  // empty matches too
+      {.query = "^$", .regex = true},
+      {.query = "(?<=b)a|a\\b", .regex = true},
       {.query = "É", .caseSensitive = false},
       {.query = "b\\na", .escapes = true},
   };
@@ -45,7 +47,7 @@ TEST(FindNextTest, StepsOntoTheSameMatchesAsTheWholeDocumentSearch) {
     const SearchDoc doc(text);
     FindNextLimits limits;
     limits.windowBytes = 5 + static_cast<int64_t>(rng() % 20);
-    limits.regexPrefilter = round == 0;  // compiling the prefilter dominates the time of tiny scans
+    limits.regexPrefilter = round == 0;
     for (const SearchOptions& options : queries) {
       const std::vector<SearchMatch> all = doc.search(options).matches;
       for (int64_t from = 0; from <= static_cast<int64_t>(text.size()); ++from) {
@@ -63,6 +65,35 @@ TEST(FindNextTest, StepsOntoTheSameMatchesAsTheWholeDocumentSearch) {
       }
     }
   }
+}
+
+TEST(FindNextTest, StepsThroughEmptyLinesAndAcrossTheCutOfALongLine) {
+  const SearchDoc blanks("abc\n\nxx\n\n\nyy\n");
+  std::vector<int64_t> starts;
+  int64_t from = 0;
+  for (int step = 0; step < 4; ++step) {
+    const auto found = findIn(blanks, {{.query = "^$", .regex = true}, from, false, true});
+    ASSERT_TRUE(found.found());
+    starts.push_back(found.match->start);
+    from = found.match->start;
+  }
+  EXPECT_EQ(starts, (std::vector<int64_t>{4, 8, 9, 4}));
+
+  // Forward windows of this line are cut at 40 and 80, backward ones from
+  // 90 at 82, 74, … 42.
+  FindNextLimits limits;
+  limits.windowBytes = 8;
+  limits.lineReachBytes = 32;
+  const auto lineWithXY = [](int64_t at) {
+    std::string line(100, 'a');
+    line.replace(static_cast<size_t>(at), 2, "XY");
+    return line + "\n";
+  };
+  const SearchOptions xy{.query = "X[Y]", .regex = true};
+  EXPECT_EQ(findIn(SearchDoc(lineWithXY(39)), {xy, 0}, limits).match, (ByteRange{39, 41}));
+  EXPECT_EQ(findIn(SearchDoc(lineWithXY(41)), {xy, 90, true}, limits).match, (ByteRange{41, 43}));
+  EXPECT_EQ(findIn(SearchDoc(lineWithXY(0)), {{.query = "^a", .regex = true}, 1, false, false}, limits).match,
+            std::nullopt);
 }
 
 TEST(FindNextTest, LooksNoFurtherThanItsBudgetAndWrapsWithinIt) {
