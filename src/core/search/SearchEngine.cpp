@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "base/PageAligned.h"
 #include "dispatch/Clock.h"
 #include "search/ByteSearch.h"
@@ -49,8 +50,8 @@ struct SearchRun {
   ProgressTracker progress;
   AtomicFlag timedOut;
   int64_t reserveLimit;
-  std::mutex reportLock;      // throttles progress reports
-  uint64_t lastReportNs = 0;  // guarded by reportLock
+  base::Mutex reportLock;  // throttles progress reports
+  uint64_t lastReportNs GUARDED_BY(reportLock) = 0;
 
   bool shouldStop() {
     if (timedOut.value() || cancellation.isCancelled()) return true;
@@ -66,7 +67,7 @@ struct SearchRun {
     if (!hooks.onProgress) return;
     const uint64_t ns = dispatch::monotonicNanos();
     {
-      std::lock_guard guard(reportLock);
+      base::MutexLock guard(reportLock);
       if (ns - lastReportNs < kProgressIntervalNs) return;
       lastReportNs = ns;
     }

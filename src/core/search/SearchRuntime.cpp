@@ -5,41 +5,41 @@
 namespace quorin::search {
 
 SearchProgress ProgressTracker::add(int64_t lines, int64_t matches) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   linesScanned_ += lines;
   matchesSoFar_ += matches;
   return {linesScanned_, std::max(totalLines_, linesScanned_), matchesSoFar_};
 }
 
 SearchProgress ProgressTracker::snapshot() const {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   return {linesScanned_, std::max(totalLines_, linesScanned_), matchesSoFar_};
 }
 
 int64_t MatchBudget::take() {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   const int64_t grant = remaining_ > kBatchThreshold ? kBatch : std::min<int64_t>(remaining_, 1);
   remaining_ -= grant;
   return grant;
 }
 
 void MatchBudget::giveBack(int64_t unused) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   remaining_ += unused;
 }
 
 void MatchBudget::addOverflow(int64_t count) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   overflow_ += count;
 }
 
 int64_t MatchBudget::remaining() const {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   return remaining_;
 }
 
 int64_t MatchBudget::overflow() const {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   return overflow_;
 }
 
@@ -64,12 +64,12 @@ void MatchSink::finish() {
 }
 
 void ChunkBuffer::put(size_t chunk, Slot slot) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   if (chunk < slots_.size()) slots_[chunk] = std::move(slot);
 }
 
 std::vector<std::optional<ChunkBuffer::Slot>> ChunkBuffer::take() {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   return std::move(slots_);
 }
 
