@@ -121,7 +121,7 @@ class InMemoryLineIndex : public std::enable_shared_from_this<InMemoryLineIndex>
 
   mutable base::Mutex lock_;
   mutable base::ConditionVariable buildChanged_;
-  // The pointer; the store guards itself.
+  // The lock guards the pointer; the store has a lock of its own.
   std::shared_ptr<LineOffsetStorage> storage_ GUARDED_BY(lock_);
   std::string tierName_ GUARDED_BY(lock_);
   bool promotionDone_ GUARDED_BY(lock_) = false;  // promoted, or tried and failed
