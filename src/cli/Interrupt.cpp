@@ -6,16 +6,17 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <thread>
+
+#include "base/Mutex.h"
 
 namespace quorin::cli {
 namespace {
 
 struct Registry {
-  std::mutex mutex;
-  std::map<uint64_t, std::function<void()>> cancels;  // guarded by mutex
-  uint64_t nextId = 1;                                // guarded by mutex
+  base::Mutex mutex;
+  std::map<uint64_t, std::function<void()>> cancels GUARDED_BY(mutex);
+  uint64_t nextId GUARDED_BY(mutex) = 1;
 };
 
 Registry& registry() {
@@ -56,13 +57,13 @@ void requestInterrupt() {
   // returned, its cancel can no longer be running on an object that is gone.
   // They only set flags, so the lock is still held briefly.
   Registry& r = registry();
-  std::lock_guard guard(r.mutex);
+  base::MutexLock guard(r.mutex);
   for (auto& [id, cancel] : r.cancels) cancel();
 }
 
 InterruptGuard::InterruptGuard(std::function<void()> cancel) {
   Registry& r = registry();
-  std::lock_guard guard(r.mutex);
+  base::MutexLock guard(r.mutex);
   id_ = r.nextId++;
   if (interruptRequested()) cancel();
   r.cancels.emplace(id_, std::move(cancel));
@@ -70,7 +71,7 @@ InterruptGuard::InterruptGuard(std::function<void()> cancel) {
 
 InterruptGuard::~InterruptGuard() {
   Registry& r = registry();
-  std::lock_guard guard(r.mutex);
+  base::MutexLock guard(r.mutex);
   r.cancels.erase(id_);
 }
 

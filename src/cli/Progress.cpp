@@ -27,24 +27,32 @@ ProgressLine::ProgressLine(std::ostream& err, std::function<std::string()> statu
 ProgressLine::~ProgressLine() {
   if (!thread_.joinable()) return;
   {
-    std::lock_guard guard(mutex_);
+    base::MutexLock guard(mutex_);
     stopping_ = true;
   }
-  stop_.notify_all();
+  stop_.notifyAll();
   thread_.join();
 }
 
 void ProgressLine::run() {
-  std::unique_lock lock(mutex_);
-  if (stop_.wait_for(lock, kFirstShowing, [this] { return stopping_; })) return;
+  base::MutexLock lock(mutex_);
+  if (waitForStop(kFirstShowing)) return;
   bool shown = false;
   do {
     lock.unlock();
     err_ << kEraseLine << "quorin-cli: " << status_() << std::flush;
     shown = true;
     lock.lock();
-  } while (!stop_.wait_for(lock, kInterval, [this] { return stopping_; }));
+  } while (!waitForStop(kInterval));
   if (shown) err_ << kEraseLine << std::flush;
+}
+
+bool ProgressLine::waitForStop(std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!stopping_) {
+    if (!stop_.waitUntil(mutex_, deadline)) break;
+  }
+  return stopping_;
 }
 
 std::string percentText(double done, double total) {

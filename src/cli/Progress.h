@@ -1,11 +1,12 @@
 #pragma once
 
-#include <condition_variable>
+#include <chrono>
 #include <functional>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <thread>
+
+#include "base/Mutex.h"
 
 namespace quorin::cli {
 
@@ -31,12 +32,14 @@ class ProgressLine {
 
  private:
   void run();
+  // Waits up to `timeout` for the destructor's stop request; true once it came.
+  bool waitForStop(std::chrono::milliseconds timeout) REQUIRES(mutex_);
 
   std::ostream& err_;
   const std::function<std::string()> status_;
-  std::mutex mutex_;
-  std::condition_variable stop_;
-  bool stopping_ = false;  // guarded by mutex_
+  base::Mutex mutex_;
+  base::ConditionVariable stop_;
+  bool stopping_ GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

@@ -32,7 +32,7 @@ void CSVRecordIndex::build(const storage::PieceTableSnapshot& text, uint8_t term
   int64_t at = 0;
   while (at < length) {
     {
-      std::lock_guard lock(mutex_);
+      base::MutexLock lock(mutex_);
       if (token != nullptr && token->isCancelled()) return;
     }
     const int64_t wanted = std::min(chunkBytes, length - at);
@@ -71,7 +71,7 @@ void CSVRecordIndex::appendRowLocked(const ScannedRecord& row) {
 }
 
 void CSVRecordIndex::commitChunk(std::span<const ScannedRecord> rows, int64_t scannedTo) {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   const size_t old = rowStarts_.size();
   const auto firstNew = static_cast<int64_t>(old);
   // Sized once per chunk rather than grown per row: a chunk holds tens of
@@ -96,7 +96,7 @@ void CSVRecordIndex::commitChunk(std::span<const ScannedRecord> rows, int64_t sc
 
 void CSVRecordIndex::complete(std::optional<ScannedRecord> trailing, bool unterminatedQuote,
                               int64_t scannedTo) {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   if (trailing) {
     if (unterminatedQuote) trailing->malformed = true;
     appendRowLocked(*trailing);
@@ -183,24 +183,24 @@ int64_t CSVRecordIndex::rowEndLocked(int64_t row) const {
 }
 
 int64_t CSVRecordIndex::rowCount() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return static_cast<int64_t>(rowStarts_.size());
 }
 
 std::optional<int64_t> CSVRecordIndex::rowStart(int64_t row) const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   if (row < 0 || row >= static_cast<int64_t>(rowStarts_.size())) return std::nullopt;
   return rowStarts_[static_cast<size_t>(row)];
 }
 
 std::optional<uint16_t> CSVRecordIndex::fieldCount(int64_t row) const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   if (row < 0 || row >= static_cast<int64_t>(fieldCounts_.size())) return std::nullopt;
   return fieldCounts_[static_cast<size_t>(row)];
 }
 
 std::optional<storage::ByteRange> CSVRecordIndex::rowSpan(int64_t row) const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   const auto count = static_cast<int64_t>(rowStarts_.size());
   if (row < 0 || row >= count) return std::nullopt;
   // The last row may still grow until the scan has seen the end.
@@ -211,24 +211,24 @@ std::optional<storage::ByteRange> CSVRecordIndex::rowSpan(int64_t row) const {
 }
 
 std::optional<int64_t> CSVRecordIndex::rowAtOffset(int64_t offset) const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   if (rowStarts_.empty() || offset >= bytesScanned_ || offset < rowStarts_.front()) return std::nullopt;
   const auto after = std::upper_bound(rowStarts_.begin(), rowStarts_.end(), offset);
   return static_cast<int64_t>(after - rowStarts_.begin()) - 1;
 }
 
 bool CSVRecordIndex::isAnomalous(int64_t row) const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return anomalousLocked(row);
 }
 
 int64_t CSVRecordIndex::anomalyRowCount() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return anomalyRowCount_;
 }
 
 CSVStructureStats CSVRecordIndex::statistics() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return {expectedColumns_, static_cast<int64_t>(rowStarts_.size()),
           malformedCount_,  maxContiguousRun_,
           malformedRows_,   unterminatedQuote_};
@@ -242,22 +242,22 @@ CSVParseState CSVRecordIndex::parseState() const {
 }
 
 bool CSVRecordIndex::isComplete() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return isComplete_;
 }
 
 int64_t CSVRecordIndex::bytesScanned() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return bytesScanned_;
 }
 
 int64_t CSVRecordIndex::totalBytes() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return totalBytes_;
 }
 
 std::vector<int64_t> CSVRecordIndex::rowStarts(int64_t from, int64_t count) const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   const auto rows = static_cast<int64_t>(rowStarts_.size());
   from = std::clamp<int64_t>(from, 0, rows);
   const int64_t to = count <= 0 ? from : std::min(rows, from + std::min(count, rows - from));
@@ -268,7 +268,7 @@ std::vector<int64_t> CSVRecordIndex::rowStarts(int64_t from, int64_t count) cons
 
 void CSVRecordIndex::shiftRowsAfter(int64_t row, int64_t delta) {
   if (delta == 0) return;
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   const auto count = static_cast<int64_t>(rowStarts_.size());
   for (int64_t i = std::max<int64_t>(row + 1, 0); i < count; ++i) {
     int64_t& start = rowStarts_[static_cast<size_t>(i)];
@@ -280,7 +280,7 @@ void CSVRecordIndex::shiftRowsAfter(int64_t row, int64_t delta) {
 }
 
 void CSVRecordIndex::removeRows(std::span<const int64_t> rows) {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   const auto count = static_cast<int64_t>(rowStarts_.size());
   std::vector<bool> removed(static_cast<size_t>(count), false);
   int64_t removedCount = 0;
@@ -320,7 +320,7 @@ void CSVRecordIndex::removeRows(std::span<const int64_t> rows) {
 
 void CSVRecordIndex::replaceRows(int64_t from, int64_t to, std::span<const int64_t> newStarts,
                                  std::span<const int64_t> newFieldCounts, int64_t byteDelta) {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   replaceRowsLocked(from, to, newStarts, newFieldCounts, {}, byteDelta);
 }
 
@@ -334,7 +334,7 @@ void CSVRecordIndex::replaceRows(int64_t from, int64_t to, std::span<const Scann
     fields.push_back(row.fieldCount);
     anomalous.push_back(row.malformed ? 1 : 0);
   }
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   replaceRowsLocked(from, to, starts, fields, anomalous, byteDelta);
 }
 
@@ -377,7 +377,7 @@ void CSVRecordIndex::replaceRowsLocked(int64_t from, int64_t to, std::span<const
 void CSVRecordIndex::applyColumnEdit(std::span<const int64_t> rowByteDeltas,
                                      std::optional<std::span<const int64_t>> newFieldCounts,
                                      int64_t columnDelta) {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   const size_t count = rowStarts_.size();
   if (rowByteDeltas.size() != count) return;
   int64_t shift = 0;

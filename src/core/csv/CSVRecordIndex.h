@@ -3,12 +3,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "csv/CSVDelimiter.h"
 #include "csv/CSVParseState.h"
 #include "csv/RecordScanner.h"
@@ -115,35 +115,36 @@ class CSVRecordIndex {
                        std::optional<std::span<const int64_t>> newFieldCounts, int64_t columnDelta);
 
  private:
-  bool anomalousLocked(int64_t row) const;
-  void setAnomalyLocked(int64_t row, bool on);
-  void growAnomalyBitsLocked();
-  int64_t rowEndLocked(int64_t row) const;  // rowStarts[row + 1], or bytesScanned for the last row
-  void appendRowLocked(const ScannedRecord& row);
-  void settleExpectedColumnsLocked();
-  void countRowLocked(int64_t row);
-  void recomputeStatisticsLocked();
+  bool anomalousLocked(int64_t row) const REQUIRES(mutex_);
+  void setAnomalyLocked(int64_t row, bool on) REQUIRES(mutex_);
+  void growAnomalyBitsLocked() REQUIRES(mutex_);
+  int64_t rowEndLocked(int64_t row) const
+      REQUIRES(mutex_);  // rowStarts[row + 1], or bytesScanned for the last row
+  void appendRowLocked(const ScannedRecord& row) REQUIRES(mutex_);
+  void settleExpectedColumnsLocked() REQUIRES(mutex_);
+  void countRowLocked(int64_t row) REQUIRES(mutex_);
+  void recomputeStatisticsLocked() REQUIRES(mutex_);
   // newAnomalous is empty (all clear) or one flag per new row.
   void replaceRowsLocked(int64_t from, int64_t to, std::span<const int64_t> newStarts,
                          std::span<const int64_t> newFieldCounts, std::span<const uint8_t> newAnomalous,
-                         int64_t byteDelta);
+                         int64_t byteDelta) REQUIRES(mutex_);
 
   const CSVDelimiter delimiter_;
-  mutable std::mutex mutex_;
-  std::vector<int64_t> rowStarts_;
-  std::vector<uint16_t> fieldCounts_;
-  std::vector<uint64_t> anomalyBits_;
-  int64_t anomalyRowCount_ = 0;
-  int64_t expectedColumns_ = 0;
-  bool expectedLocked_ = false;
-  int64_t malformedCount_ = 0;
-  int64_t maxContiguousRun_ = 0;
-  int64_t currentRun_ = 0;
-  std::vector<int64_t> malformedRows_;
-  bool unterminatedQuote_ = false;
-  int64_t bytesScanned_ = 0;
-  int64_t totalBytes_ = 0;
-  bool isComplete_ = false;
+  mutable base::Mutex mutex_;
+  std::vector<int64_t> rowStarts_ GUARDED_BY(mutex_);
+  std::vector<uint16_t> fieldCounts_ GUARDED_BY(mutex_);
+  std::vector<uint64_t> anomalyBits_ GUARDED_BY(mutex_);
+  int64_t anomalyRowCount_ GUARDED_BY(mutex_) = 0;
+  int64_t expectedColumns_ GUARDED_BY(mutex_) = 0;
+  bool expectedLocked_ GUARDED_BY(mutex_) = false;
+  int64_t malformedCount_ GUARDED_BY(mutex_) = 0;
+  int64_t maxContiguousRun_ GUARDED_BY(mutex_) = 0;
+  int64_t currentRun_ GUARDED_BY(mutex_) = 0;
+  std::vector<int64_t> malformedRows_ GUARDED_BY(mutex_);
+  bool unterminatedQuote_ GUARDED_BY(mutex_) = false;
+  int64_t bytesScanned_ GUARDED_BY(mutex_) = 0;
+  int64_t totalBytes_ GUARDED_BY(mutex_) = 0;
+  bool isComplete_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace quorin::csv

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <condition_variable>
 #include <exception>
-#include <mutex>
 
+#include "base/Mutex.h"
 #include "dispatch/Task.h"
 
 namespace quorin::dispatch {
@@ -23,10 +22,10 @@ class Completion {
   void wait();
 
  private:
-  std::mutex mutex_;
-  std::condition_variable finished_;
-  bool done_ = false;         // guarded by mutex_
-  std::exception_ptr error_;  // guarded by mutex_
+  base::Mutex mutex_;
+  base::ConditionVariable finished_;
+  bool done_ GUARDED_BY(mutex_) = false;
+  std::exception_ptr error_ GUARDED_BY(mutex_);
 };
 
 }  // namespace quorin::dispatch

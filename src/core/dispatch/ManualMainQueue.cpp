@@ -21,16 +21,16 @@ void ManualMainQueue::post(Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was posted to the main queue");
   // Notified under the lock: once the main thread sees the task it may run it
   // and destroy the queue, so the poster must be done with the queue by then.
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   ready_.push_back(std::move(task));
-  posted_.notify_one();
+  posted_.notifyOne();
 }
 
 void ManualMainQueue::postAfter(uint64_t delayNs, Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was posted to the main queue");
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   delayed_.emplace(saturatingAdd(now_, delayNs), std::move(task));  // lands after equal due times
-  posted_.notify_one();                                             // it may be due already
+  posted_.notifyOne();                                              // it may be due already
 }
 
 bool ManualMainQueue::isMainThread() const { return std::this_thread::get_id() == mainThread_; }
@@ -50,7 +50,7 @@ size_t ManualMainQueue::advance(uint64_t ns) {
   const uint64_t target = saturatingAdd(now(), ns);
   for (;;) {
     {
-      std::lock_guard lock(mutex_);
+      base::MutexLock lock(mutex_);
       if (delayed_.empty() || delayed_.begin()->first > target) {
         now_ = target;
         return ran;
@@ -63,23 +63,22 @@ size_t ManualMainQueue::advance(uint64_t ns) {
 }
 
 uint64_t ManualMainQueue::now() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return now_;
 }
 
 size_t ManualMainQueue::pendingCount() const {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   return ready_.size() + delayed_.size();
 }
 
 size_t ManualMainQueue::waitAndRun(std::chrono::milliseconds timeout) {
   QUORIN_CHECK(isMainThread(), "only the main thread may run the main queue");
   {
-    std::unique_lock lock(mutex_);
-    posted_.wait_for(lock, timeout, [this] {
-      promoteDueLocked();
-      return !ready_.empty();
-    });
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    base::MutexLock lock(mutex_);
+    promoteDueLocked();
+    while (ready_.empty() && posted_.waitUntil(mutex_, deadline)) promoteDueLocked();
   }
   return runPending();
 }
@@ -92,7 +91,7 @@ void ManualMainQueue::promoteDueLocked() {
 }
 
 Task ManualMainQueue::takeReady() {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   promoteDueLocked();
   if (ready_.empty()) return {};
   Task task = std::move(ready_.front());

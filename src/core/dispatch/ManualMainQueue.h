@@ -1,14 +1,13 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <thread>
 
+#include "base/Mutex.h"
 #include "dispatch/MainQueue.h"
 
 namespace quorin::dispatch {
@@ -41,15 +40,15 @@ class ManualMainQueue final : public MainQueue {
   size_t waitAndRun(std::chrono::milliseconds timeout);
 
  private:
-  void promoteDueLocked();
+  void promoteDueLocked() REQUIRES(mutex_);
   Task takeReady();
 
   const std::thread::id mainThread_;
-  mutable std::mutex mutex_;
-  std::condition_variable posted_;
-  std::deque<Task> ready_;                 // guarded by mutex_
-  std::multimap<uint64_t, Task> delayed_;  // guarded by mutex_; by due time, ties in posting order
-  uint64_t now_ = 0;                       // guarded by mutex_
+  mutable base::Mutex mutex_;
+  base::ConditionVariable posted_;
+  std::deque<Task> ready_ GUARDED_BY(mutex_);
+  std::multimap<uint64_t, Task> delayed_ GUARDED_BY(mutex_);  // by due time, ties in posting order
+  uint64_t now_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace quorin::dispatch

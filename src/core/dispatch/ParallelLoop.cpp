@@ -19,8 +19,8 @@ void ParallelLoop::work() noexcept {
 void ParallelLoop::wait() {
   std::exception_ptr error;
   {
-    std::unique_lock lock(mutex_);
-    allFinished_.wait(lock, [this] { return finished_.load(std::memory_order_acquire) == count_; });
+    base::MutexLock lock(mutex_);
+    while (finished_.load(std::memory_order_acquire) != count_) allFinished_.wait(mutex_);
     error = error_;
   }
   if (error) std::rethrow_exception(error);
@@ -28,7 +28,7 @@ void ParallelLoop::wait() {
 
 size_t ParallelLoop::fail(std::exception_ptr error) {
   {
-    std::lock_guard lock(mutex_);
+    base::MutexLock lock(mutex_);
     if (!error_) error_ = std::move(error);
   }
   // Claiming the rest in one step stops the other participants at their next claim.
@@ -41,8 +41,8 @@ void ParallelLoop::markFinished(size_t indices) {
   if (finished_.fetch_add(indices, std::memory_order_acq_rel) + indices != count_) return;
   // Taking the lock before notifying keeps the wake-up from slipping in between the caller's check
   // and its wait.
-  std::lock_guard lock(mutex_);
-  allFinished_.notify_all();
+  base::MutexLock lock(mutex_);
+  allFinished_.notifyAll();
 }
 
 }  // namespace quorin::dispatch

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <functional>
-#include <mutex>
+
+#include "base/Mutex.h"
 
 namespace quorin::dispatch {
 
@@ -32,9 +32,9 @@ class ParallelLoop {
   const std::function<void(size_t)>* const body_;
   std::atomic<size_t> next_{0};      // next index to claim; may overshoot count_
   std::atomic<size_t> finished_{0};  // indices run or skipped; the loop is over at count_
-  std::mutex mutex_;
-  std::condition_variable allFinished_;
-  std::exception_ptr error_;  // guarded by mutex_
+  base::Mutex mutex_;
+  base::ConditionVariable allFinished_;
+  std::exception_ptr error_ GUARDED_BY(mutex_);
 };
 
 }  // namespace quorin::dispatch

@@ -9,27 +9,27 @@ namespace quorin::dispatch {
 RunLoopMainQueue::RunLoopMainQueue() : mainThread_(std::this_thread::get_id()) {}
 
 void RunLoopMainQueue::post(Task task) {
-  std::scoped_lock guard(mutex_);
+  base::MutexLock guard(mutex_);
   ready_.push_back(std::move(task));
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 void RunLoopMainQueue::postAfter(uint64_t delayNs, Task task) {
-  std::scoped_lock guard(mutex_);
+  base::MutexLock guard(mutex_);
   delayed_.emplace(monotonicNanos() + delayNs, std::move(task));
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 bool RunLoopMainQueue::isMainThread() const { return std::this_thread::get_id() == mainThread_; }
 
 void RunLoopMainQueue::stop() {
-  std::scoped_lock guard(mutex_);
+  base::MutexLock guard(mutex_);
   stopped_ = true;
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 void RunLoopMainQueue::run() {
-  std::unique_lock guard(mutex_);
+  base::MutexLock guard(mutex_);
   while (!stopped_) {
     const uint64_t now = monotonicNanos();
     while (!delayed_.empty() && delayed_.begin()->first <= now) {
@@ -45,9 +45,9 @@ void RunLoopMainQueue::run() {
       continue;
     }
     if (delayed_.empty()) {
-      changed_.wait(guard);
+      changed_.wait(mutex_);
     } else {
-      changed_.wait_for(guard, std::chrono::nanoseconds(delayed_.begin()->first - now));
+      changed_.waitFor(mutex_, std::chrono::nanoseconds(delayed_.begin()->first - now));
     }
   }
 }

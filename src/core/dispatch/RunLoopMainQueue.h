@@ -1,13 +1,12 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <thread>
 
+#include "base/Mutex.h"
 #include "dispatch/MainQueue.h"
 
 namespace quorin::dispatch {
@@ -30,11 +29,11 @@ class RunLoopMainQueue final : public MainQueue {
 
  private:
   const std::thread::id mainThread_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<Task> ready_;                 // guarded by mutex_
-  std::multimap<uint64_t, Task> delayed_;  // guarded by mutex_; by due time (monotonic ns)
-  bool stopped_ = false;                   // guarded by mutex_
+  base::Mutex mutex_;
+  base::ConditionVariable changed_;
+  std::deque<Task> ready_ GUARDED_BY(mutex_);
+  std::multimap<uint64_t, Task> delayed_ GUARDED_BY(mutex_);  // by due time (monotonic ns)
+  bool stopped_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace quorin::dispatch

@@ -4,15 +4,15 @@ namespace quorin::dispatch {
 
 void TaskList::push(Task task) {
   {
-    std::lock_guard lock(mutex_);
+    base::MutexLock lock(mutex_);
     tasks_.push_back(std::move(task));
   }
-  wake_.notify_one();
+  wake_.notifyOne();
 }
 
 std::optional<Task> TaskList::take() {
-  std::unique_lock lock(mutex_);
-  wake_.wait(lock, [this] { return closed_ || !tasks_.empty(); });
+  base::MutexLock lock(mutex_);
+  while (!closed_ && tasks_.empty()) wake_.wait(mutex_);
   if (tasks_.empty()) return std::nullopt;  // closed, and everything queued has been taken
   Task task = std::move(tasks_.front());
   tasks_.pop_front();
@@ -21,10 +21,10 @@ std::optional<Task> TaskList::take() {
 
 void TaskList::close() {
   {
-    std::lock_guard lock(mutex_);
+    base::MutexLock lock(mutex_);
     closed_ = true;
   }
-  wake_.notify_all();
+  wake_.notifyAll();
 }
 
 }  // namespace quorin::dispatch

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <optional>
 
+#include "base/Mutex.h"
 #include "dispatch/Task.h"
 
 namespace quorin::dispatch {
@@ -23,10 +22,10 @@ class TaskList {
   void close();
 
  private:
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<Task> tasks_;  // guarded by mutex_
-  bool closed_ = false;     // guarded by mutex_
+  base::Mutex mutex_;
+  base::ConditionVariable wake_;
+  std::deque<Task> tasks_ GUARDED_BY(mutex_);
+  bool closed_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace quorin::dispatch

@@ -10,7 +10,7 @@ void JobToken::setProgress(double fraction) {
 }
 
 std::shared_ptr<JobToken> JobRegistry::begin(std::string title) {
-  std::lock_guard lock(mutex_);
+  base::MutexLock lock(mutex_);
   auto token = std::make_shared<JobToken>(nextId_++, std::move(title));
   tokens_.push_back(token);
   return token;
@@ -30,7 +30,7 @@ std::vector<std::shared_ptr<JobToken>> JobRegistry::liveLocked() const {
 std::vector<JobInfo> JobRegistry::jobs() const {
   std::vector<std::shared_ptr<JobToken>> live;
   {
-    std::lock_guard lock(mutex_);
+    base::MutexLock lock(mutex_);
     live = liveLocked();
   }
   // Tokens are released outside the lock: dropping the last reference of a
@@ -45,7 +45,7 @@ std::vector<JobInfo> JobRegistry::jobs() const {
 bool JobRegistry::cancel(uint64_t id) {
   std::vector<std::shared_ptr<JobToken>> live;
   {
-    std::lock_guard lock(mutex_);
+    base::MutexLock lock(mutex_);
     live = liveLocked();
   }
   const auto it = std::ranges::find(live, id, &JobToken::id);
@@ -57,7 +57,7 @@ bool JobRegistry::cancel(uint64_t id) {
 void JobRegistry::cancelAll() {
   std::vector<std::shared_ptr<JobToken>> live;
   {
-    std::lock_guard lock(mutex_);
+    base::MutexLock lock(mutex_);
     live = liveLocked();
   }
   for (const auto& token : live) token->cancel();

@@ -3,9 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "base/Mutex.h"
 
 namespace quorin::jobs {
 
@@ -72,11 +73,11 @@ class JobRegistry {
 
  private:
   // Live tokens, oldest first; drops the finished and released ones.
-  std::vector<std::shared_ptr<JobToken>> liveLocked() const;
+  std::vector<std::shared_ptr<JobToken>> liveLocked() const REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  mutable std::vector<std::weak_ptr<JobToken>> tokens_;
-  uint64_t nextId_ = 1;
+  mutable base::Mutex mutex_;
+  mutable std::vector<std::weak_ptr<JobToken>> tokens_ GUARDED_BY(mutex_);
+  uint64_t nextId_ GUARDED_BY(mutex_) = 1;
 };
 
 }  // namespace quorin::jobs

@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "base/Errno.h"
+#include "base/Mutex.h"
 
 namespace quorin::live {
 
@@ -25,10 +26,10 @@ struct FileWatcher::State {
   int pathFd = -1;  // O_PATH
   int stopFd = -1;
   std::function<void(Event)> onEvent;
-  mutable std::mutex lock;
-  storage::FileIdentity lastIdentity;                    // guarded by lock
-  std::optional<std::filesystem::path> pathAtLastEvent;  // guarded by lock
-  bool descriptorClosing = false;                        // only the loop touches it
+  mutable base::Mutex lock;
+  storage::FileIdentity lastIdentity GUARDED_BY(lock);
+  std::optional<std::filesystem::path> pathAtLastEvent GUARDED_BY(lock);
+  bool descriptorClosing = false;  // only the loop touches it
 
   ~State() {
     for (int fd : {inotifyFd, pathFd, stopFd}) {
@@ -64,7 +65,7 @@ struct FileWatcher::State {
     if (!deleted && (mask & IN_ATTRIB) && statted && st.st_nlink == 0) deleted = true;
     if (deleted || (mask & IN_MOVE_SELF)) {
       {
-        std::scoped_lock guard(lock);
+        base::MutexLock guard(lock);
         pathAtLastEvent = currentPath();
       }
       descriptorClosing = true;
@@ -79,7 +80,7 @@ struct FileWatcher::State {
         return false;
       }
       {
-        std::scoped_lock guard(lock);
+        base::MutexLock guard(lock);
         lastIdentity = storage::FileIdentity::fromStat(st);
       }
       emit(Event::write);
@@ -129,7 +130,10 @@ std::expected<std::unique_ptr<FileWatcher>, FileWatcherError> FileWatcher::creat
                           IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF | IN_UNMOUNT) < 0) {
     return std::unexpected(FileWatcherError{FileWatcherError::Kind::openFailed, watched.string(), errno});
   }
-  state->lastIdentity = storage::FileIdentity::fromStat(st);
+  {
+    base::MutexLock guard(state->lock);  // the loop has not started: never contended
+    state->lastIdentity = storage::FileIdentity::fromStat(st);
+  }
   std::unique_ptr<FileWatcher> watcher(
       new FileWatcher(url, watched, storage::FileIdentity::fromStat(st), state));
   watcher->queue_ = std::make_unique<dispatch::SerialQueue>(
@@ -156,12 +160,12 @@ void FileWatcher::stop() {
 }
 
 storage::FileIdentity FileWatcher::lastIdentity() const {
-  std::scoped_lock guard(state_->lock);
+  base::MutexLock guard(state_->lock);
   return state_->lastIdentity;
 }
 
 std::optional<std::filesystem::path> FileWatcher::pathAtLastEvent() const {
-  std::scoped_lock guard(state_->lock);
+  base::MutexLock guard(state_->lock);
   return state_->pathAtLastEvent;
 }
 

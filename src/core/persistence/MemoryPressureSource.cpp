@@ -9,11 +9,12 @@
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/Mutex.h"
 
 namespace quorin::persistence {
 
@@ -131,18 +132,18 @@ struct PressureHub {
   std::unique_ptr<MemoryPressureSource> source;
   std::map<int, MemoryPressureSource::Handler> handlers;
 };
-std::mutex hubsLock;
-std::map<dispatch::MainQueue*, PressureHub>& hubs() {
+base::Mutex hubsLock;
+std::map<dispatch::MainQueue*, PressureHub>& hubs() REQUIRES(hubsLock) {
   static std::map<dispatch::MainQueue*, PressureHub> all;
   return all;
 }
-int nextToken = 1;  // guarded by hubsLock
+int nextToken GUARDED_BY(hubsLock) = 1;
 
 }  // namespace
 
 std::unique_ptr<MemoryPressureSubscription> MemoryPressureSubscription::subscribe(
     dispatch::MainQueue& mainQueue, MemoryPressureSource::Handler handler) {
-  std::scoped_lock guard(hubsLock);
+  base::MutexLock guard(hubsLock);
   PressureHub& hub = hubs()[&mainQueue];
   const int token = nextToken++;
   hub.handlers.emplace(token, std::move(handler));
@@ -150,7 +151,7 @@ std::unique_ptr<MemoryPressureSubscription> MemoryPressureSubscription::subscrib
     hub.source = MemoryPressureSource::start(mainQueue, [queue = &mainQueue](MemoryPressureLevel level) {
       std::vector<MemoryPressureSource::Handler> handlers;
       {
-        std::scoped_lock guard(hubsLock);
+        base::MutexLock guard(hubsLock);
         const auto hub = hubs().find(queue);
         if (hub == hubs().end()) return;
         for (const auto& [token, h] : hub->second.handlers) handlers.push_back(h);
@@ -164,7 +165,7 @@ std::unique_ptr<MemoryPressureSubscription> MemoryPressureSubscription::subscrib
 MemoryPressureSubscription::~MemoryPressureSubscription() {
   std::unique_ptr<MemoryPressureSource> last;  // stopped outside the lock: its thread may be delivering
   {
-    std::scoped_lock guard(hubsLock);
+    base::MutexLock guard(hubsLock);
     auto hub = hubs().find(&queue_);
     hub->second.handlers.erase(token_);
     if (hub->second.handlers.empty()) {

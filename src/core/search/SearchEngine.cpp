@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "base/PageAligned.h"
 #include "dispatch/Clock.h"
 #include "search/ByteSearch.h"
@@ -46,8 +47,8 @@ struct SearchRun {
   CapLedger ledger;
   ProgressTracker progress;
   AtomicFlag timedOut;
-  std::mutex reportLock;      // throttles progress reports
-  uint64_t lastReportNs = 0;  // guarded by reportLock
+  base::Mutex reportLock;  // throttles progress reports
+  uint64_t lastReportNs GUARDED_BY(reportLock) = 0;
 
   bool shouldStop() {
     if (timedOut.value() || cancellation.isCancelled()) return true;
@@ -63,7 +64,7 @@ struct SearchRun {
     if (!hooks.onProgress) return;
     const uint64_t ns = dispatch::monotonicNanos();
     {
-      std::lock_guard guard(reportLock);
+      base::MutexLock guard(reportLock);
       if (ns - lastReportNs < kProgressIntervalNs) return;
       lastReportNs = ns;
     }

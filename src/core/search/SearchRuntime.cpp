@@ -5,24 +5,24 @@
 namespace quorin::search {
 
 SearchProgress ProgressTracker::add(int64_t lines, int64_t matches) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   linesScanned_ += lines;
   matchesSoFar_ += matches;
   return {linesScanned_, std::max(totalLines_, linesScanned_), matchesSoFar_};
 }
 
 SearchProgress ProgressTracker::snapshot() const {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   return {linesScanned_, std::max(totalLines_, linesScanned_), matchesSoFar_};
 }
 
 void CapLedger::publish(size_t chunk, int64_t found) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   if (chunk < found_.size()) found_[chunk] = found;
 }
 
 int64_t CapLedger::room(size_t chunk) const {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   int64_t room = cap_;
   for (size_t i = 0; i < chunk && i < found_.size() && room > 0; ++i) room -= found_[i];
   return std::max<int64_t>(room, 0);
@@ -39,12 +39,12 @@ void MatchSink::publish() {
 }
 
 void ChunkBuffer::put(size_t chunk, Slot slot) {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   if (chunk < slots_.size()) slots_[chunk] = std::move(slot);
 }
 
 std::vector<std::optional<ChunkBuffer::Slot>> ChunkBuffer::take() {
-  std::lock_guard guard(lock_);
+  base::MutexLock guard(lock_);
   return std::move(slots_);
 }
 

@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "search/SearchTypes.h"
 
 namespace quorin::search {
@@ -16,17 +16,17 @@ namespace quorin::search {
 class SearchCancellation {
  public:
   void cancel() {
-    std::lock_guard guard(lock_);
+    base::MutexLock guard(lock_);
     cancelled_ = true;
   }
   bool isCancelled() const {
-    std::lock_guard guard(lock_);
+    base::MutexLock guard(lock_);
     return cancelled_;
   }
 
  private:
-  mutable std::mutex lock_;
-  bool cancelled_ = false;  // guarded by lock_
+  mutable base::Mutex lock_;
+  bool cancelled_ GUARDED_BY(lock_) = false;
 };
 
 // What an asynchronous start returns: cancel() stops the search, whose
@@ -43,17 +43,17 @@ struct SearchHandle {
 class AtomicFlag {
  public:
   void set() {
-    std::lock_guard guard(lock_);
+    base::MutexLock guard(lock_);
     value_ = true;
   }
   bool value() const {
-    std::lock_guard guard(lock_);
+    base::MutexLock guard(lock_);
     return value_;
   }
 
  private:
-  mutable std::mutex lock_;
-  bool value_ = false;  // guarded by lock_
+  mutable base::Mutex lock_;
+  bool value_ GUARDED_BY(lock_) = false;
 };
 
 // Running totals of one search, added to by the workers once per window.
@@ -65,10 +65,10 @@ class ProgressTracker {
   SearchProgress snapshot() const;
 
  private:
-  mutable std::mutex lock_;
-  int64_t totalLines_;        // guarded by lock_
-  int64_t linesScanned_ = 0;  // guarded by lock_
-  int64_t matchesSoFar_ = 0;  // guarded by lock_
+  mutable base::Mutex lock_;
+  int64_t totalLines_ GUARDED_BY(lock_);
+  int64_t linesScanned_ GUARDED_BY(lock_) = 0;
+  int64_t matchesSoFar_ GUARDED_BY(lock_) = 0;
 };
 
 // Keeps the stored matches of a search to the first `cap` in document
@@ -85,9 +85,9 @@ class CapLedger {
   int64_t room(size_t chunk) const;
 
  private:
-  mutable std::mutex lock_;
+  mutable base::Mutex lock_;
   const int64_t cap_;
-  std::vector<int64_t> found_;  // guarded by lock_
+  std::vector<int64_t> found_ GUARDED_BY(lock_);
 };
 
 // The matches of one chunk: all counted, the first ones stored while the
@@ -133,8 +133,8 @@ class ChunkBuffer {
   std::vector<std::optional<Slot>> take();
 
  private:
-  std::mutex lock_;
-  std::vector<std::optional<Slot>> slots_;  // guarded by lock_
+  base::Mutex lock_;
+  std::vector<std::optional<Slot>> slots_ GUARDED_BY(lock_);
 };
 
 }  // namespace quorin::search

@@ -6,7 +6,7 @@
 namespace quorin::storage {
 
 ByteRange AppendBuffer::append(std::string_view bytes) {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   const int64_t start = size_;
   size_t done = 0;
   while (done < bytes.size()) {
@@ -22,13 +22,13 @@ ByteRange AppendBuffer::append(std::string_view bytes) {
 }
 
 std::optional<uint8_t> AppendBuffer::byteAt(int64_t offset) const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   if (offset < 0 || offset >= size_) return std::nullopt;
   return blocks_[static_cast<size_t>(offset / kBlockSize)][static_cast<size_t>(offset % kBlockSize)];
 }
 
 int64_t AppendBuffer::copy(int64_t start, int64_t end, uint8_t* dest) const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   start = std::max<int64_t>(start, 0);
   end = std::min(end, size_);
   int64_t at = start;
@@ -43,7 +43,7 @@ int64_t AppendBuffer::copy(int64_t start, int64_t end, uint8_t* dest) const {
 }
 
 int64_t AppendBuffer::size() const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   return size_;
 }
 

@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "storage/ByteRange.h"
 
 namespace quorin::storage {
@@ -38,9 +38,9 @@ class AppendBuffer {
  private:
   static constexpr int64_t kBlockSize = 256 * 1024;
 
-  mutable std::mutex lock_;
-  std::vector<std::unique_ptr<uint8_t[]>> blocks_;  // guarded by lock_
-  int64_t size_ = 0;                                // guarded by lock_
+  mutable base::Mutex lock_;
+  std::vector<std::unique_ptr<uint8_t[]>> blocks_ GUARDED_BY(lock_);
+  int64_t size_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace quorin::storage

@@ -107,23 +107,23 @@ bool DiskBackedLineOffsets::reserveLocked(int64_t needed) {
 }
 
 int64_t DiskBackedLineOffsets::count() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return entryCount_;
 }
 
 int64_t DiskBackedLineOffsets::capacity() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return capacity_;
 }
 
 std::optional<int64_t> DiskBackedLineOffsets::entry(int64_t index) const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   if (index < 0 || index >= entryCount_) return std::nullopt;
   return basePtr_[index];
 }
 
 bool DiskBackedLineOffsets::append(std::span<const int64_t> batch) {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   if (batch.empty()) return true;
   const int64_t needed = entryCount_ + static_cast<int64_t>(batch.size());
   if (!reserveLocked(needed)) return false;
@@ -134,7 +134,7 @@ bool DiskBackedLineOffsets::append(std::span<const int64_t> batch) {
 
 bool DiskBackedLineOffsets::splice(int64_t low, int64_t high, std::span<const int64_t> replacement,
                                    int64_t byteDelta) {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   const auto [l, h] = clampRange(low, high, entryCount_);
   const int64_t added = static_cast<int64_t>(replacement.size());
   const int64_t newCount = entryCount_ - (h - l) + added;
@@ -148,19 +148,19 @@ bool DiskBackedLineOffsets::splice(int64_t low, int64_t high, std::span<const in
 
 bool DiskBackedLineOffsets::handOver(LineOffsetStorage& target) {
   if (&target == this) return true;
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   target.removeAll();
   return target.append(std::span<const int64_t>(basePtr_, static_cast<size_t>(entryCount_)));
 }
 
 std::vector<int64_t> DiskBackedLineOffsets::entries(int64_t low, int64_t high) const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   const auto [l, h] = clampRange(low, high, entryCount_);
   return {basePtr_ + l, basePtr_ + h};
 }
 
 void DiskBackedLineOffsets::removeAll() {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   entryCount_ = 0;
 }
 

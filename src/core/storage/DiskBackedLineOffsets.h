@@ -3,8 +3,8 @@
 #include <expected>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 
+#include "base/Mutex.h"
 #include "storage/LineOffsetStorage.h"
 #include "storage/LineOffsetStorageError.h"
 
@@ -51,14 +51,14 @@ class DiskBackedLineOffsets final : public LineOffsetStorage {
  private:
   DiskBackedLineOffsets(std::filesystem::path scratchPath, int fd, int64_t* base, int64_t capacity);
   // Makes room for `needed` entries; false (logged) when it could not.
-  bool reserveLocked(int64_t needed);
+  bool reserveLocked(int64_t needed) REQUIRES(lock_);
 
-  mutable std::mutex lock_;
+  mutable base::Mutex lock_;
   const std::filesystem::path scratchPath_;
   const int fd_;
-  int64_t* basePtr_;
-  int64_t capacity_;
-  int64_t entryCount_ = 0;
+  int64_t* basePtr_ GUARDED_BY(lock_) PT_GUARDED_BY(lock_);
+  int64_t capacity_ GUARDED_BY(lock_);
+  int64_t entryCount_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace quorin::storage

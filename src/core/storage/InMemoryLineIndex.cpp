@@ -55,7 +55,7 @@ std::shared_ptr<InMemoryLineIndex> InMemoryLineIndex::create(std::shared_ptr<Pie
   std::shared_ptr<InMemoryLineIndex> index(
       new InMemoryLineIndex(std::move(table), window, std::move(options)));
   LineOffsetStore store = makeLineOffsetStorage(tier);
-  std::scoped_lock guard(index->lock_);
+  base::MutexLock guard(index->lock_);
   index->storage_ = std::move(store.storage);
   if (store.fallbackReason) {
     index->tierName_ = fallbackTierName(*store.fallbackReason);
@@ -85,14 +85,14 @@ void InMemoryLineIndex::resetBaseLocked(int64_t start, std::optional<int64_t> en
 
 void InMemoryLineIndex::startBuild() {
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     cancelled_ = false;
   }
   runPass({options_.limits.firstPassLines, options_.limits.firstPassBytes});
   postProgress(progress());
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   scheduleLocked();
-  buildChanged_.notify_all();
+  buildChanged_.notifyAll();
 }
 
 void InMemoryLineIndex::scheduleLocked() {
@@ -104,7 +104,7 @@ void InMemoryLineIndex::scheduleLocked() {
 
 void InMemoryLineIndex::runBackgroundPass() {
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     passScheduled_ = false;
   }
   const PassOutcome outcome = runPass({options_.limits.passLines, options_.limits.passBytes});
@@ -112,11 +112,11 @@ void InMemoryLineIndex::runBackgroundPass() {
     maybePromote();
     postProgress(progress());
   }
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   // A discarded pass is retried: the edit or restart that spoiled it has
   // either scheduled a pass already (no-op here) or is about to.
   if (outcome != PassOutcome::nothingToDo) scheduleLocked();
-  buildChanged_.notify_all();
+  buildChanged_.notifyAll();
 }
 
 InMemoryLineIndex::PassOutcome InMemoryLineIndex::runPass(PassBudget budget) {
@@ -124,7 +124,7 @@ InMemoryLineIndex::PassOutcome InMemoryLineIndex::runPass(PassBudget budget) {
   std::optional<PieceTableSnapshot> text;
   int64_t epoch = 0;
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     if (cancelled_ || isComplete_) return PassOutcome::nothingToDo;
     text.emplace(table_->snapshot());
     // The table is ahead of us until the document hands over its latest edit;
@@ -145,12 +145,12 @@ InMemoryLineIndex::PassOutcome InMemoryLineIndex::runPass(PassBudget budget) {
   const uint64_t startNs = dispatch::monotonicNanos();
   const int64_t version = text->version();
   LineScanResult found = scanLineStarts(*text, request, [&] {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     return cancelled_ || epochBox_->value() != epoch || table_->version() != version;
   });
   const double elapsed = secondsSince(startNs);
 
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   if (found.stopped || epochBox_->value() != epoch || table_->version() != version ||
       appliedVersion_ != version || baseBytesScanned_ != request.from) {
     return PassOutcome::discarded;
@@ -185,7 +185,7 @@ bool InMemoryLineIndex::appendLocked(std::span<const int64_t> starts) {
 LineIndexSnapshot InMemoryLineIndex::apply(const EditResult& edit) {
   bool needsRestart = false;
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     appliedVersion_ = std::max(appliedVersion_, edit.newVersion);
     if (edit.bytesRemoved == 0 && edit.bytesInserted == 0) return snapshotLocked();
     const bool hasDeltas = pendingDeltas_ && !pendingDeltas_->empty();
@@ -263,7 +263,7 @@ bool InMemoryLineIndex::applyAsDeltaLocked(const EditResult& edit) {
 
 void InMemoryLineIndex::restart() {
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     cancelled_ = true;
     epochBox_->raise();
     chunksProcessed_ = 0;
@@ -278,14 +278,17 @@ void InMemoryLineIndex::restart() {
 }
 
 void InMemoryLineIndex::cancel() {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   cancelled_ = true;
-  buildChanged_.notify_all();
+  buildChanged_.notifyAll();
 }
 
 bool InMemoryLineIndex::waitUntilComplete(std::chrono::milliseconds timeout) const {
-  std::unique_lock guard(lock_);
-  buildChanged_.wait_for(guard, timeout, [&] { return isComplete_ || cancelled_; });
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  base::MutexLock guard(lock_);
+  while (!isComplete_ && !cancelled_) {
+    if (!buildChanged_.waitUntil(lock_, deadline)) break;
+  }
   return isComplete_;
 }
 
@@ -293,7 +296,7 @@ void InMemoryLineIndex::maybePromote() {
   if (!options_.promotion) return;
   int64_t capacity = 0;
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     if (promotionDone_ || storage_->count() < options_.promotion->lineThreshold) return;
     promotionDone_ = true;
     capacity = std::max(storage_->count(), estimatedLineCount_) * 12 / 10;
@@ -304,7 +307,7 @@ void InMemoryLineIndex::maybePromote() {
     base::logLine("line-index promotion failed: " + disk.error().describe());
     return;
   }
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   // Every write to the store happens under our lock, so nothing can land
   // between the copy and the swap.
   if (!storage_->handOver(**disk)) return;
@@ -318,7 +321,7 @@ int64_t InMemoryLineIndex::documentShiftLocked() const {
 }
 
 LineIndexSnapshot InMemoryLineIndex::snapshot() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return snapshotLocked();
 }
 
@@ -338,7 +341,7 @@ LineIndexSnapshot InMemoryLineIndex::snapshotLocked() const {
 }
 
 LineIndexProgress InMemoryLineIndex::progress() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return progressLocked();
 }
 
@@ -357,7 +360,7 @@ LineIndexProgress InMemoryLineIndex::progressLocked() const {
 
 void InMemoryLineIndex::postProgress(LineIndexProgress progress) {
   {
-    std::scoped_lock guard(lock_);
+    base::MutexLock guard(lock_);
     progress.status = std::exchange(pendingStatus_, std::nullopt);
   }
   if (options_.mainQueue == nullptr || !options_.onProgress) return;
@@ -367,17 +370,17 @@ void InMemoryLineIndex::postProgress(LineIndexProgress progress) {
 }
 
 std::string InMemoryLineIndex::tierName() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return tierName_;
 }
 
 ByteRange InMemoryLineIndex::indexedRange() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return {windowStart_, baseBufferLength_ + documentShiftLocked()};
 }
 
 int64_t InMemoryLineIndex::pendingDeltaMemoryWeight() const {
-  std::scoped_lock guard(lock_);
+  base::MutexLock guard(lock_);
   return pendingDeltaMemoryWeight_;
 }
 

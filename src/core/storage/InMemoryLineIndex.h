@@ -1,16 +1,15 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
 #include "storage/EditResult.h"
@@ -102,17 +101,17 @@ class InMemoryLineIndex : public std::enable_shared_from_this<InMemoryLineIndex>
 
   PassOutcome runPass(PassBudget budget);
   void runBackgroundPass();
-  void scheduleLocked();
-  void resetBaseLocked(int64_t start, std::optional<int64_t> end);
-  bool appendLocked(std::span<const int64_t> starts);
+  void scheduleLocked() REQUIRES(lock_);
+  void resetBaseLocked(int64_t start, std::optional<int64_t> end) REQUIRES(lock_);
+  bool appendLocked(std::span<const int64_t> starts) REQUIRES(lock_);
   // scannedAfter: where the scan resumes when the edit crossed its frontier.
-  void spliceLocked(const EditResult& edit, std::optional<int64_t> scannedAfter);
-  bool applyAsDeltaLocked(const EditResult& edit);  // false: the edit needs a restart
+  void spliceLocked(const EditResult& edit, std::optional<int64_t> scannedAfter) REQUIRES(lock_);
+  bool applyAsDeltaLocked(const EditResult& edit) REQUIRES(lock_);  // false: the edit needs a restart
   void maybePromote();
-  LineIndexSnapshot snapshotLocked() const;
-  LineIndexProgress progressLocked() const;
+  LineIndexSnapshot snapshotLocked() const REQUIRES(lock_);
+  LineIndexProgress progressLocked() const REQUIRES(lock_);
   void postProgress(LineIndexProgress progress);
-  int64_t documentShiftLocked() const;
+  int64_t documentShiftLocked() const REQUIRES(lock_);
 
   const std::shared_ptr<PieceTable> table_;
   const LineIndexWindow window_;
@@ -120,24 +119,25 @@ class InMemoryLineIndex : public std::enable_shared_from_this<InMemoryLineIndex>
   const std::shared_ptr<LineIndexEpochBox> epochBox_ = std::make_shared<LineIndexEpochBox>();
   const uint8_t terminator_;
 
-  mutable std::mutex lock_;
-  mutable std::condition_variable buildChanged_;
-  std::shared_ptr<LineOffsetStorage> storage_;  // guarded by lock_ (the pointer; the store guards itself)
-  std::string tierName_;                        // guarded by lock_
-  bool promotionDone_ = false;                  // guarded by lock_; promoted, or tried and failed
-  std::optional<std::string> pendingStatus_;    // guarded by lock_
-  int64_t windowStart_ = 0;                     // guarded by lock_
-  int64_t baseBytesScanned_ = 0;                // guarded by lock_
-  int64_t baseBufferLength_ = 0;                // guarded by lock_
-  bool isComplete_ = false;                     // guarded by lock_
-  int64_t estimatedLineCount_ = 1;              // guarded by lock_
-  std::shared_ptr<const std::vector<IndexDelta>> pendingDeltas_;  // guarded by lock_; null when none
-  int64_t pendingDeltaMemoryWeight_ = 0;                          // guarded by lock_
-  bool cancelled_ = false;                                        // guarded by lock_
-  bool passScheduled_ = false;       // guarded by lock_; a background pass is queued
-  int64_t appliedVersion_ = 0;       // guarded by lock_; the table version the index has seen
-  int64_t chunksProcessed_ = 0;      // guarded by lock_
-  double buildDurationSeconds_ = 0;  // guarded by lock_
+  mutable base::Mutex lock_;
+  mutable base::ConditionVariable buildChanged_;
+  // The lock guards the pointer; the store has a lock of its own.
+  std::shared_ptr<LineOffsetStorage> storage_ GUARDED_BY(lock_);
+  std::string tierName_ GUARDED_BY(lock_);
+  bool promotionDone_ GUARDED_BY(lock_) = false;  // promoted, or tried and failed
+  std::optional<std::string> pendingStatus_ GUARDED_BY(lock_);
+  int64_t windowStart_ GUARDED_BY(lock_) = 0;
+  int64_t baseBytesScanned_ GUARDED_BY(lock_) = 0;
+  int64_t baseBufferLength_ GUARDED_BY(lock_) = 0;
+  bool isComplete_ GUARDED_BY(lock_) = false;
+  int64_t estimatedLineCount_ GUARDED_BY(lock_) = 1;
+  std::shared_ptr<const std::vector<IndexDelta>> pendingDeltas_ GUARDED_BY(lock_);  // null when none
+  int64_t pendingDeltaMemoryWeight_ GUARDED_BY(lock_) = 0;
+  bool cancelled_ GUARDED_BY(lock_) = false;
+  bool passScheduled_ GUARDED_BY(lock_) = false;  // a background pass is queued
+  int64_t appliedVersion_ GUARDED_BY(lock_) = 0;  // the table version the index has seen
+  int64_t chunksProcessed_ GUARDED_BY(lock_) = 0;
+  double buildDurationSeconds_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace quorin::storage

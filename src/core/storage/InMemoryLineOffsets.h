@@ -1,7 +1,6 @@
 #pragma once
 
-#include <mutex>
-
+#include "base/Mutex.h"
 #include "storage/LineOffsetStorage.h"
 
 namespace quorin::storage {
@@ -19,8 +18,8 @@ class InMemoryLineOffsets final : public LineOffsetStorage {
   void removeAll() override;
 
  private:
-  mutable std::mutex lock_;
-  std::vector<int64_t> entries_;
+  mutable base::Mutex lock_;
+  std::vector<int64_t> entries_ GUARDED_BY(lock_);
 };
 
 }  // namespace quorin::storage

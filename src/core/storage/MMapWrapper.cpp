@@ -70,6 +70,7 @@ std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const s
   if (base == MAP_FAILED) return std::unexpected(MMapError::mmapFailed(closePreservingErrno(fd)));
 
   std::shared_ptr<MMapWrapper> wrapper(new MMapWrapper());
+  base::MutexLock lock(wrapper->revalidationLock_);  // nobody else sees the wrapper yet: never contended
   wrapper->path_ = path;
   wrapper->fd_ = fd;
   wrapper->base_ = static_cast<const uint8_t*>(base);
@@ -99,7 +100,7 @@ MMapWrapper::~MMapWrapper() {
 
 int64_t MMapWrapper::revalidate(bool force) const {
   const uint64_t now = dispatch::monotonicNanos();
-  std::lock_guard lock(revalidationLock_);
+  base::MutexLock lock(revalidationLock_);
   if (fd_ >= 0 && (force || now - lastValidationNs_ >= kRevalidationIntervalNs)) {
     lastValidationNs_ = now;
     struct stat st;

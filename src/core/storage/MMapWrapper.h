@@ -6,11 +6,11 @@
 #include <cstdint>
 #include <expected>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 
+#include "base/Mutex.h"
 #include "storage/MMapError.h"
 
 namespace quorin::storage {
@@ -84,9 +84,9 @@ class MMapWrapper {
   const uint8_t* base_ = nullptr;
   int64_t mappedLength_ = 0;
 
-  mutable std::mutex revalidationLock_;
-  mutable int64_t validatedLength_ = 0;    // guarded by revalidationLock_
-  mutable uint64_t lastValidationNs_ = 0;  // guarded by revalidationLock_
+  mutable base::Mutex revalidationLock_;
+  mutable int64_t validatedLength_ GUARDED_BY(revalidationLock_) = 0;
+  mutable uint64_t lastValidationNs_ GUARDED_BY(revalidationLock_) = 0;
 };
 
 }  // namespace quorin::storage

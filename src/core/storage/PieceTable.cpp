@@ -58,22 +58,22 @@ PieceTable::PieceTable(std::shared_ptr<const OriginalBuffer> original, std::shar
 }
 
 PieceTableSnapshot PieceTable::snapshot() const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   return PieceTableSnapshot(list_, original_, append_, version_);
 }
 
 int64_t PieceTable::totalLength() const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   return list_->totalLength();
 }
 
 int64_t PieceTable::version() const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   return version_;
 }
 
 size_t PieceTable::pieceCount() const {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   return list_->pieces.size();
 }
 
@@ -94,7 +94,7 @@ std::vector<int64_t> PieceTable::lineStartsIn(std::string_view bytes, int64_t of
 }
 
 EditResult PieceTable::insert(std::string_view bytes, int64_t offset) {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   const int64_t total = list_->totalLength();
   QUORIN_CHECK(offset >= 0 && offset <= total, "insert offset outside the document");
   if (bytes.empty()) return {offset, 0, 0, 0, offset, version_, {}};
@@ -110,7 +110,7 @@ EditResult PieceTable::insert(std::string_view bytes, int64_t offset) {
 }
 
 EditResult PieceTable::deleteRange(ByteRange range) {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   QUORIN_CHECK(range.start >= 0 && range.end >= range.start, "reversed or negative delete range");
   const int64_t total = list_->totalLength();
   const int64_t s = std::min(range.start, total), e = std::min(range.end, total);
@@ -124,7 +124,7 @@ EditResult PieceTable::deleteRange(ByteRange range) {
 }
 
 EditResult PieceTable::replace(ByteRange range, std::string_view bytes) {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   QUORIN_CHECK(range.start >= 0 && range.end >= range.start, "reversed or negative replace range");
   const int64_t total = list_->totalLength();
   const int64_t s = std::min(range.start, total), e = std::min(range.end, total);
@@ -144,7 +144,7 @@ EditResult PieceTable::replace(ByteRange range, std::string_view bytes) {
 }
 
 PieceTable::BulkEditResult PieceTable::applyBulkEdits(std::span<const BulkEditSite> sites) {
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   BulkEditResult result;
   result.newVersion = version_;
   if (sites.empty()) return result;
@@ -180,7 +180,7 @@ PieceTable::CompactionResult PieceTable::compact(double timeBudgetSeconds) {
   std::shared_ptr<const PieceList> before;
   int64_t versionBefore;
   {
-    std::lock_guard lock(lock_);
+    base::MutexLock lock(lock_);
     before = list_;
     versionBefore = version_;
   }
@@ -206,7 +206,7 @@ PieceTable::CompactionResult PieceTable::compact(double timeBudgetSeconds) {
   merged.push_back(run);
 
   const auto after = static_cast<int64_t>(merged.size());
-  std::lock_guard lock(lock_);
+  base::MutexLock lock(lock_);
   if (version_ != versionBefore || after == count) return {count, count, false, secondsSince(startNs)};
   list_ = std::make_shared<const PieceList>(PieceList::fromPieces(std::move(merged)));
   return {count, after, true, secondsSince(startNs)};

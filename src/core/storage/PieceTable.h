@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "storage/AppendBuffer.h"
 #include "storage/ByteRange.h"
 #include "storage/EditResult.h"
@@ -98,16 +98,16 @@ class PieceTable {
   std::string text(ByteRange range) const { return snapshot().text(range); }
 
  private:
-  // Installs a new list and raises the version. Requires lock_.
-  void rebuildLocked(std::vector<Piece> pieces);
+  // Installs a new list and raises the version.
+  void rebuildLocked(std::vector<Piece> pieces) REQUIRES(lock_);
   std::vector<int64_t> lineStartsIn(std::string_view bytes, int64_t offset) const;
 
   const std::shared_ptr<const OriginalBuffer> original_;
   const std::shared_ptr<AppendBuffer> append_;
 
-  mutable std::mutex lock_;
-  std::shared_ptr<const PieceList> list_;  // guarded by lock_
-  int64_t version_ = 0;                    // guarded by lock_
+  mutable base::Mutex lock_;
+  std::shared_ptr<const PieceList> list_ GUARDED_BY(lock_);
+  int64_t version_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace quorin::storage

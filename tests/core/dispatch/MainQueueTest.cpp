@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "dispatch/ManualMainQueue.h"
+#include "dispatch/RunLoopMainQueue.h"
 #include "dispatch/Timer.h"
 #include "dispatch/WeakTask.h"
 
@@ -45,6 +46,21 @@ TEST(MainQueue, PostAndWaitFromAWorkerRunsOnTheMainThreadBeforeReturning) {
   worker.join();
   EXPECT_TRUE(ranOnMain);
   EXPECT_EQ(seenByWorker, 2);
+}
+
+TEST(MainQueue, RealTimeWaitsGiveUpAtTheTimeoutAndWakeForDelayedTasks) {
+  ManualMainQueue manual;
+  EXPECT_EQ(manual.waitAndRun(std::chrono::milliseconds(5)), 0u);
+
+  RunLoopMainQueue loop;
+  std::vector<int> ran;
+  loop.postAfter(2'000'000, [&] {
+    ran.push_back(2);
+    loop.stop();
+  });
+  loop.post([&] { ran.push_back(1); });
+  loop.run();  // sleeps until the delayed task is due; returns once it stopped the loop
+  EXPECT_EQ(ran, (std::vector<int>{1, 2}));
 }
 
 TEST(Timer, OneShotFiresOnceAndRepeatingAtEveryIntervalUntilCancelled) {
