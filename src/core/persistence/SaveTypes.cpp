@@ -61,7 +61,8 @@ std::string SaveError::describe() const {
              "new file";
     case K::skippedLiveBytes:
       return "the file holds " + text +
-             " that Catch Up to Live skipped \u2014 saving would delete them; use Save As to write only the text "
+             " that Catch Up to Live skipped \u2014 saving would delete them; use Save As to write only the "
+             "text "
              "shown here";
   }
   return {};
