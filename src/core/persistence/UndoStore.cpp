@@ -27,6 +27,9 @@ int64_t UndoStore::refreshOperationCap() {
 }
 
 void UndoStore::beginBatch(std::string description, TextSelection cursorBefore) {
+  // A batch still open is closed, not dropped: its edits stand in the text
+  // and must stay undoable (and counted) like any other.
+  if (isBatchOpen()) endBatch(cursorBefore);
   refreshOperationCap();
   batchBuffer_.emplace();
   batchCursorBefore_ = cursorBefore;
