@@ -42,7 +42,7 @@ RecoveryPrompt changedPrompt(const PatchJournal::ParsedJournal& journal) {
 }
 
 RecoveryPrompt rollbackFailedPrompt(const PatchJournal::ParsedJournal& journal) {
-  return {.title = "Couldn\u2019t restore \u201c" + fileName(journal.targetPath) + "\u201d",
+  return {.title = "Couldn't restore \u201c" + fileName(journal.targetPath) + "\u201d",
           .text =
               "The rollback could not be written (the file may be read-only or on a failing disk). "
               "Nothing was deleted — the recovery data is kept, and Quorin will offer to restore again "

@@ -215,7 +215,7 @@ TEST(PatchJournalRecovery, RestoreWritesEveryPreImageOrKeepsTheJournal) {
     };
     const auto prompt = Recovery::respond(f.journal, "Restore Anyway", failing);
     ASSERT_TRUE(prompt);
-    EXPECT_EQ(prompt->title, "Couldn\u2019t restore \u201capp.log\u201d");
+    EXPECT_EQ(prompt->title, "Couldn't restore \u201capp.log\u201d");
     EXPECT_EQ(prompt->buttons, std::vector<std::string>{"OK"});
     EXPECT_TRUE(std::filesystem::exists(f.journal.url));  // offered again at the next launch
   }
