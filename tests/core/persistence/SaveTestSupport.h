@@ -55,7 +55,10 @@ struct Case {
     table->replace({offset, offset + static_cast<int64_t>(bytes.size())}, bytes);
     edits.push_back({static_cast<uint64_t>(offset), before, std::move(bytes)});
   }
-  SaveJob job() const { return {file.string(), table->snapshot(), edits, opened, false, true, nullptr}; }
+  SaveJob job() const {
+    return {
+        .targetPath = file.string(), .snapshot = table->snapshot(), .edits = edits, .openedIdentity = opened};
+  }
   std::string expected() const { return testing::wholeText(*table); }
 };
 
