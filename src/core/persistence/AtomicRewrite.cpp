@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "base/PageAligned.h"
+#include "base/Transfer.h"
 #include "persistence/SaveCoordinator.h"
 #include "persistence/SaveDirectory.h"
 #include "text/DetectedEncoding.h"
@@ -104,22 +105,19 @@ std::optional<SaveError> SnapshotWriter::copyThrough(int64_t from, int64_t to, b
 
 std::optional<SaveError> SnapshotWriter::copyOriginal(const storage::Piece& piece, int64_t start, int64_t end,
                                                       bool lastSpan) {
-  off_t offset = static_cast<off_t>(piece.offset);
-  int64_t left = end - start;
-  while (left > 0) {
-    const ssize_t n =
-        io_.copyFileRange(text_.originalBuffer().mmap().fd(), &offset, fd_, static_cast<size_t>(left));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
-      kernelCopy_ = false;
-      return copyThrough(end - left, end, lastSpan);
-    }
-    if (n < 0) return errnoError(K::writeFailed, errno);
-    if (n == 0) return std::nullopt;  // the file shrank behind us: the byte count tells
-    read_ += n;
-    written_ += n;
-    left -= n;
+  const int source = text_.originalBuffer().mmap().fd();
+  off_t offset = static_cast<off_t>(piece.offset);  // advanced by each copy
+  const auto size = static_cast<size_t>(end - start);
+  // A copy that moves nothing means the source ended early (it shrank behind us): the byte count tells.
+  const auto t = base::transferAll(
+      size, false, [&](size_t done) { return io_.copyFileRange(source, &offset, fd_, size - done); });
+  read_ += static_cast<int64_t>(t.done);
+  written_ += static_cast<int64_t>(t.done);
+  if (t.error == EXDEV || t.error == ENOSYS || t.error == EINVAL || t.error == EOPNOTSUPP) {
+    kernelCopy_ = false;  // this kernel or these file systems cannot: the buffer does the rest
+    return copyThrough(start + static_cast<int64_t>(t.done), end, lastSpan);
   }
+  if (t.error != 0) return errnoError(K::writeFailed, t.error);
   return std::nullopt;
 }
 
