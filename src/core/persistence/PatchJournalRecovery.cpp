@@ -132,7 +132,7 @@ std::optional<RecoveryPrompt> PatchJournalRecovery::respond(const PatchJournal::
     return rollbackFailedPrompt(journal);
   }
   // Keep As-Is, Skip Restore: the journal goes, unless a save is using it.
-  if (PatchJournal::lock(journal.url, io)) PatchJournal::remove(journal.url);
+  if (const auto lock = PatchJournal::lock(journal.url, io)) PatchJournal::remove(journal.url);
   return std::nullopt;
 }
 
