@@ -192,8 +192,11 @@ std::expected<PatchJournal::Written, PatchJournalError> PatchJournal::write(
     return std::unexpected(std::move(error));
   };
   // Locked before the first byte: a recovery that got in between finds an
-  // empty file, which it cannot read and therefore leaves alone.
-  if (io.flock(fd.get(), LOCK_EX) != 0) return fail(PatchJournalError::openFailed(url.string(), errno));
+  // empty file, which it cannot read and therefore leaves alone. Never
+  // waited for: a save that cannot lock its journal at once falls back to
+  // the rewrite (reported as the open that did not give a usable journal).
+  if (io.flock(fd.get(), LOCK_EX | LOCK_NB) != 0)
+    return fail(PatchJournalError::openFailed(url.string(), errno));
   if (const auto t = writeAll(io, fd.get(), image); !t.complete())
     return fail(PatchJournalError::writeFailed(t.error));
   if (durableFlush(io, fd.get()) != 0) return fail(PatchJournalError::fsyncFailed(errno));
