@@ -77,7 +77,8 @@ int main(int argc, char** argv) {
     {
       Session s(work, 10, false);
       const auto t = Clock::now();
-      const auto result = coordinator.tryInPlacePatch(work, s.edits, s.identity);
+      const auto contentStart = static_cast<uint64_t>(s.table->snapshot().originalBuffer().contentStart());
+      const auto result = coordinator.tryInPlacePatch(work, s.edits, s.identity, contentStart);
       patch.push_back(seconds(t));
       if (!result) std::fprintf(stderr, "patch rejected: %s\n", result.error().describe().c_str());
     }

@@ -1,7 +1,9 @@
 #include "RecoverCommand.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,8 @@ using persistence::PatchJournalRecovery;
 const char* verdictText(PatchJournalRecovery::Verdict verdict) {
   switch (verdict) {
     case PatchJournalRecovery::Verdict::targetMissing: return "target is gone: the journal is deleted";
+    case PatchJournalRecovery::Verdict::targetInaccessible:
+      return "target cannot be examined now: the journal is kept";
     case PatchJournalRecovery::Verdict::completed: return "the save completed: the journal is deleted";
     case PatchJournalRecovery::Verdict::neverStarted: return "the save never started: the journal is deleted";
     case PatchJournalRecovery::Verdict::torn: return "torn: restore recommended (--restore)";
@@ -32,6 +36,7 @@ const char* verdictText(PatchJournalRecovery::Verdict verdict) {
 const char* verdictName(PatchJournalRecovery::Verdict verdict) {
   switch (verdict) {
     case PatchJournalRecovery::Verdict::targetMissing: return "targetMissing";
+    case PatchJournalRecovery::Verdict::targetInaccessible: return "targetInaccessible";
     case PatchJournalRecovery::Verdict::completed: return "completed";
     case PatchJournalRecovery::Verdict::neverStarted: return "neverStarted";
     case PatchJournalRecovery::Verdict::torn: return "torn";
@@ -45,14 +50,29 @@ struct Handled {
   std::string path;
   std::string target;
   size_t regions = 0;
-  PatchJournalRecovery::Verdict verdict{};
-  std::string action;  // "deleted", "restored", "discarded", "kept"
+  std::optional<PatchJournalRecovery::Verdict> verdict;  // absent when the journal was not examined
+  std::string action;  // "deleted", "restored", "discarded", "kept", "skipped" (its save is running)
   std::string error;   // set when reading or restoring failed
 };
 
-Handled handle(const std::filesystem::path& path, bool restore, bool discard) {
+// `named`: the user gave the path (a missing one is then a mistake, not a
+// journal its save removed since it was listed).
+Handled handle(const std::filesystem::path& path, bool named, bool restore, bool discard) {
   Handled h;
   h.path = path.string();
+  // Held while the journal is examined and acted on: a save in progress holds it too.
+  const auto lock = PatchJournal::lock(path);
+  if (!lock) {
+    using Kind = PatchJournal::LockFailure::Kind;
+    if (lock.error().kind == Kind::gone && named) {
+      h.error = persistence::PatchJournalError::openFailed(h.path, ENOENT).describe();
+    } else if (lock.error().kind == Kind::failed) {
+      h.error = "patch journal at " + h.path + " " + lock.error().describe();
+    } else {
+      h.action = lock.error().kind == Kind::inUse ? "skipped" : "gone";
+    }
+    return h;
+  }
   auto journal = PatchJournal::read(path);
   if (!journal) {
     h.error = journal.error().describe();
@@ -62,11 +82,14 @@ Handled handle(const std::filesystem::path& path, bool restore, bool discard) {
   h.regions = journal->entries.size();
   const auto assessment = PatchJournalRecovery::assess(*journal);
   h.verdict = assessment.verdict;
-  if (!assessment.prompt) {
+  if (assessment.verdict == PatchJournalRecovery::Verdict::targetInaccessible) {
+    h.error = assessment.problem;
+    h.action = "kept";
+  } else if (!assessment.prompt) {
     PatchJournal::remove(path);
     h.action = "deleted";
   } else if (restore) {
-    if (PatchJournalRecovery::rollBack(*journal)) {
+    if (PatchJournalRecovery::rollBack(*journal, *lock)) {
       h.action = "restored";
     } else {
       h.error = PatchJournalRecovery::rollbackFailure(*journal).text;
@@ -82,9 +105,13 @@ Handled handle(const std::filesystem::path& path, bool restore, bool discard) {
 }
 
 void printText(const Handled& h, std::ostream& out) {
-  if (h.target.empty() && !h.error.empty()) return;  // unreadable: only the error, on stderr
+  if (h.action == "skipped") {
+    out << h.path << "\n  skipped: in use by a running save\n";
+    return;
+  }
+  if (!h.verdict) return;  // gone, or unreadable: only the error, on stderr
   out << h.path << "\n  target: " << h.target << "\n  regions: " << h.regions
-      << "\n  verdict: " << verdictText(h.verdict) << '\n';
+      << "\n  verdict: " << verdictText(*h.verdict) << '\n';
   if (h.action == "restored") out << "  restored\n";
   if (h.action == "discarded") out << "  discarded; the file is left as it is\n";
 }
@@ -94,11 +121,13 @@ void printJson(const std::vector<Handled>& all, std::ostream& out) {
   json.beginObject().key("journals").beginArray();
   for (const Handled& h : all) {
     json.beginObject().field("path", h.path);
-    if (!h.target.empty()) {
+    if (h.verdict) {
       json.field("target", h.target)
           .field("regions", h.regions)
-          .field("verdict", verdictName(h.verdict))
+          .field("verdict", verdictName(*h.verdict))
           .field("action", h.action);
+    } else if (!h.action.empty()) {
+      json.field("action", h.action);
     }
     json.key("error");
     h.error.empty() ? json.null() : json.value(h.error);
@@ -120,7 +149,8 @@ int runRecover(std::span<const std::string> args, std::ostream& out, std::ostrea
   }
   const bool asJson = parsed->has("--json");
   std::vector<std::filesystem::path> journals(parsed->positionals.begin(), parsed->positionals.end());
-  if (journals.empty()) journals = PatchJournal::listPending();
+  const bool named = !journals.empty();
+  if (!named) journals = PatchJournal::listPending();
   if (journals.empty() && !asJson) {
     out << "no pending patch journals\n";
     return kExitOk;
@@ -128,7 +158,7 @@ int runRecover(std::span<const std::string> args, std::ostream& out, std::ostrea
   std::vector<Handled> all;
   int status = kExitOk;
   for (const auto& path : journals) {
-    all.push_back(handle(path, parsed->has("--restore"), parsed->has("--discard")));
+    all.push_back(handle(path, named, parsed->has("--restore"), parsed->has("--discard")));
     const Handled& h = all.back();
     if (!asJson) printText(h, out);
     if (!h.error.empty()) {

@@ -16,7 +16,7 @@ TEST(CliRecover, ListsTornSavesAndRestoresThem) {
   const auto file = dir.write("app.log", "AAAA|bbbb|");  // first region new, second old: torn
   const auto identity = *storage::FileIdentity::ofPath(file.string());
   const std::vector<persistence::PatchJournal::Entry> entries = {{0, "aaaa", "AAAA"}, {5, "bbbb", "BBBB"}};
-  const auto journal = persistence::PatchJournal::write(file.string(), identity, entries).value();
+  const auto journal = persistence::PatchJournal::write(file.string(), identity, entries).value().url;
 
   Outcome r = run({"recover"});
   EXPECT_EQ(r.status, 0);
@@ -35,6 +35,22 @@ TEST(CliRecover, ListsTornSavesAndRestoresThem) {
   EXPECT_EQ(r.out, "no pending patch journals\n");
   r = run({"recover", "--restore", "--discard"});
   EXPECT_EQ(r.status, 2);
+}
+
+TEST(CliRecover, SkipsTheJournalOfARunningSave) {
+  testing::TempDir dir;
+  const auto file = dir.write("app.log", "AAAA|bbbb|");
+  const std::vector<persistence::PatchJournal::Entry> entries = {{0, "aaaa", "AAAA"}, {5, "bbbb", "BBBB"}};
+  // Held as the saver holds it, from the journal's creation to the end of the save.
+  const auto live =
+      persistence::PatchJournal::write(file.string(), *storage::FileIdentity::ofPath(file.string()), entries)
+          .value();
+  const Outcome r = run({"recover", "--restore"});
+  EXPECT_EQ(r, (Outcome{0, live.url.string() + "\n  skipped: in use by a running save\n", ""}));
+  std::ifstream in(file);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "AAAA|bbbb|");
+  EXPECT_TRUE(std::filesystem::exists(live.url));
+  persistence::PatchJournal::remove(live.url);
 }
 
 TEST(CliFollow, PrintsAppendsUntilTheFileIsDeleted) {

@@ -15,6 +15,8 @@ class FakeFileIo final : public persistence::FileIo {
   std::function<ssize_t(int, void*, size_t, off_t)> onPread;
   std::function<int(int)> onFsync;
   std::function<int(int, struct stat*)> onFstat;
+  std::function<int(int, mode_t)> onFchmod;
+  std::function<int(int, int)> onFlock;
   std::function<int(const char*, const char*)> onRename;
   std::function<ssize_t(int, off_t*, int, size_t)> onCopy;
   persistence::FileIo& real = persistence::FileIo::system();
@@ -32,7 +34,9 @@ class FakeFileIo final : public persistence::FileIo {
   int fsync(int fd) override { return onFsync ? onFsync(fd) : real.fsync(fd); }
   int close(int fd) override { return real.close(fd); }
   int fstat(int fd, struct stat* st) override { return onFstat ? onFstat(fd, st) : real.fstat(fd, st); }
-  int flock(int fd, int op) override { return real.flock(fd, op); }
+  int fchmod(int fd, mode_t m) override { return onFchmod ? onFchmod(fd, m) : real.fchmod(fd, m); }
+  int fchown(int fd, uid_t u, gid_t g) override { return real.fchown(fd, u, g); }
+  int flock(int fd, int op) override { return onFlock ? onFlock(fd, op) : real.flock(fd, op); }
   int rename(const char* a, const char* b) override { return onRename ? onRename(a, b) : real.rename(a, b); }
   ssize_t copyFileRange(int in, off_t* o, int out, size_t n) override {
     return onCopy ? onCopy(in, o, out, n) : real.copyFileRange(in, o, out, n);

@@ -12,6 +12,7 @@
 
 #include "base/Errno.h"
 #include "base/Mutex.h"
+#include "base/UniqueFd.h"
 
 namespace quorin::live {
 
@@ -22,24 +23,18 @@ std::string FileWatcherError::describe() const {
 
 // Everything the event loop touches; shared so the loop may outlive a stop.
 struct FileWatcher::State {
-  int inotifyFd = -1;
-  int pathFd = -1;  // O_PATH
-  int stopFd = -1;
+  base::UniqueFd inotifyFd;
+  base::UniqueFd pathFd;  // O_PATH
+  base::UniqueFd stopFd;
   std::function<void(Event)> onEvent;
   mutable base::Mutex lock;
   storage::FileIdentity lastIdentity GUARDED_BY(lock);
   std::optional<std::filesystem::path> pathAtLastEvent GUARDED_BY(lock);
   bool descriptorClosing = false;  // only the loop touches it
 
-  ~State() {
-    for (int fd : {inotifyFd, pathFd, stopFd}) {
-      if (fd >= 0) ::close(fd);
-    }
-  }
-
   std::optional<std::filesystem::path> currentPath() const {
     char buffer[4096];
-    const std::string link = "/proc/self/fd/" + std::to_string(pathFd);
+    const std::string link = "/proc/self/fd/" + std::to_string(pathFd.get());
     const ssize_t n = ::readlink(link.c_str(), buffer, sizeof buffer - 1);
     if (n <= 0) return std::nullopt;
     std::string path(buffer, static_cast<size_t>(n));
@@ -61,7 +56,7 @@ struct FileWatcher::State {
     }
     bool deleted = (mask & IN_DELETE_SELF) != 0;
     struct stat st {};
-    const bool statted = ::fstat(pathFd, &st) == 0;
+    const bool statted = ::fstat(pathFd.get(), &st) == 0;
     if (!deleted && (mask & IN_ATTRIB) && statted && st.st_nlink == 0) deleted = true;
     if (deleted || (mask & IN_MOVE_SELF)) {
       {
@@ -90,14 +85,14 @@ struct FileWatcher::State {
 
   void run() {
     std::array<char, 4096> buffer;
-    pollfd fds[2] = {{stopFd, POLLIN, 0}, {inotifyFd, POLLIN, 0}};
+    pollfd fds[2] = {{stopFd.get(), POLLIN, 0}, {inotifyFd.get(), POLLIN, 0}};
     while (true) {
       if (::poll(fds, 2, -1) < 0) {
         if (errno == EINTR) continue;
         return;
       }
       if (fds[0].revents != 0) return;
-      const ssize_t n = ::read(inotifyFd, buffer.data(), buffer.size());
+      const ssize_t n = ::read(inotifyFd.get(), buffer.data(), buffer.size());
       if (n <= 0) continue;
       uint32_t mask = 0;
       for (ssize_t at = 0; at < n;) {
@@ -117,16 +112,16 @@ std::expected<std::unique_ptr<FileWatcher>, FileWatcherError> FileWatcher::creat
   const auto watched = ec ? url : resolved;
   auto state = std::make_shared<State>();
   state->onEvent = std::move(onEvent);
-  state->pathFd = ::open(watched.c_str(), O_PATH | O_CLOEXEC);
-  if (state->pathFd < 0)
+  state->pathFd.reset(::open(watched.c_str(), O_PATH | O_CLOEXEC));
+  if (!state->pathFd)
     return std::unexpected(FileWatcherError{FileWatcherError::Kind::openFailed, watched.string(), errno});
   struct stat st;
-  if (::fstat(state->pathFd, &st) != 0)
+  if (::fstat(state->pathFd.get(), &st) != 0)
     return std::unexpected(FileWatcherError{FileWatcherError::Kind::statFailed, {}, errno});
-  state->inotifyFd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  state->stopFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (state->inotifyFd < 0 || state->stopFd < 0 ||
-      ::inotify_add_watch(state->inotifyFd, watched.c_str(),
+  state->inotifyFd.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  state->stopFd.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!state->inotifyFd || !state->stopFd ||
+      ::inotify_add_watch(state->inotifyFd.get(), watched.c_str(),
                           IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF | IN_UNMOUNT) < 0) {
     return std::unexpected(FileWatcherError{FileWatcherError::Kind::openFailed, watched.string(), errno});
   }
@@ -156,7 +151,7 @@ FileWatcher::~FileWatcher() {
 
 void FileWatcher::stop() {
   const uint64_t one = 1;
-  (void)::write(state_->stopFd, &one, sizeof one);
+  (void)::write(state_->stopFd.get(), &one, sizeof one);
 }
 
 storage::FileIdentity FileWatcher::lastIdentity() const {

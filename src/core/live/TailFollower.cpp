@@ -22,18 +22,15 @@ std::expected<std::unique_ptr<TailFollower>, TailFollowerError> TailFollower::cr
     const std::filesystem::path& url, std::weak_ptr<TailSink> document, int64_t startOffset,
     bool keepReadErrorReport, double pollInterval, dispatch::MainQueue& mainQueue, Callbacks callbacks,
     persistence::FileIo& io, std::function<uint64_t()> clock) {
-  const int fd = io.open(url.c_str(), O_RDONLY, 0);
-  if (fd < 0)
+  base::UniqueFd fd = persistence::openFd(io, url.c_str(), O_RDONLY);
+  if (!fd)
     return std::unexpected(TailFollowerError{TailFollowerError::Kind::openFailed, url.string(), errno});
   struct stat st;
-  if (io.fstat(fd, &st) != 0) {
-    const int err = errno;
-    io.close(fd);
-    return std::unexpected(TailFollowerError{TailFollowerError::Kind::statFailed, {}, err});
-  }
+  if (io.fstat(fd.get(), &st) != 0)
+    return std::unexpected(TailFollowerError{TailFollowerError::Kind::statFailed, {}, errno});
   std::unique_ptr<TailFollower> follower(new TailFollower(url, std::move(document), pollInterval, mainQueue,
                                                           std::move(callbacks), io, std::move(clock)));
-  follower->fd_ = fd;
+  follower->fd_ = std::move(fd);
   follower->trackedInode_ = static_cast<uint64_t>(st.st_ino);
   follower->lastKnownLength_ = std::max<int64_t>(startOffset, 0);
   follower->reportedReadError_ = keepReadErrorReport;
@@ -52,19 +49,10 @@ TailFollower::TailFollower(std::filesystem::path url, std::weak_ptr<TailSink> do
       io_(io),
       clock_(clock ? std::move(clock) : std::function<uint64_t()>(dispatch::monotonicNanos)) {}
 
-TailFollower::~TailFollower() {
-  stop();
-  closeDescriptor();
-}
-
-void TailFollower::closeDescriptor() {
-  if (descriptorClosed_ || fd_ < 0) return;
-  descriptorClosed_ = true;
-  io_.close(fd_);
-}
+TailFollower::~TailFollower() { stop(); }
 
 void TailFollower::start() {
-  if (descriptorClosed_ || isFollowing_) return;
+  if (!fd_ || isFollowing_) return;
   if (!holdReportAcrossStart_) reportedReadError_ = false;
   isFollowing_ = true;
   timer_ =
@@ -116,8 +104,8 @@ void TailFollower::poll() {
     return;
   }
   struct stat st;
-  if (descriptorClosed_ || io_.fstat(fd_, &st) != 0) {
-    failRead(descriptorClosed_ ? EBADF : errno);
+  if (!fd_ || io_.fstat(fd_.get(), &st) != 0) {
+    failRead(fd_ ? errno : EBADF);
     return;
   }
   const int64_t size = st.st_size;
@@ -154,18 +142,13 @@ void TailFollower::poll() {
   const int64_t toRead = std::min(readCap_, available);
   std::string bytes(static_cast<size_t>(toRead), '\0');
   const uint64_t startNs = clock_();
-  size_t got = 0;
-  while (got < bytes.size()) {
-    const ssize_t n = io_.pread(fd_, bytes.data() + got, bytes.size() - got,
-                                static_cast<off_t>(lastKnownLength_ + static_cast<int64_t>(got)));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      failRead(errno);
-      return;
-    }
-    if (n == 0) break;
-    got += static_cast<size_t>(n);
+  const auto read =
+      persistence::preadAll(io_, fd_.get(), bytes.data(), bytes.size(), static_cast<off_t>(lastKnownLength_));
+  if (read.error != 0) {
+    failRead(read.error);
+    return;
   }
+  const size_t got = read.done;
   if (got == 0) return;
   bytes.resize(got);
   const double elapsed = static_cast<double>(clock_() - startNs) / 1e9;
@@ -202,7 +185,7 @@ void TailFollower::reportLag() {
 
 void TailFollower::skipToLiveEnd() {
   struct stat st;
-  if (descriptorClosed_ || io_.fstat(fd_, &st) != 0) return;
+  if (!fd_ || io_.fstat(fd_.get(), &st) != 0) return;
   lastKnownLengthBeforeSkip_ = lastKnownLength_;
   lastKnownLength_ = std::max<int64_t>(st.st_size, lastKnownLength_);
   lagBytes_ = 0;

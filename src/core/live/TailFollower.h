@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/UniqueFd.h"
 #include "dispatch/MainQueue.h"
 #include "dispatch/Timer.h"
 #include "persistence/FileIo.h"
@@ -98,7 +99,6 @@ class TailFollower {
   bool declare(Probe probe, int64_t backlog);
   void failRead(int err);
   void reportLag();
-  void closeDescriptor();
 
   const std::filesystem::path url_;
   const double pollInterval_;
@@ -107,8 +107,7 @@ class TailFollower {
   const Callbacks callbacks_;
   persistence::FileIo& io_;
   const std::function<uint64_t()> clock_;
-  int fd_ = -1;
-  bool descriptorClosed_ = false;
+  base::UniqueFd fd_;
   std::unique_ptr<dispatch::Timer> timer_;
   int64_t lastKnownLength_ = 0;
   uint64_t trackedInode_ = 0;

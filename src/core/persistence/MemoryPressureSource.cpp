@@ -38,13 +38,9 @@ constexpr const char* kWarningTrigger = "some 150000 2000000";
 constexpr const char* kCriticalTrigger = "full 150000 2000000";
 constexpr int kFallbackPollMs = 2000;
 
-int openTrigger(const char* trigger) {
-  const int fd = ::open("/proc/pressure/memory", O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return -1;
-  if (::write(fd, trigger, std::strlen(trigger) + 1) < 0) {
-    ::close(fd);
-    return -1;
-  }
+base::UniqueFd openTrigger(const char* trigger) {
+  base::UniqueFd fd(::open("/proc/pressure/memory", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  if (fd && ::write(fd.get(), trigger, std::strlen(trigger) + 1) < 0) fd.reset();
   return fd;
 }
 
@@ -64,15 +60,17 @@ std::unique_ptr<MemoryPressureSource> MemoryPressureSource::start(dispatch::Main
                                                                   Handler handler) {
   std::unique_ptr<MemoryPressureSource> source(new MemoryPressureSource());
   source->shared_ = std::make_shared<Shared>(Shared{mainQueue, std::move(handler)});
-  source->stopFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  const int warningFd = openTrigger(kWarningTrigger);
-  const int criticalFd = warningFd >= 0 ? openTrigger(kCriticalTrigger) : -1;
-  source->usesPsi_ = warningFd >= 0 && criticalFd >= 0;
+  source->stopFd_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  base::UniqueFd warning = openTrigger(kWarningTrigger);
+  base::UniqueFd critical = warning ? openTrigger(kCriticalTrigger) : base::UniqueFd();
+  source->usesPsi_ = warning && critical;
   if (source->usesPsi_) {
+    // The triggers live as long as the thread that watches them.
     source->thread_ =
-        std::thread([s = source.get(), warningFd, criticalFd] { s->watchTriggers(warningFd, criticalFd); });
+        std::thread([s = source.get(), warning = std::move(warning), critical = std::move(critical)] {
+          s->watchTriggers(warning.get(), critical.get());
+        });
   } else {
-    if (warningFd >= 0) ::close(warningFd);
     source->thread_ = std::thread([s = source.get()] { s->pollMeminfo(); });
   }
   return source;
@@ -81,13 +79,12 @@ std::unique_ptr<MemoryPressureSource> MemoryPressureSource::start(dispatch::Main
 MemoryPressureSource::~MemoryPressureSource() {
   shared_->alive = false;
   const uint64_t one = 1;
-  if (stopFd_ >= 0) (void)::write(stopFd_, &one, sizeof one);
+  if (stopFd_) (void)::write(stopFd_.get(), &one, sizeof one);
   if (thread_.joinable()) thread_.join();
-  if (stopFd_ >= 0) ::close(stopFd_);
 }
 
 void MemoryPressureSource::watchTriggers(int warningFd, int criticalFd) {
-  pollfd fds[3] = {{stopFd_, POLLIN, 0}, {warningFd, POLLPRI, 0}, {criticalFd, POLLPRI, 0}};
+  pollfd fds[3] = {{stopFd_.get(), POLLIN, 0}, {warningFd, POLLPRI, 0}, {criticalFd, POLLPRI, 0}};
   while (true) {
     if (::poll(fds, 3, -1) < 0) {
       if (errno == EINTR) continue;
@@ -101,13 +98,11 @@ void MemoryPressureSource::watchTriggers(int warningFd, int criticalFd) {
       shared_->post(MemoryPressureLevel::warning, shared_);
     }
   }
-  ::close(warningFd);
-  ::close(criticalFd);
 }
 
 void MemoryPressureSource::pollMeminfo() {
   int reported = 0;  // 0 none, 1 warning, 2 critical
-  pollfd stop = {stopFd_, POLLIN, 0};
+  pollfd stop = {stopFd_.get(), POLLIN, 0};
   while (::poll(&stop, 1, kFallbackPollMs) == 0 || (stop.revents == 0 && errno == EINTR)) {
     std::ifstream in("/proc/meminfo");
     std::ostringstream text;

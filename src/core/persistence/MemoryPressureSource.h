@@ -4,6 +4,7 @@
 #include <memory>
 #include <thread>
 
+#include "base/UniqueFd.h"
 #include "dispatch/MainQueue.h"
 
 namespace quorin::persistence {
@@ -43,7 +44,7 @@ class MemoryPressureSource {
   void pollMeminfo();
 
   std::shared_ptr<Shared> shared_;
-  int stopFd_ = -1;
+  base::UniqueFd stopFd_;
   bool usesPsi_ = false;
   std::thread thread_;
 };

@@ -1,7 +1,9 @@
 #include "persistence/PatchJournal.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +12,7 @@
 #include <iterator>
 
 #include "base/Check.h"
+#include "base/Errno.h"
 #include "storage/ScratchDirectory.h"
 
 namespace quorin::persistence {
@@ -117,7 +120,7 @@ std::string PatchJournal::encode(const std::string& targetPath, const storage::F
   putU64(out, static_cast<uint64_t>(id.mtimeNanoseconds));
   putU32(out, checkedU32(entries.size()));
   for (const Entry& e : entries) {
-    putU64(out, e.offset);
+    putU64(out, e.fileOffset);
     putU32(out, checkedU32(e.originalBytes.size()));
     out.append(e.originalBytes);
     putU32(out, checkedU32(e.insertedBytes.size()));
@@ -157,7 +160,7 @@ std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::deco
   for (uint32_t i = 0; i < count; ++i) {
     Entry e;
     uint32_t length = 0;
-    if (!r.u64(e.offset) || !r.u32(length) || !r.run(length, e.originalBytes) || !r.u32(length) ||
+    if (!r.u64(e.fileOffset) || !r.u32(length) || !r.run(length, e.originalBytes) || !r.u32(length) ||
         !r.run(length, e.insertedBytes)) {
       return truncated;
     }
@@ -169,7 +172,7 @@ std::expected<PatchJournal::ParsedJournal, PatchJournalError> PatchJournal::deco
   return journal;
 }
 
-std::expected<std::filesystem::path, PatchJournalError> PatchJournal::write(
+std::expected<PatchJournal::Written, PatchJournalError> PatchJournal::write(
     const std::string& targetPath, const storage::FileIdentity& identity, std::span<const Entry> entries,
     FileIo& io, std::optional<std::filesystem::path> directory) {
   if (!directory) {
@@ -182,29 +185,49 @@ std::expected<std::filesystem::path, PatchJournalError> PatchJournal::write(
   const std::string image = encode(targetPath, identity, entries);
   const std::filesystem::path url = *directory / (freshUuid() + std::string(kNameSuffix));
 
-  const int fd = io.open(url.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  if (fd < 0) return std::unexpected(PatchJournalError::openFailed(url.string(), errno));
+  base::UniqueFd fd = openFd(io, url.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+  if (!fd) return std::unexpected(PatchJournalError::openFailed(url.string(), errno));
   auto fail = [&](PatchJournalError error) {
-    io.close(fd);
     ::unlink(url.c_str());  // half a journal protects nothing and must not be offered at launch
     return std::unexpected(std::move(error));
   };
-  size_t done = 0;
-  while (done < image.size()) {
-    const ssize_t n = io.write(fd, image.data() + done, image.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return fail(PatchJournalError::writeFailed(n == 0 ? EIO : errno));
-    done += static_cast<size_t>(n);
+  // Locked before the first byte: a recovery that got in between finds an
+  // empty file, which it cannot read and therefore leaves alone. Never
+  // waited for: a save that cannot lock its journal at once falls back to
+  // the rewrite (reported as the open that did not give a usable journal).
+  if (io.flock(fd.get(), LOCK_EX | LOCK_NB) != 0)
+    return fail(PatchJournalError::openFailed(url.string(), errno));
+  if (const auto t = writeAll(io, fd.get(), image); !t.complete())
+    return fail(PatchJournalError::writeFailed(t.error));
+  if (durableFlush(io, fd.get()) != 0) return fail(PatchJournalError::fsyncFailed(errno));
+  // The journal's name must survive a crash too.
+  flushDirectory(io, directory->c_str());
+  return Written{url, Lock(std::move(fd))};
+}
+
+std::expected<PatchJournal::Lock, PatchJournal::LockFailure> PatchJournal::lock(
+    const std::filesystem::path& url, FileIo& io) {
+  using K = LockFailure::Kind;
+  base::UniqueFd fd = openFd(io, url.c_str(), O_RDONLY | O_NOFOLLOW);
+  if (!fd) return std::unexpected(LockFailure{errno == ENOENT ? K::gone : K::failed, errno});
+  if (io.flock(fd.get(), LOCK_EX | LOCK_NB) != 0)
+    return std::unexpected(LockFailure{errno == EWOULDBLOCK ? K::inUse : K::failed, errno});
+  // A save removes its journal before it lets go of the lock: the name may
+  // now be gone, and the descriptor hold a file nobody will look at again.
+  struct stat held, named;
+  if (io.fstat(fd.get(), &held) != 0) return std::unexpected(LockFailure{K::failed, errno});
+  if (::stat(url.c_str(), &named) != 0 || named.st_ino != held.st_ino || named.st_dev != held.st_dev)
+    return std::unexpected(LockFailure{K::gone, 0});
+  return Lock(std::move(fd));
+}
+
+std::string PatchJournal::LockFailure::describe() const {
+  switch (kind) {
+    case Kind::inUse: return "in use by a running save";
+    case Kind::gone: return "already removed by its save";
+    case Kind::failed: return "cannot be locked: " + base::errnoText(err);
   }
-  if (durableFlush(io, fd) != 0) return fail(PatchJournalError::fsyncFailed(errno));
-  io.close(fd);
-  // The journal's name must survive a crash too: flush the directory (best effort).
-  const int dirFd = io.open(directory->c_str(), O_RDONLY | O_DIRECTORY, 0);
-  if (dirFd >= 0) {
-    durableFlush(io, dirFd);
-    io.close(dirFd);
-  }
-  return url;
+  return {};
 }
 
 void PatchJournal::remove(const std::filesystem::path& url) {

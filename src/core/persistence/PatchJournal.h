@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/UniqueFd.h"
 #include "persistence/FileIo.h"
 #include "persistence/PatchJournalError.h"
 #include "storage/FileIdentity.h"
@@ -27,11 +28,20 @@ namespace quorin::persistence {
 //
 // Commit point: write() returns only after the journal's bytes and its
 // directory entry have been flushed; until then the caller must not touch
-// the target. Thread-safety: stateless functions, any thread.
+// the target.
+//
+// Locking: a save holds an exclusive flock on its journal from the moment
+// the file exists until the save ends, so that another Quorin or
+// `quorin-cli recover` never mistakes a live journal (written, target not
+// yet patched, or mid-patch) for the remains of a crash. Recovery and
+// rollback take the same lock without waiting and leave alone a journal
+// they cannot lock.
+//
+// Thread-safety: stateless functions, any thread.
 class PatchJournal {
  public:
   struct Entry {
-    uint64_t offset = 0;
+    uint64_t fileOffset = 0;  // in the target file (a document offset plus the file's content start)
     std::string originalBytes;
     std::string insertedBytes;  // same length as originalBytes
     bool operator==(const Entry&) const = default;
@@ -44,17 +54,44 @@ class PatchJournal {
     bool operator==(const ParsedJournal&) const = default;
   };
 
+  // Exclusive hold on one journal, released when this goes.
+  class Lock {
+   public:
+    Lock(Lock&&) = default;
+    Lock& operator=(Lock&&) = default;
+
+   private:
+    friend class PatchJournal;
+    explicit Lock(base::UniqueFd fd) : fd_(std::move(fd)) {}
+    base::UniqueFd fd_;
+  };
+  struct LockFailure {
+    enum class Kind { inUse, gone, failed };
+    Kind kind;
+    int err = 0;  // failed
+    std::string describe() const;
+  };
+  // A journal just written, locked for as long as the save keeps this.
+  struct Written {
+    std::filesystem::path url;
+    Lock lock;
+  };
+
   static constexpr uint32_t kVersion = 2;
   static constexpr std::string_view kNameSuffix = "-patchjournal";
 
   // Writes a new journal in `directory` (the scratch directory when absent,
-  // created if missing) and returns its path.
-  static std::expected<std::filesystem::path, PatchJournalError> write(
+  // created if missing) and returns its path with its lock held.
+  static std::expected<Written, PatchJournalError> write(
       const std::string& targetPath, const storage::FileIdentity& identity, std::span<const Entry> entries,
       FileIo& io = FileIo::system(), std::optional<std::filesystem::path> directory = std::nullopt);
   // Deletes a journal; errors are ignored.
   static void remove(const std::filesystem::path& url);
   static std::expected<ParsedJournal, PatchJournalError> read(const std::filesystem::path& url);
+  // Takes a journal's lock without waiting: `inUse` while its save runs,
+  // `gone` once that save has removed it.
+  static std::expected<Lock, LockFailure> lock(const std::filesystem::path& url,
+                                               FileIo& io = FileIo::system());
   // The journal files in `directory` (the scratch directory when absent), by name.
   static std::vector<std::filesystem::path> listPending(
       std::optional<std::filesystem::path> directory = std::nullopt);

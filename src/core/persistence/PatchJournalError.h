@@ -52,8 +52,7 @@ struct PatchJournalError {
 
  private:
   static PatchJournalError make(Kind kind, std::string path, int err) {
-    PatchJournalError e{kind, std::move(path), err, 0, std::nullopt};
-    return e;
+    return PatchJournalError{.kind = kind, .path = std::move(path), .err = err};
   }
 };
 

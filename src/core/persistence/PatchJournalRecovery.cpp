@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "base/Errno.h"
 #include "base/Log.h"
 
 namespace quorin::persistence {
@@ -21,46 +22,37 @@ std::string fileName(const std::string& path) { return std::filesystem::path(pat
 
 RecoveryPrompt tornPrompt(const PatchJournal::ParsedJournal& journal) {
   const size_t n = journal.entries.size();
-  return {"A save of \u201c" + fileName(journal.targetPath) + "\u201d was interrupted",
-          "The file was left partially written (" + std::to_string(n) + " region" + (n == 1 ? "" : "s") +
-              " affected) — its content currently matches neither the previous save nor the interrupted one. "
-              "Restore rolls it back to the last fully saved content.",
-          {kRestore, kKeepAsIs},
-          0};
+  return {.title = "A save of \u201c" + fileName(journal.targetPath) + "\u201d was interrupted",
+          .text = "The file was left partially written (" + std::to_string(n) + " region" +
+                  (n == 1 ? "" : "s") +
+                  " affected) — its content currently matches neither the previous save nor the interrupted "
+                  "one. Restore rolls it back to the last fully saved content.",
+          .buttons = {kRestore, kKeepAsIs},
+          .defaultButton = 0};
 }
 
 RecoveryPrompt changedPrompt(const PatchJournal::ParsedJournal& journal) {
-  return {
-      "Previous save may have been interrupted",
-      "Quorin was interrupted while saving \u201c" + fileName(journal.targetPath) +
-          "\u201d, but the file's content no longer matches what the rollback journal recorded — it may have "
-          "been modified externally since. Restoring would overwrite those changes with the older content.",
-      {kSkipRestore, kRestoreAnyway},
-      0};
+  return {.title = "Previous save may have been interrupted",
+          .text = "Quorin was interrupted while saving \u201c" + fileName(journal.targetPath) +
+                  "\u201d, but the file's content no longer matches what the rollback journal recorded — it "
+                  "may have been modified externally since. Restoring would overwrite those changes with the "
+                  "older content.",
+          .buttons = {kSkipRestore, kRestoreAnyway},
+          .defaultButton = 0};
 }
 
 RecoveryPrompt rollbackFailedPrompt(const PatchJournal::ParsedJournal& journal) {
-  return {"Couldn\u2019t restore \u201c" + fileName(journal.targetPath) + "\u201d",
-          "The rollback could not be written (the file may be read-only or on a failing disk). Nothing was "
-          "deleted — "
-          "the recovery data is kept, and Quorin will offer to restore again on the next launch. The file "
-          "remains "
-          "partially written until then.",
-          {"OK"},
-          0};
+  return {.title = "Couldn't restore \u201c" + fileName(journal.targetPath) + "\u201d",
+          .text =
+              "The rollback could not be written (the file may be read-only or on a failing disk). "
+              "Nothing was deleted — the recovery data is kept, and Quorin will offer to restore again "
+              "on the next launch. The file remains partially written until then.",
+          .buttons = {"OK"},
+          .defaultButton = 0};
 }
 
-// Reads exactly `size` bytes at `offset`; false on a short read or an error.
-bool readRegion(FileIo& io, int fd, uint64_t offset, size_t size, std::string& out) {
-  out.assign(size, '\0');
-  size_t done = 0;
-  while (done < size) {
-    const ssize_t n = io.pread(fd, out.data() + done, size - done, static_cast<off_t>(offset + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
+void logKept(const PatchJournal::ParsedJournal& journal, const std::string& why) {
+  base::logLine("patch journal " + journal.url.string() + " for " + journal.targetPath + " kept: " + why);
 }
 
 }  // namespace
@@ -68,27 +60,32 @@ bool readRegion(FileIo& io, int fd, uint64_t offset, size_t size, std::string& o
 std::vector<std::optional<PatchJournalRecovery::RegionState>> PatchJournalRecovery::classify(
     const PatchJournal::ParsedJournal& journal, FileIo& io) {
   std::vector<std::optional<RegionState>> states(journal.entries.size());
-  const int fd = io.open(journal.targetPath.c_str(), O_RDONLY, 0);
-  if (fd < 0) return states;
+  const base::UniqueFd fd = openFd(io, journal.targetPath.c_str(), O_RDONLY);
+  if (!fd) return states;
   std::string bytes;
   for (size_t i = 0; i < journal.entries.size(); ++i) {
     const auto& e = journal.entries[i];
-    if (!readRegion(io, fd, e.offset, e.insertedBytes.size(), bytes)) continue;
+    bytes.assign(e.insertedBytes.size(), '\0');
+    if (!preadAll(io, fd.get(), bytes.data(), bytes.size(), static_cast<off_t>(e.fileOffset)).complete())
+      continue;
     if (bytes == e.insertedBytes) {
       states[i] = RegionState::matchesPostImage;
     } else if (bytes == e.originalBytes) {
       states[i] = RegionState::matchesPreImage;
     }
   }
-  io.close(fd);
   return states;
 }
 
 PatchJournalRecovery::Assessment PatchJournalRecovery::assess(const PatchJournal::ParsedJournal& journal,
                                                               FileIo& io) {
   struct stat st;
-  if (::stat(journal.targetPath.c_str(), &st) != 0) return {Verdict::targetMissing, {}, std::nullopt};
-  Assessment a{Verdict::completed, classify(journal, io), std::nullopt};
+  if (::stat(journal.targetPath.c_str(), &st) != 0) {
+    if (errno == ENOENT) return {.verdict = Verdict::targetMissing};
+    return {.verdict = Verdict::targetInaccessible,
+            .problem = "stat(" + journal.targetPath + ") failed: " + base::errnoText(errno)};
+  }
+  Assessment a{.verdict = Verdict::completed, .regions = classify(journal, io)};
   const auto all = [&](std::optional<RegionState> s) {
     return std::all_of(a.regions.begin(), a.regions.end(), [&](const auto& r) { return r == s; });
   };
@@ -114,7 +111,16 @@ RecoveryPrompt PatchJournalRecovery::rollbackFailure(const PatchJournal::ParsedJ
 
 std::optional<RecoveryPrompt> PatchJournalRecovery::begin(const PatchJournal::ParsedJournal& journal,
                                                           FileIo& io) {
+  const auto lock = PatchJournal::lock(journal.url, io);
+  if (!lock) {
+    if (lock.error().kind != PatchJournal::LockFailure::Kind::gone) logKept(journal, lock.error().describe());
+    return std::nullopt;
+  }
   Assessment a = assess(journal, io);
+  if (a.verdict == Verdict::targetInaccessible) {
+    logKept(journal, a.problem);
+    return std::nullopt;
+  }
   if (!a.prompt) PatchJournal::remove(journal.url);
   return a.prompt;
 }
@@ -125,38 +131,40 @@ std::optional<RecoveryPrompt> PatchJournalRecovery::respond(const PatchJournal::
     if (rollBack(journal, io)) return std::nullopt;
     return rollbackFailedPrompt(journal);
   }
-  PatchJournal::remove(journal.url);  // Keep As-Is, Skip Restore
+  // Keep As-Is, Skip Restore: the journal goes, unless a save is using it.
+  if (const auto lock = PatchJournal::lock(journal.url, io)) PatchJournal::remove(journal.url);
   return std::nullopt;
 }
 
 bool PatchJournalRecovery::rollBack(const PatchJournal::ParsedJournal& journal, FileIo& io) {
-  const int fd = io.open(journal.targetPath.c_str(), O_WRONLY, 0);
-  if (fd < 0) {
-    base::logLine("rollback of " + journal.targetPath + " failed: cannot open it for writing");
+  const auto lock = PatchJournal::lock(journal.url, io);
+  if (!lock) {
+    logKept(journal, "no rollback: " + lock.error().describe());
     return false;
   }
-  bool ok = true;
+  return rollBack(journal, *lock, io);
+}
+
+bool PatchJournalRecovery::rollBack(const PatchJournal::ParsedJournal& journal, const PatchJournal::Lock&,
+                                    FileIo& io) {
+  const base::UniqueFd fd = openFd(io, journal.targetPath.c_str(), O_WRONLY);
+  if (!fd) {
+    logKept(journal, "rollback failed: cannot open the file for writing: " + base::errnoText(errno));
+    return false;
+  }
   for (const auto& e : journal.entries) {
-    size_t done = 0;
-    while (ok && done < e.originalBytes.size()) {
-      const ssize_t n = io.pwrite(fd, e.originalBytes.data() + done, e.originalBytes.size() - done,
-                                  static_cast<off_t>(e.offset + done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0)
-        ok = false;  // a write of nothing would loop forever: a failure like any other
-      else
-        done += static_cast<size_t>(n);
+    const auto t = pwriteAll(io, fd.get(), e.originalBytes, static_cast<off_t>(e.fileOffset));
+    if (!t.complete()) {
+      logKept(journal, "rollback failed: " + base::errnoText(t.error));
+      return false;
     }
-    if (!ok) break;
   }
-  if (ok && durableFlush(io, fd) != 0) ok = false;
-  io.close(fd);
-  if (ok) {
-    PatchJournal::remove(journal.url);
-  } else {
-    base::logLine("rollback of " + journal.targetPath + " failed; the patch journal is kept");
+  if (durableFlush(io, fd.get()) != 0) {
+    logKept(journal, "rollback failed: fsync: " + base::errnoText(errno));
+    return false;
   }
-  return ok;
+  PatchJournal::remove(journal.url);
+  return true;
 }
 
 }  // namespace quorin::persistence

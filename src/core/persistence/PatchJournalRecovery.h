@@ -29,18 +29,24 @@ struct RecoveryPrompt {
 // changed afterwards and restoring would overwrite that (not the default).
 // A target that is now a different file (device or inode changed since the
 // save began) is treated as changed afterwards even when its regions look
-// torn: bytes that happen to match are no proof it is the same file.
+// torn: bytes that happen to match are no proof it is the same file. Only a
+// target that does not exist (ENOENT) makes a journal pointless; one that
+// cannot be looked at now (EACCES, EIO, ELOOP...) keeps its journal.
+//
+// A journal whose save is still running (its lock is held) is left alone:
+// it is not the remains of a crash.
 //
 // Thread-safety: stateless; called on the main thread at launch.
 class PatchJournalRecovery {
  public:
   enum class RegionState { matchesPreImage, matchesPostImage };
-  enum class Verdict { targetMissing, completed, neverStarted, torn, changedExternally };
+  enum class Verdict { targetMissing, targetInaccessible, completed, neverStarted, torn, changedExternally };
 
   struct Assessment {
     Verdict verdict;
     std::vector<std::optional<RegionState>> regions;
     std::optional<RecoveryPrompt> prompt;  // torn and changedExternally only
+    std::string problem;                   // targetInaccessible: why the target could not be examined
   };
 
   static std::vector<std::optional<RegionState>> classify(const PatchJournal::ParsedJournal& journal,
@@ -48,7 +54,8 @@ class PatchJournalRecovery {
   static Assessment assess(const PatchJournal::ParsedJournal& journal, FileIo& io = FileIo::system());
 
   // Deals with the verdicts that need no question (deleting the journal) and
-  // returns the prompt to show otherwise.
+  // returns the prompt to show otherwise. A journal in use by a running save,
+  // or whose target cannot be examined now, is kept and nothing is asked.
   static std::optional<RecoveryPrompt> begin(const PatchJournal::ParsedJournal& journal,
                                              FileIo& io = FileIo::system());
   // Carries out the chosen button. Returns the failure message to show when
@@ -57,8 +64,12 @@ class PatchJournalRecovery {
                                                const std::string& button, FileIo& io = FileIo::system());
   // The message shown when a restore could not be written.
   static RecoveryPrompt rollbackFailure(const PatchJournal::ParsedJournal& journal);
-  // Writes every pre-image back and flushes; true on success (journal removed).
+  // Writes every pre-image back and flushes; true on success (journal
+  // removed). Takes the journal's lock first and fails if a save holds it.
   static bool rollBack(const PatchJournal::ParsedJournal& journal, FileIo& io = FileIo::system());
+  // The same for a caller that holds the lock already.
+  static bool rollBack(const PatchJournal::ParsedJournal& journal, const PatchJournal::Lock& held,
+                       FileIo& io = FileIo::system());
 };
 
 }  // namespace quorin::persistence

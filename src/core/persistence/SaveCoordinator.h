@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "persistence/FileIo.h"
+#include "persistence/PatchJournal.h"
 #include "persistence/SaveTypes.h"
 #include "persistence/UndoEntry.h"
 #include "persistence/VolumeInfo.h"
@@ -27,6 +28,8 @@ using SaveEncoder = std::function<std::expected<std::string, std::string>(std::s
 struct SaveJob {
   std::string targetPath;  // as the user named it; a symbolic link is saved through
   storage::PieceTableSnapshot snapshot;
+  // Document offsets; the file's layout (where document byte 0 lies in it)
+  // comes from the snapshot's original buffer.
   std::vector<PatchEdit> edits;  // empty when the history cannot tell what changed since the save
   storage::FileIdentity openedIdentity;
   bool transcoded = false;
@@ -46,7 +49,13 @@ struct SaveResult {
 // Assumptions and commit points (as in docs/saving.md): the patch's commit
 // point is the flush after the last pwrite — before it the journal restores
 // the old bytes, after it the journal is deleted; the rewrite's commit point
-// is the rename, before which the target is untouched.
+// is the rename, before which the target is untouched. A journal the patch
+// had to keep stays locked until the whole save (rewrite included) is over.
+//
+// Offsets: the edit list counts document bytes; the file has the document
+// `contentStart` bytes in (after its byte-order mark). The patch turns one
+// into the other once, on entry; the journal, the pre-image check, the
+// writes and the rollback all work in file offsets from there on.
 //
 // Thread-safety: an object is used by one save at a time, off the main thread.
 class SaveCoordinator {
@@ -66,9 +75,13 @@ class SaveCoordinator {
   // Chooses the strategy and writes. Blocking: run it off the main thread.
   std::expected<SaveResult, SaveError> save(const SaveJob& job);
   // The 14 steps of the patch; on success the file's identity afterwards.
+  // `contentStart` is the file offset of document byte 0.
   std::expected<storage::FileIdentity, InPlaceRejection> tryInPlacePatch(const std::string& path,
                                                                          std::span<const PatchEdit> edits,
-                                                                         const storage::FileIdentity& opened);
+                                                                         const storage::FileIdentity& opened,
+                                                                         uint64_t contentStart);
+  // Writes the file whole: the byte-order mark the file was found with (a
+  // re-encoding writes its own), then the snapshot.
   std::expected<storage::FileIdentity, SaveError> atomicRewrite(const std::string& path,
                                                                 const storage::PieceTableSnapshot& snapshot,
                                                                 const SaveEncoder& encoder);
@@ -77,6 +90,9 @@ class SaveCoordinator {
   FileIo& io_;
   const VolumeInfo& volumes_;
   std::optional<std::filesystem::path> journalDirectory_;
+  // A journal left by a patch that failed after touching the file: its lock
+  // is held until the save that fell back to the rewrite ends.
+  std::optional<PatchJournal::Written> keptJournal_;
 };
 
 }  // namespace quorin::persistence

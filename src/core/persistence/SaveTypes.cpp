@@ -16,19 +16,26 @@ std::string_view name(SaveStrategy strategy) {
 std::string InPlaceRejection::describe() const {
   using K = Kind;
   switch (kind) {
-    case K::tooManyRegions: return "too many edited regions (" + n(a) + " \u2265 " + n(b) + ")";
-    case K::regionTooLarge: return "edit #" + n(a) + " is " + n(b) + "B \u2014 over the in-place region cap";
+    case K::tooManyRegions:
+      return "too many edited regions (" + n(regionCount) + " \u2265 " + n(regionCap) + ")";
+    case K::regionTooLarge:
+      return "edit #" + n(editIndex) + " is " + n(originalLength) + "B \u2014 over the in-place region cap";
     case K::lengthChangingEdit:
-      return "edit #" + n(a) + " is not length-preserving (original " + n(b) + "B, inserted " + n(c) + "B)";
+      return "edit #" + n(editIndex) + " is not length-preserving (original " + n(originalLength) +
+             "B, inserted " + n(insertedLength) + "B)";
     case K::openRdwrFailed: return "open(O_RDWR) failed: " + base::errnoText(err);
     case K::fstatFailed: return "fstat failed: " + base::errnoText(err);
     case K::identityMismatch: return "file identity changed since open: " + detail;
     case K::flockFailed: return "flock failed: " + base::errnoText(err);
     case K::preReadFailed:
-      return "pre-read at offset " + n(a) + " returned " + n(b) + " of " + n(c) + " bytes";
-    case K::preImageMismatch: return "on-disk bytes at offset " + n(a) + " don't match the edit's pre-image";
+      return "pre-read at offset " + n(fileOffset) + " returned " + n(bytesDone) + " of " + n(bytesWanted) +
+             " bytes";
+    case K::preImageMismatch:
+      return "on-disk bytes at offset " + n(fileOffset) + " don't match the edit's pre-image";
     case K::journalWriteFailed: return "patch journal write failed: " + detail;
-    case K::partialPwrite: return "partial pwrite at offset " + n(a) + ": " + n(b) + " of " + n(c) + " bytes";
+    case K::partialPwrite:
+      return "partial pwrite at offset " + n(fileOffset) + ": " + n(bytesDone) + " of " + n(bytesWanted) +
+             " bytes";
     case K::fsyncFailed: return "fsync failed: " + base::errnoText(err);
     case K::prefDisabled: return "in-place patch disabled in preferences";
     case K::noUnsavedEdits: return "no unsaved edits";

@@ -7,8 +7,10 @@
 
 namespace quorin::persistence {
 
-// One length-preserving region to patch in place: the file's bytes at the
-// offset (pre-image) and what replaces them (post-image).
+// One length-preserving region to patch in place: the document's bytes at
+// the offset (pre-image) and what replaces them (post-image). The offset
+// counts document bytes; the file holds them contentStart bytes further on
+// (after a byte-order mark), and only the in-place patch converts.
 struct PatchEdit {
   uint64_t docOffsetAtEdit = 0;
   std::string originalBytes;
@@ -40,9 +42,16 @@ struct InPlaceRejection {
     transcodedDocument
   };
   Kind kind;
-  int64_t a = 0, b = 0, c = 0;  // the counts, offsets and sizes of the case (see describe)
-  int err = 0;
-  std::string detail;  // identityMismatch, journalWriteFailed
+  int64_t regionCount = 0;     // tooManyRegions
+  int64_t regionCap = 0;       // tooManyRegions
+  int64_t editIndex = 0;       // regionTooLarge, lengthChangingEdit
+  int64_t originalLength = 0;  // regionTooLarge (the region's size), lengthChangingEdit
+  int64_t insertedLength = 0;  // lengthChangingEdit
+  int64_t fileOffset = 0;      // preReadFailed, preImageMismatch, partialPwrite
+  int64_t bytesDone = 0;       // preReadFailed (read), partialPwrite (written)
+  int64_t bytesWanted = 0;     // preReadFailed, partialPwrite
+  int err = 0;                 // openRdwrFailed, fstatFailed, flockFailed, fsyncFailed
+  std::string detail;          // identityMismatch, journalWriteFailed
 
   std::string describe() const;
   bool operator==(const InPlaceRejection&) const = default;

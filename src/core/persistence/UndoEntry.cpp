@@ -5,7 +5,7 @@
 namespace quorin::persistence {
 
 int64_t entryWeight(const UndoEntry& entry) {
-  int64_t weight = 256;
+  int64_t weight = kUndoEntryOverheadBytes;
   const bool ok = !__builtin_add_overflow(weight, entry.removedLength(), &weight) &&
                   !__builtin_add_overflow(weight, entry.insertedLength(), &weight);
   QUORIN_CHECK(ok, "undo entry weight overflows");

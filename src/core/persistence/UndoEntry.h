@@ -53,11 +53,11 @@ inline SharedBytes sharedBytes(std::string bytes) {
   return std::make_shared<const std::string>(std::move(bytes));
 }
 
-// What an entry costs besides its bytes: bounds a flood of one-byte edits.
+// The fixed part of every entry's weight: it bounds a flood of one-byte edits.
 inline constexpr int64_t kUndoEntryOverheadBytes = 256;
 
-// Bytes removed + bytes inserted + 256, plus the weights of a batch's edits:
-// the fixed part bounds a flood of one-byte edits. Overflow stops the program.
+// Bytes removed + bytes inserted + kUndoEntryOverheadBytes, plus the weights
+// of a batch's edits. Overflow stops the program.
 int64_t entryWeight(const UndoEntry& entry);
 
 }  // namespace quorin::persistence

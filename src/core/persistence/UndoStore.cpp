@@ -27,6 +27,9 @@ int64_t UndoStore::refreshOperationCap() {
 }
 
 void UndoStore::beginBatch(std::string description, TextSelection cursorBefore) {
+  // A batch still open is closed, not dropped: its edits stand in the text
+  // and must stay undoable (and counted) like any other.
+  if (isBatchOpen()) endBatch(cursorBefore);
   refreshOperationCap();
   batchBuffer_.emplace();
   batchCursorBefore_ = cursorBefore;
@@ -54,14 +57,13 @@ bool UndoStore::endBatch(TextSelection cursorAfter) {
   memoryWeight_ -= batchBufferWeight_;
   batchBufferWeight_ = 0;
   if (edits.empty()) return true;
-  UndoEntry batch;
-  batch.docOffsetAtEdit = edits.front().docOffsetAtEdit;
-  batch.cursorBefore = batchCursorBefore_;
-  batch.cursorAfter = cursorAfter;
-  batch.isBatch = true;
-  batch.description = std::move(batchDescription_);
-  batch.batchSubEdits = std::move(edits);
-  return push(std::move(batch));
+  const int64_t offset = edits.front().docOffsetAtEdit;
+  return push(UndoEntry{.docOffsetAtEdit = offset,
+                        .cursorBefore = batchCursorBefore_,
+                        .cursorAfter = cursorAfter,
+                        .isBatch = true,
+                        .description = std::move(batchDescription_),
+                        .batchSubEdits = std::move(edits)});
 }
 
 bool UndoStore::push(UndoEntry entry) {

@@ -47,6 +47,7 @@ class UndoStore {
   int64_t refreshOperationCap();
   int64_t activeOperationCapBytes() const { return activeOperationCapBytes_; }
 
+  // Opens a batch; one still open is closed first (as endBatch with this cursor).
   void beginBatch(std::string description, TextSelection cursorBefore);
   bool isBatchOpen() const { return batchBuffer_.has_value() && !batchClosed_; }
   // Inside a batch the entry joins it; outside, it is pushed. Returns false

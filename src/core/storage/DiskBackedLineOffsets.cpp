@@ -51,29 +51,27 @@ std::expected<std::unique_ptr<DiskBackedLineOffsets>, LineOffsetStorageError> Di
   using Kind = LineOffsetStorageError::Kind;
   const int64_t c = std::clamp(capacity, kMinimumCapacity, kMaximumCapacity);
   const off_t bytes = c * kEntryBytes;
-  const int fd = ::open(scratchPath.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) return std::unexpected(LineOffsetStorageError{Kind::open, errno, scratchPath.string()});
+  base::UniqueFd fd(::open(scratchPath.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!fd) return std::unexpected(LineOffsetStorageError{Kind::open, errno, scratchPath.string()});
   auto fail = [&](Kind kind, int err) {
-    ::close(fd);
     ::unlink(scratchPath.c_str());
     return std::unexpected(LineOffsetStorageError{kind, err, {}});
   };
-  if (int err = preallocate(fd, 0, bytes)) return fail(Kind::preallocate, err);
-  if (::ftruncate(fd, bytes) != 0) return fail(Kind::ftruncate, errno);
-  void* base = ::mmap(nullptr, static_cast<size_t>(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (int err = preallocate(fd.get(), 0, bytes)) return fail(Kind::preallocate, err);
+  if (::ftruncate(fd.get(), bytes) != 0) return fail(Kind::ftruncate, errno);
+  void* base = ::mmap(nullptr, static_cast<size_t>(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
   if (base == MAP_FAILED) return fail(Kind::mmap, errno);
   return std::unique_ptr<DiskBackedLineOffsets>(
-      new DiskBackedLineOffsets(std::move(scratchPath), fd, static_cast<int64_t*>(base), c));
+      new DiskBackedLineOffsets(std::move(scratchPath), std::move(fd), static_cast<int64_t*>(base), c));
 }
 
-DiskBackedLineOffsets::DiskBackedLineOffsets(std::filesystem::path scratchPath, int fd, int64_t* base,
-                                             int64_t capacity)
-    : scratchPath_(std::move(scratchPath)), fd_(fd), basePtr_(base), capacity_(capacity) {}
+DiskBackedLineOffsets::DiskBackedLineOffsets(std::filesystem::path scratchPath, base::UniqueFd fd,
+                                             int64_t* base, int64_t capacity)
+    : scratchPath_(std::move(scratchPath)), fd_(std::move(fd)), basePtr_(base), capacity_(capacity) {}
 
 DiskBackedLineOffsets::~DiskBackedLineOffsets() {
   ::munmap(basePtr_, static_cast<size_t>(capacity_ * kEntryBytes));
-  ::close(fd_);
-  ::unlink(scratchPath_.c_str());
+  ::unlink(scratchPath_.c_str());  // the descriptor closes after (member destructor)
 }
 
 bool DiskBackedLineOffsets::reserveLocked(int64_t needed) {
@@ -89,12 +87,12 @@ bool DiskBackedLineOffsets::reserveLocked(int64_t needed) {
   // fallocate extends the file even when it fails part way; cut it back so
   // the file stays exactly `capacity` entries long.
   auto giveUp = [&](const char* step, int err) {
-    (void)::ftruncate(fd_, oldBytes);
+    (void)::ftruncate(fd_.get(), oldBytes);
     logGrowFailure(step, err);
     return false;
   };
-  if (int err = preallocate(fd_, oldBytes, newBytes - oldBytes)) return giveUp("preallocate", err);
-  if (::ftruncate(fd_, newBytes) != 0) return giveUp("ftruncate", errno);
+  if (int err = preallocate(fd_.get(), oldBytes, newBytes - oldBytes)) return giveUp("preallocate", err);
+  if (::ftruncate(fd_.get(), newBytes) != 0) return giveUp("ftruncate", errno);
   // mremap leaves the old mapping in place when it fails, which is what
   // unmapping and mapping the old length again would achieve, without the
   // window in which the store has no mapping at all.

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "base/Mutex.h"
+#include "base/UniqueFd.h"
 #include "storage/LineOffsetStorage.h"
 #include "storage/LineOffsetStorageError.h"
 
@@ -49,13 +50,14 @@ class DiskBackedLineOffsets final : public LineOffsetStorage {
   const std::filesystem::path& scratchPath() const { return scratchPath_; }
 
  private:
-  DiskBackedLineOffsets(std::filesystem::path scratchPath, int fd, int64_t* base, int64_t capacity);
+  DiskBackedLineOffsets(std::filesystem::path scratchPath, base::UniqueFd fd, int64_t* base,
+                        int64_t capacity);
   // Makes room for `needed` entries; false (logged) when it could not.
   bool reserveLocked(int64_t needed) REQUIRES(lock_);
 
   mutable base::Mutex lock_;
   const std::filesystem::path scratchPath_;
-  const int fd_;
+  const base::UniqueFd fd_;
   int64_t* basePtr_ GUARDED_BY(lock_) PT_GUARDED_BY(lock_);
   int64_t capacity_ GUARDED_BY(lock_);
   int64_t entryCount_ GUARDED_BY(lock_) = 0;

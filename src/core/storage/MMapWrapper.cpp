@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "base/Check.h"
+#include "base/Transfer.h"
 #include "dispatch/Clock.h"
 #include "storage/SigbusGuard.h"
 
@@ -18,12 +19,6 @@ namespace {
 // A shrink is noticed at most this late; it bounds fstat calls to ten a second per file.
 constexpr uint64_t kRevalidationIntervalNs = 100'000'000;
 
-int closePreservingErrno(int fd) {
-  const int saved = errno;
-  ::close(fd);
-  return saved;
-}
-
 // Large copies (whole-text scans read a megabyte at a time) are read with
 // pread instead of through the mapping: the kernel copies straight from the
 // page cache, so scanning a multi-gigabyte file does not leave it resident in
@@ -32,15 +27,7 @@ int closePreservingErrno(int fd) {
 constexpr size_t kPreadCopyBytes = size_t{256} << 10;
 
 size_t preadCopy(int fd, int64_t start, size_t count, uint8_t* dest) {
-  size_t done = 0;
-  while (done < count) {
-    const ssize_t n =
-        ::pread(fd, dest + done, count - done, static_cast<off_t>(start + static_cast<int64_t>(done)));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<size_t>(n);
-  }
-  return done;
+  return base::preadAll(fd, dest, count, static_cast<off_t>(start)).done;
 }
 
 }  // namespace
@@ -49,13 +36,12 @@ std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const s
   installSigbusHandler();
   // O_NONBLOCK: opening a FIFO by mistake must not hang the editor; it has
   // no effect on regular files.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return std::unexpected(MMapError::openFailed(path, errno));
+  base::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) return std::unexpected(MMapError::openFailed(path, errno));
 
   struct stat st;
-  if (::fstat(fd, &st) != 0) return std::unexpected(MMapError::statFailed(closePreservingErrno(fd)));
+  if (::fstat(fd.get(), &st) != 0) return std::unexpected(MMapError::statFailed(errno));
   if (!S_ISREG(st.st_mode)) {
-    ::close(fd);
     return std::unexpected(S_ISDIR(st.st_mode) ? MMapError::openFailed(path, EISDIR)
                                                : MMapError::notRegularFile(path));
   }
@@ -65,14 +51,14 @@ std::expected<std::shared_ptr<MMapWrapper>, MMapError> MMapWrapper::open(const s
   if (size == 0) {
     base = ::mmap(nullptr, 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   } else {
-    base = ::mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_PRIVATE, fd, 0);
+    base = ::mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_PRIVATE, fd.get(), 0);
   }
-  if (base == MAP_FAILED) return std::unexpected(MMapError::mmapFailed(closePreservingErrno(fd)));
+  if (base == MAP_FAILED) return std::unexpected(MMapError::mmapFailed(errno));
 
   std::shared_ptr<MMapWrapper> wrapper(new MMapWrapper());
   base::MutexLock lock(wrapper->revalidationLock_);  // nobody else sees the wrapper yet: never contended
   wrapper->path_ = path;
-  wrapper->fd_ = fd;
+  wrapper->fd_ = std::move(fd);
   wrapper->base_ = static_cast<const uint8_t*>(base);
   wrapper->length_ = size;
   wrapper->mappedLength_ = std::max<int64_t>(size, 1);
@@ -95,16 +81,15 @@ std::shared_ptr<MMapWrapper> MMapWrapper::anonymousEmpty() {
 
 MMapWrapper::~MMapWrapper() {
   if (base_ != nullptr) ::munmap(const_cast<uint8_t*>(base_), static_cast<size_t>(mappedLength_));
-  if (fd_ >= 0) ::close(fd_);
 }
 
 int64_t MMapWrapper::revalidate(bool force) const {
   const uint64_t now = dispatch::monotonicNanos();
   base::MutexLock lock(revalidationLock_);
-  if (fd_ >= 0 && (force || now - lastValidationNs_ >= kRevalidationIntervalNs)) {
+  if (fd_ && (force || now - lastValidationNs_ >= kRevalidationIntervalNs)) {
     lastValidationNs_ = now;
     struct stat st;
-    if (::fstat(fd_, &st) == 0)
+    if (::fstat(fd_.get(), &st) == 0)
       validatedLength_ = std::min<int64_t>(std::max<int64_t>(st.st_size, 0), validatedLength_);
   }
   return validatedLength_;
@@ -121,9 +106,8 @@ std::span<const uint8_t> MMapWrapper::span(int64_t start, int64_t end) const {
 int64_t MMapWrapper::copy(int64_t start, int64_t end, uint8_t* dest) const {
   const auto view = span(start, end);
   if (view.empty()) return 0;
-  const size_t copied = view.size() >= kPreadCopyBytes && fd_ >= 0
-                            ? preadCopy(fd_, start, view.size(), dest)
-                            : guardedCopy(dest, view.data(), view.size());
+  const size_t copied = view.size() >= kPreadCopyBytes && fd_ ? preadCopy(fd_.get(), start, view.size(), dest)
+                                                              : guardedCopy(dest, view.data(), view.size());
   if (copied < view.size()) revalidate(true);
   return static_cast<int64_t>(copied);
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "base/Mutex.h"
+#include "base/UniqueFd.h"
 #include "storage/MMapError.h"
 
 namespace quorin::storage {
@@ -48,7 +49,7 @@ class MMapWrapper {
   uint64_t inode() const { return inode_; }
   uint64_t device() const { return device_; }
   timespec mtime() const { return mtime_; }
-  int fd() const { return fd_; }
+  int fd() const { return fd_.get(); }
   const uint8_t* base() const { return base_; }
   int64_t mappedLength() const { return mappedLength_; }
 
@@ -80,7 +81,7 @@ class MMapWrapper {
   uint64_t inode_ = 0;
   uint64_t device_ = 0;
   timespec mtime_{};
-  int fd_ = -1;
+  base::UniqueFd fd_;
   const uint8_t* base_ = nullptr;
   int64_t mappedLength_ = 0;
 

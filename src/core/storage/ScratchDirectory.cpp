@@ -12,6 +12,7 @@
 #include <random>
 
 #include "base/Errno.h"
+#include "base/UniqueFd.h"
 
 namespace quorin::storage {
 namespace {
@@ -42,28 +43,22 @@ std::string randomHex() {
   return text;
 }
 
-// An exclusively locked "owner.lock" in `dir`: its descriptor, or -errno. The
-// file is made unnamed, locked, and only then given its name, so that a
-// cleaner never sees it unlocked; without unnamed-file support it is created
-// and locked at once, a window that only a simultaneous start could hit.
-int lockedOwnerFile(const fs::path& dir) {
+// An exclusively locked "owner.lock" in `dir`, or errno. The file is made
+// unnamed, locked, and only then given its name, so that a cleaner never
+// sees it unlocked; without unnamed-file support it is created and locked
+// at once, a window that only a simultaneous start could hit.
+std::expected<base::UniqueFd, int> lockedOwnerFile(const fs::path& dir) {
   const fs::path lockPath = dir / kLockFileName;
-  int fd = ::open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-  if (fd >= 0) {
-    const std::string procPath = "/proc/self/fd/" + std::to_string(fd);
-    if (::flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+  if (base::UniqueFd unnamed(::open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600)); unnamed) {
+    const std::string procPath = "/proc/self/fd/" + std::to_string(unnamed.get());
+    if (::flock(unnamed.get(), LOCK_EX | LOCK_NB) == 0 &&
         ::linkat(AT_FDCWD, procPath.c_str(), AT_FDCWD, lockPath.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-      return fd;
+      return unnamed;
     }
-    ::close(fd);
   }
-  fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (fd < 0) return -errno;
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    const int err = errno;
-    ::close(fd);
-    return -err;
-  }
+  base::UniqueFd fd(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!fd) return std::unexpected(errno);
+  if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return std::unexpected(errno);
   return fd;
 }
 
@@ -76,16 +71,14 @@ bool olderThanGrace(const fs::path& dir) {
 // Removes `dir` when no live owner holds its lock; true when it did.
 bool removeIfStale(const fs::path& dir) {
   std::error_code ec;
-  const int fd = ::open((dir / kLockFileName).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) {
+  const base::UniqueFd fd(::open((dir / kLockFileName).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd) {
     if (errno != ENOENT || !olderThanGrace(dir)) return false;
     return fs::remove_all(dir, ec) > 0;
   }
   // Held while removing, so that nobody else treats the directory as free meanwhile.
-  const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-  const bool removed = free && fs::remove_all(dir, ec) > 0;
-  ::close(fd);
-  return removed;
+  const bool free = ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0;
+  return free && fs::remove_all(dir, ec) > 0;
 }
 
 }  // namespace
@@ -118,13 +111,13 @@ std::expected<std::unique_ptr<ScratchDirectory>, std::string> ScratchDirectory::
     if (::mkdir(dir.c_str(), 0700) == 0) break;
     if (errno != EEXIST || attempt == 7) return std::unexpected(failure("mkdir", dir, errno));
   }
-  const int fd = lockedOwnerFile(dir);
-  if (fd < 0) {
+  auto lock = lockedOwnerFile(dir);
+  if (!lock) {
     std::error_code ec;
     fs::remove_all(dir, ec);
-    return std::unexpected(failure("lock", dir / kLockFileName, -fd));
+    return std::unexpected(failure("lock", dir / kLockFileName, lock.error()));
   }
-  return std::unique_ptr<ScratchDirectory>(new ScratchDirectory(std::move(dir), fd));
+  return std::unique_ptr<ScratchDirectory>(new ScratchDirectory(std::move(dir), std::move(*lock)));
 }
 
 int ScratchDirectory::cleanStaleDocumentDirectories() {
@@ -144,7 +137,7 @@ int ScratchDirectory::cleanStaleDocumentDirectories() {
 ScratchDirectory::~ScratchDirectory() {
   std::error_code ec;
   fs::remove_all(path_, ec);
-  ::close(lockFd_);
+  // The lock goes last (the member's destructor): until the files are gone, nobody may take them for free.
 }
 
 }  // namespace quorin::storage

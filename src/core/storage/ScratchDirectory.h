@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "base/UniqueFd.h"
+
 namespace quorin::storage {
 
 // A private per-document directory for scratch files (such as the
@@ -41,10 +43,11 @@ class ScratchDirectory {
   const std::filesystem::path& path() const { return path_; }
 
  private:
-  ScratchDirectory(std::filesystem::path path, int lockFd) : path_(std::move(path)), lockFd_(lockFd) {}
+  ScratchDirectory(std::filesystem::path path, base::UniqueFd lock)
+      : path_(std::move(path)), lock_(std::move(lock)) {}
 
   const std::filesystem::path path_;
-  const int lockFd_;
+  const base::UniqueFd lock_;
 };
 
 }  // namespace quorin::storage

@@ -13,66 +13,38 @@
 #include <vector>
 
 #include "base/Errno.h"
+#include "base/Transfer.h"
+#include "base/UniqueFd.h"
 #include "text/IcuConverter.h"
 
 namespace quorin::text {
 namespace {
 
-// Closes the descriptor and, unless released, removes the file it was
-// created for: a half-written working copy is never left behind.
+// Owns a file being created and, unless kept, removes it: a half-written
+// working copy is never left behind.
 class PartialFile {
  public:
-  PartialFile(int fd, std::filesystem::path path) : fd_(fd), path_(std::move(path)) {}
+  PartialFile(base::UniqueFd fd, std::filesystem::path path) : fd_(std::move(fd)), path_(std::move(path)) {}
   ~PartialFile() {
-    if (fd_ >= 0) ::close(fd_);
+    fd_.reset();
     if (!kept_) ::unlink(path_.c_str());
   }
   PartialFile(const PartialFile&) = delete;
   PartialFile& operator=(const PartialFile&) = delete;
-  int fd() const { return fd_; }
+  int fd() const { return fd_.get(); }
   // Closes the file and keeps it; false (errno set) when closing reports a
   // late write error, and the file is then removed after all.
   bool closeAndKeep() {
-    const int fd = std::exchange(fd_, -1);
-    if (::close(fd) != 0) return false;
+    if (fd_.close() != 0) return false;
     kept_ = true;
     return true;
   }
 
  private:
-  int fd_;
+  base::UniqueFd fd_;
   std::filesystem::path path_;
   bool kept_ = false;
 };
-
-bool writeAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = ::write(fd, data, size);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
-// Fills `buffer` from `offset` as far as the file allows; returns the bytes
-// read (fewer at end of file) or -1 with errno set.
-ssize_t preadFully(int fd, uint8_t* buffer, size_t size, int64_t offset) {
-  size_t done = 0;
-  while (done < size) {
-    const ssize_t n = ::pread(fd, buffer + done, size - done, static_cast<off_t>(offset + done));
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return -1;
-    }
-    if (n == 0) break;
-    done += static_cast<size_t>(n);
-  }
-  return static_cast<ssize_t>(done);
-}
 
 }  // namespace
 
@@ -119,17 +91,17 @@ std::expected<TranscodeSummary, TranscodeError> transcodeToUtf8(int sourceFd, co
   if (::fstat(sourceFd, &st) != 0) return std::unexpected(TranscodeError{Kind::statFailed, {}, errno});
   const int64_t total = std::max<int64_t>(st.st_size, 0);
 
-  const int out = ::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (out < 0) return std::unexpected(TranscodeError{Kind::openFailed, destination.string(), errno});
-  PartialFile file(out, destination);
+  base::UniqueFd out(::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!out) return std::unexpected(TranscodeError{Kind::openFailed, destination.string(), errno});
+  PartialFile file(std::move(out), destination);
 
   TranscodeSummary summary;
   const auto mark = byteOrderMark(encoding);
   if (!mark.empty() && total >= static_cast<int64_t>(mark.size())) {
     std::array<uint8_t, 4> head{};
-    const ssize_t n = preadFully(sourceFd, head.data(), mark.size(), 0);
-    if (n < 0) return std::unexpected(TranscodeError{Kind::readFailed, sourcePath, errno});
-    if (static_cast<size_t>(n) == mark.size() && std::equal(mark.begin(), mark.end(), head.begin())) {
+    const auto read = base::preadAll(sourceFd, head.data(), mark.size(), 0);
+    if (read.error != 0) return std::unexpected(TranscodeError{Kind::readFailed, sourcePath, read.error});
+    if (read.complete() && std::equal(mark.begin(), mark.end(), head.begin())) {
       summary.markBytes = static_cast<int64_t>(mark.size());
     }
   }
@@ -145,15 +117,14 @@ std::expected<TranscodeSummary, TranscodeError> transcodeToUtf8(int sourceFd, co
       return std::unexpected(TranscodeError{Kind::cancelled, {}, 0});
     const size_t want =
         static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(blockBytes), total - offset));
-    const ssize_t n = want == 0 ? 0 : preadFully(sourceFd, block.data(), want, offset);
-    if (n < 0) return std::unexpected(TranscodeError{Kind::readFailed, sourcePath, errno});
-    offset += n;
-    const bool last = static_cast<size_t>(n) < want || offset >= total;
+    const auto read = base::preadAll(sourceFd, block.data(), want, static_cast<off_t>(offset));
+    if (read.error != 0) return std::unexpected(TranscodeError{Kind::readFailed, sourcePath, read.error});
+    offset += static_cast<int64_t>(read.done);
+    const bool last = !read.complete() || offset >= total;
     utf8.clear();
-    stream.convert({block.data(), static_cast<size_t>(n)}, last, utf8);
-    if (!writeAll(file.fd(), utf8.data(), utf8.size())) {
-      return std::unexpected(TranscodeError{Kind::writeFailed, destination.string(), errno});
-    }
+    stream.convert({block.data(), read.done}, last, utf8);
+    if (const auto wrote = base::writeAll(file.fd(), utf8); !wrote.complete())
+      return std::unexpected(TranscodeError{Kind::writeFailed, destination.string(), wrote.error});
     summary.utf8Bytes += static_cast<int64_t>(utf8.size());
     if (options.progress) options.progress(offset, total);
     if (last) break;
@@ -169,12 +140,9 @@ std::expected<TranscodeSummary, TranscodeError> transcodeFileToUtf8(const std::f
                                                                     DetectedEncoding encoding,
                                                                     const std::filesystem::path& destination,
                                                                     const TranscodeOptions& options) {
-  const int fd = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0)
-    return std::unexpected(TranscodeError{TranscodeError::Kind::openFailed, source.string(), errno});
-  auto result = transcodeToUtf8(fd, source.string(), encoding, destination, options);
-  ::close(fd);
-  return result;
+  const base::UniqueFd fd(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) return std::unexpected(TranscodeError{TranscodeError::Kind::openFailed, source.string(), errno});
+  return transcodeToUtf8(fd.get(), source.string(), encoding, destination, options);
 }
 
 }  // namespace quorin::text

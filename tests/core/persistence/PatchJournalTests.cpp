@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <functional>
+#include <thread>
 
 #include "persistence/PatchJournal.h"
 #include "persistence/PatchJournalRecovery.h"
@@ -38,7 +39,7 @@ TEST(PatchJournal, ByteLayoutAndRoundTrip) {
   EXPECT_EQ(image.size(), 4 + 4 + 4 + 9 + 5 * 8 + 4 + (8 + 4 + 3 + 4 + 3) + (8 + 4 + 4));
 
   TempDir dir;
-  const auto url = PatchJournal::write("/t/é.log", id, entries, FileIo::system(), dir.path()).value();
+  const auto url = PatchJournal::write("/t/é.log", id, entries, FileIo::system(), dir.path()).value().url;
   EXPECT_TRUE(url.filename().string().ends_with("-patchjournal"));
   EXPECT_EQ(url.filename().string().size(), 36 + 13);
   struct stat st;
@@ -117,9 +118,9 @@ struct Scenario {
     std::string text = "aaaa|bbbb|cccc|";
     std::ofstream(target, std::ios::binary) << text;
     const std::vector<Entry> entries = {{0, "aaaa", "AAAA"}, {5, "bbbb", "BBBB"}, {10, "cccc", "CCCC"}};
-    const auto url =
+    const auto written =
         PatchJournal::write(target.string(), identityOf(target), entries, FileIo::system(), dir.path());
-    journal = PatchJournal::read(url.value()).value();
+    journal = PatchJournal::read(written.value().url).value();
     for (size_t i = 0; i < 3; ++i) {
       if (regionsNew[i] == 'N') text.replace(5 * i, 4, entries[i].insertedBytes);
       if (regionsNew[i] == 'X') text.replace(5 * i, 4, "????");
@@ -174,6 +175,16 @@ TEST(PatchJournalRecovery, SilentCasesDeleteTheJournal) {
   EXPECT_EQ(Recovery::begin(gone.journal), std::nullopt);
   EXPECT_FALSE(std::filesystem::exists(gone.journal.url));
 
+  // Only a missing target makes the journal pointless; one that cannot be looked at now keeps it.
+  Scenario looping("NON");
+  std::filesystem::remove(looping.target);
+  std::filesystem::create_symlink(looping.target, looping.target);  // stat: ELOOP
+  const auto inaccessible = Recovery::assess(looping.journal);
+  EXPECT_EQ(inaccessible.verdict, Recovery::Verdict::targetInaccessible);
+  EXPECT_NE(inaccessible.problem.find("Too many levels of symbolic links"), std::string::npos);
+  EXPECT_EQ(Recovery::begin(looping.journal), std::nullopt);
+  EXPECT_TRUE(std::filesystem::exists(looping.journal.url));
+
   Scenario kept("NON");
   EXPECT_EQ(Recovery::respond(kept.journal, "Keep As-Is"), std::nullopt);
   EXPECT_FALSE(std::filesystem::exists(kept.journal.url));
@@ -204,10 +215,36 @@ TEST(PatchJournalRecovery, RestoreWritesEveryPreImageOrKeepsTheJournal) {
     };
     const auto prompt = Recovery::respond(f.journal, "Restore Anyway", failing);
     ASSERT_TRUE(prompt);
-    EXPECT_EQ(prompt->title, "Couldn\u2019t restore \u201capp.log\u201d");
+    EXPECT_EQ(prompt->title, "Couldn't restore \u201capp.log\u201d");
     EXPECT_EQ(prompt->buttons, std::vector<std::string>{"OK"});
     EXPECT_TRUE(std::filesystem::exists(f.journal.url));  // offered again at the next launch
   }
+}
+
+// A journal whose save still runs is not the remains of a crash: recovery and
+// rollback, from another descriptor or thread, leave it and the file alone.
+TEST(PatchJournalRecovery, LeavesTheJournalOfARunningSaveAlone) {
+  Scenario s("NON");
+  const std::string torn = readFile(s.target);
+  auto live = PatchJournal::lock(s.journal.url).value();  // as the saver holds it
+  std::optional<RecoveryPrompt> prompt = RecoveryPrompt{};
+  bool rolledBack = true;
+  std::thread([&] {
+    prompt = Recovery::begin(s.journal);
+    rolledBack = Recovery::rollBack(s.journal);
+    Recovery::respond(s.journal, "Keep As-Is");
+  }).join();
+  EXPECT_EQ(prompt, std::nullopt);
+  EXPECT_FALSE(rolledBack);
+  EXPECT_TRUE(std::filesystem::exists(s.journal.url));
+  EXPECT_EQ(readFile(s.target), torn);
+  EXPECT_EQ(PatchJournal::lock(s.journal.url).error().kind, PatchJournal::LockFailure::Kind::inUse);
+
+  { [[maybe_unused]] auto released = std::move(live); }  // the save ends
+  ASSERT_TRUE(Recovery::begin(s.journal));
+  EXPECT_TRUE(Recovery::rollBack(s.journal));
+  EXPECT_EQ(readFile(s.target), "aaaa|bbbb|cccc|");
+  EXPECT_EQ(PatchJournal::lock(s.journal.url).error().kind, PatchJournal::LockFailure::Kind::gone);
 }
 
 }  // namespace

@@ -82,6 +82,17 @@ TEST(UndoStore, BatchesCloseOnceIntoOneEntry) {
   EXPECT_EQ(entry.cursorAfter, TextSelection::at(2));
   EXPECT_EQ(entry.batchSubEdits.size(), 2u);
   EXPECT_EQ(store.memoryWeight(), 256 + 514);
+
+  // A batch begun while one is open closes that one first: its edit stays undoable and weighed.
+  store.beginBatch("Paste", TextSelection::at(2));
+  store.record(insertion(2, "c"));
+  store.beginBatch("Replace", TextSelection::at(3));
+  store.record(insertion(3, "d"));
+  EXPECT_TRUE(store.endBatch(TextSelection::at(4)));
+  ASSERT_EQ(store.undoCount(), 3u);
+  EXPECT_EQ(store.entriesAboveSavePoint()[1].description, "Paste");
+  EXPECT_EQ(store.entriesAboveSavePoint()[1].cursorAfter, TextSelection::at(3));
+  EXPECT_EQ(store.memoryWeight(), 3 * 256 + 514 + 2 * 257);
 }
 
 TEST(UndoStore, SavePointAcrossUndoRedoTrimAndPressure) {

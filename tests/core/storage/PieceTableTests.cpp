@@ -133,6 +133,13 @@ TEST(PieceTable, CompactionMergesAdjacentRunsWithoutANewVersion) {
   table->deleteRange({4, 8});
   EXPECT_EQ(table->compact(10).piecesAfter, 1);
   EXPECT_FALSE(table->compact(10).swapped);  // nothing left to merge
+
+  // The budget is looked at before every step: one already spent merges nothing, however few the pieces.
+  table->insert("ef", 2);
+  table->insert("gh", 4);
+  const auto spent = table->compact(-1);
+  EXPECT_FALSE(spent.swapped);
+  EXPECT_EQ(spent.piecesAfter, spent.piecesBefore);
 }
 
 TEST(PieceTable, AnEditDuringCompactionWins) {
