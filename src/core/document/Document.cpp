@@ -4,6 +4,7 @@
 
 #include "base/Check.h"
 #include "dispatch/WorkerPool.h"
+#include "persistence/SaveDirectory.h"
 #include "storage/MMapWrapper.h"
 
 namespace quorin::document {
@@ -57,6 +58,9 @@ std::expected<std::shared_ptr<Document>, OpenError> Document::open(const std::st
                                                                    OpenOptions options) {
   auto loaded = loadText(path, options.encoding, options);
   if (!loaded) return std::unexpected(loaded.error());
+  // A rewrite killed part-way (a crash, kill -9) left a private directory with a partial copy beside the
+  // file; its process is gone, so nobody else will ever remove it.
+  persistence::removeAbandonedSaveDirectories(std::filesystem::absolute(path).parent_path());
   std::shared_ptr<Document> doc(new Document(path, std::move(options)));
   doc->openMode_ = doc->options_.mode.mode;
   doc->readOnly_ = !storage::acceptsEdits(doc->openMode_);

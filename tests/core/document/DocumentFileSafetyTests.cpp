@@ -3,6 +3,8 @@
 // rotation, and the document's parts let go off the main thread.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <thread>
@@ -85,6 +87,45 @@ struct Opened {
   std::string text() const { return testing::wholeText(doc->snapshot().text); }
 };
 
+TEST(DocumentFileSafety, AByteOrderMarkSurvivesBothSaveStrategies) {
+  const std::string mark = "\xef\xbb\xbf";
+  Opened o(mark + "abcabcabcQ", false);
+  ASSERT_EQ(o.text(), "abcabcabcQ");  // the mark is not part of the text
+  o.doc->replace({6, 9}, "XYZ", {}, {});
+  const auto patched = o.save();
+  ASSERT_TRUE(patched);
+  EXPECT_EQ(patched->strategy, persistence::SaveStrategy::inPlacePatch);
+  EXPECT_EQ(fileBytes(o.file), mark + "abcabcXYZQ");
+
+  o.doc->insert(0, ">", {}, {});
+  const auto rewritten = o.save();
+  ASSERT_TRUE(rewritten);
+  EXPECT_EQ(rewritten->strategy, persistence::SaveStrategy::atomicRewrite);
+  EXPECT_EQ(fileBytes(o.file), mark + ">abcabcXYZQ");
+  EXPECT_EQ(o.text(), ">abcabcXYZQ");  // and the document goes on over the new file, mark skipped
+}
+
+TEST(DocumentFileSafety, OpeningAFileRemovesWhatAKilledRewriteLeftBesideIt) {
+  testing::TempDir dir;
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);  // a process that is gone
+  char host[256] = {};
+  ::gethostname(host, sizeof host - 1);
+  const auto leftover = dir.path() / (".quorin-save-" + std::to_string(child) + "@" + host + "-a1B2c3");
+  std::filesystem::create_directory(leftover);
+  std::ofstream(leftover / "app.log") << "partial copy";
+  const auto file = dir.write("app.log", "text\n");
+
+  dispatch::ManualMainQueue main;
+  OpenOptions options;
+  options.mainQueue = &main;
+  options.watchFile = false;
+  options.watchMemoryPressure = false;
+  ASSERT_TRUE(Document::open(file.string(), options));
+  EXPECT_FALSE(std::filesystem::exists(leftover));
+}
+
 TEST(DocumentFileSafety, CatchUpThenSaveKeepsTheSkippedBytesInTheFile) {
   Opened o("a\n");
   ASSERT_TRUE(o.doc->startFollowing());
@@ -144,9 +185,11 @@ TEST(DocumentFileSafety, RotationSwitchesToTheNewFileAtTheFollowedPath) {
   ASSERT_TRUE(o.awaitNotice(Kind::renamed));
   o.dir.write("app.log", "new 1\n");
   for (int i = 0; i < 8 && !o.awaitNotice(Kind::rotated); ++i) o.poll();
-  const auto rotated = std::find_if(o.notices.begin(), o.notices.end(), [](auto& n) { return n.kind == Kind::rotated; });
+  const auto rotated =
+      std::find_if(o.notices.begin(), o.notices.end(), [](auto& n) { return n.kind == Kind::rotated; });
   ASSERT_NE(rotated, o.notices.end());
-  EXPECT_EQ(rotated->message, "\u201capp.log\u201d was rotated \u2014 a new file has its name now. Switch to it?");
+  EXPECT_EQ(rotated->message,
+            "\u201capp.log\u201d was rotated \u2014 a new file has its name now. Switch to it?");
   EXPECT_EQ(rotated->newPath, o.file.string());
 
   ASSERT_TRUE(o.doc->switchToRotatedFile());
@@ -158,6 +201,7 @@ TEST(DocumentFileSafety, RotationSwitchesToTheNewFileAtTheFollowedPath) {
 TEST(DocumentFileSafety, AFollowedDocumentMayBeLetGoOffTheMainThread) {
   Opened o("a\n");
   ASSERT_TRUE(o.doc->startFollowing());
+  // Before, cancelling the follower's timer off the main thread stopped the program.
   std::thread([doc = std::move(o.doc)]() mutable { doc.reset(); }).join();
   o.main.runPending();  // the follower's timer is cancelled here, where it belongs
   append(o.file, "b\n");
