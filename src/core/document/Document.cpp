@@ -176,6 +176,7 @@ DescribedSnapshot Document::describedSnapshot() const {
 }
 
 void Document::markSaved(std::optional<storage::FileIdentity> newIdentity) {
+  requireMainThread();
   undo_->markSaved();
   if (newIdentity) source_.identity = newIdentity;
 }
@@ -209,7 +210,10 @@ std::expected<void, std::string> Document::startFollowing() {
   return live_->startFollowing();
 }
 
-void Document::stopFollowing() { live_->stopFollowing(); }
+void Document::stopFollowing() {
+  requireMainThread();
+  live_->stopFollowing();
+}
 
 void Document::catchUpToLive() {
   requireMainThread();
