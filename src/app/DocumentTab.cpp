@@ -1,4 +1,4 @@
-#include "DocumentTab.h"
+#include "app/DocumentTab.h"
 
 #include <QFileInfo>
 #include <QLocale>
@@ -7,12 +7,12 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include "app/csv/CsvGridView.h"
+#include "app/find/FindBar.h"
+#include "app/goto/GoToField.h"
+#include "app/view/TextView.h"
 #include "base/ByteCount.h"
-#include "csv/CsvGridView.h"
-#include "find/FindBar.h"
-#include "goto/GoToField.h"
 #include "text/DetectedEncoding.h"
-#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {

@@ -1,4 +1,4 @@
-#include "LargeFileDialog.h"
+#include "app/LargeFileDialog.h"
 
 #include <QDialogButtonBox>
 #include <QHBoxLayout>

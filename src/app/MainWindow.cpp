@@ -1,4 +1,4 @@
-#include "MainWindow.h"
+#include "app/MainWindow.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -19,14 +19,14 @@
 #include <QTabBar>
 #include <QTabWidget>
 
-#include "DocumentTab.h"
-#include "LargeFileDialog.h"
+#include "app/DocumentTab.h"
+#include "app/LargeFileDialog.h"
+#include "app/compare/CompareWindow.h"
+#include "app/find/FindBar.h"
+#include "app/goto/GoToField.h"
+#include "app/view/TextView.h"
 #include "base/ByteCount.h"
-#include "compare/CompareWindow.h"
 #include "document/Document.h"
-#include "find/FindBar.h"
-#include "goto/GoToField.h"
-#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {

@@ -2,10 +2,10 @@
 #include <QCommandLineParser>
 #include <QTimer>
 
-#include "BenchSuite.h"
-#include "MainWindow.h"
-#include "QtMainQueue.h"
-#include "RecoveryPrompts.h"
+#include "app/BenchSuite.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
+#include "app/RecoveryPrompts.h"
 #include "dispatch/WorkerPool.h"
 #include "storage/ScratchDirectory.h"
 

@@ -7,12 +7,12 @@
 #include <QTimer>
 #include <fstream>
 
-#include "DocumentTab.h"
-#include "LargeFileDialog.h"
-#include "MainWindow.h"
-#include "QtMainQueue.h"
+#include "app/DocumentTab.h"
+#include "app/LargeFileDialog.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
+#include "app/view/TextView.h"
 #include "support/TempDir.h"
-#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {

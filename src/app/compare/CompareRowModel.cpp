@@ -1,4 +1,4 @@
-#include "compare/CompareRowModel.h"
+#include "app/compare/CompareRowModel.h"
 
 #include <QBrush>
 #include <QColor>

@@ -1,4 +1,4 @@
-#include "compare/CompareWindow.h"
+#include "app/compare/CompareWindow.h"
 
 #include <QCheckBox>
 #include <QComboBox>

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "compare/CompareRowModel.h"
+#include "app/compare/CompareRowModel.h"
 #include "compare/Comparison.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"

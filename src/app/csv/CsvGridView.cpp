@@ -1,4 +1,4 @@
-#include "csv/CsvGridView.h"
+#include "app/csv/CsvGridView.h"
 
 #include <QCheckBox>
 #include <QClipboard>
@@ -17,7 +17,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "csv/CsvTableModel.h"
+#include "app/csv/CsvTableModel.h"
 #include "csv/DelimiterDetection.h"
 #include "dispatch/SerialQueue.h"
 

@@ -1,4 +1,4 @@
-#include "csv/CsvTableModel.h"
+#include "app/csv/CsvTableModel.h"
 
 #include <QColor>
 #include <QLocale>

@@ -1,4 +1,4 @@
-#include "find/FindBar.h"
+#include "app/find/FindBar.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -14,8 +14,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include "app/find/FindSummary.h"
 #include "dispatch/Clock.h"
-#include "find/FindSummary.h"
 #include "search/QueryText.h"
 
 namespace quorin::app {

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <memory>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
+#include "app/find/MatchSet.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
-#include "find/MatchSet.h"
 #include "search/FindNext.h"
 #include "search/SearchEngine.h"
 

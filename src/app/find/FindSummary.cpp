@@ -1,4 +1,4 @@
-#include "find/FindSummary.h"
+#include "app/find/FindSummary.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "goto/GoToField.h"
+#include "app/goto/GoToField.h"
 
 #include <QKeyEvent>
 #include <QLabel>
@@ -9,7 +9,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "find/FindSummary.h"
+#include "app/find/FindSummary.h"
 #include "text/LineEnding.h"
 
 namespace quorin::app {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
 #include "logs/GoToTarget.h"

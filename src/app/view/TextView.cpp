@@ -1,4 +1,4 @@
-#include "view/TextView.h"
+#include "app/view/TextView.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -11,9 +11,9 @@
 #include <cmath>
 #include <limits>
 
+#include "app/view/ScrollMapping.h"
 #include "base/ByteCount.h"
 #include "text/LineEnding.h"
-#include "view/ScrollMapping.h"
 
 namespace quorin::app {
 namespace {

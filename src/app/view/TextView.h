@@ -6,9 +6,9 @@
 #include <optional>
 #include <vector>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
+#include "app/view/TextLines.h"
 #include "document/Document.h"
-#include "view/TextLines.h"
 
 namespace quorin::app {
 

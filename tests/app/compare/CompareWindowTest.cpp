@@ -4,7 +4,7 @@
 #include <QTableView>
 #include <fstream>
 
-#include "compare/CompareWindow.h"
+#include "app/compare/CompareWindow.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
 #include "support/ManualExecutor.h"

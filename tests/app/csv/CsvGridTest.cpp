@@ -5,8 +5,8 @@
 #include <QItemSelectionModel>
 #include <random>
 
-#include "csv/CsvGridView.h"
-#include "csv/CsvTableModel.h"
+#include "app/csv/CsvGridView.h"
+#include "app/csv/CsvTableModel.h"
 #include "csv/DelimiterDetection.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"

@@ -5,10 +5,10 @@
 #include <QSettings>
 #include <QTest>
 
-#include "QtMainQueue.h"
+#include "app/QtMainQueue.h"
+#include "app/find/FindBar.h"
+#include "app/find/FindSummary.h"
 #include "app/find/PanelTestSupport.h"
-#include "find/FindBar.h"
-#include "find/FindSummary.h"
 
 namespace quorin::app {
 namespace {

@@ -4,8 +4,8 @@
 #include <QLineEdit>
 
 #include "app/find/PanelTestSupport.h"
+#include "app/goto/GoToField.h"
 #include "dispatch/ManualMainQueue.h"
-#include "goto/GoToField.h"
 #include "support/ManualExecutor.h"
 
 namespace quorin::app {

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "ViewTestSupport.h"
-#include "view/TextView.h"
+#include "app/view/TextView.h"
 
 namespace quorin::app {
 namespace {
