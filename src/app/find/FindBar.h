@@ -134,6 +134,7 @@ class FindBar final : public QWidget {
   search::SearchHandle stepHandle_;
   search::SearchHandle replaceAllHandle_;
   uint64_t replaceGeneration_ = 0;
+  bool wrapNoteShown_ = false;  // the status bar shows "Search wrapped…" from the last step
 };
 
 }  // namespace quorin::app
