@@ -17,10 +17,6 @@ class QLineEdit;
 
 namespace quorin::app {
 
-// Shown when a record is asked for and nobody can resolve records.
-inline constexpr const char* kNoRecordIndexMessage =
-    "Records need the CSV index: open this document in the Table view first";
-
 struct GoToFieldConfig {
   uint64_t indexPollNs = 200'000'000;  // how often a wait for the line index looks again
 };
