@@ -11,6 +11,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPointer>
 #include <QProgressBar>
 #include <QProgressDialog>
 #include <QPushButton>
@@ -253,6 +254,10 @@ bool MainWindow::saveCurrent(bool askForName) {
     saved = ok;
     wait.quit();
   });
+  // The wait runs the event loop, where the tab may be closed: its save's
+  // answer then never comes, so its end ends the wait too.
+  const QPointer<DocumentTab> alive(tab);
+  connect(tab, &QObject::destroyed, &wait, &QEventLoop::quit);
   if (askForName || tab->document().isUntitled()) {
     const QString path = QFileDialog::getSaveFileName(this, tr("Save As"), tab->path());
     if (path.isEmpty()) {
@@ -265,6 +270,7 @@ bool MainWindow::saveCurrent(bool askForName) {
   }
   // The save runs off this thread; events keep flowing meanwhile, so the window repaints.
   if (tab->isSaving()) wait.exec();
+  if (!alive) return false;
   disconnect(connection);
   if (saved) noteRecent(canonicalPath(tab->path()));
   return saved;

@@ -150,6 +150,25 @@ TEST(AppMainWindowTest, ThePatchInPlaceToggleIsStoredAndAppliedToOpenDocuments) 
   window.closeTab(0);
 }
 
+// Saving waits in the event loop, where the tab may be closed before the save answers.
+TEST(AppMainWindowTest, ATabClosedWhileItsSaveRunsEndsTheWait) {
+  testing::TempDir dir;
+  const auto path = dir.write("closing.log", "alpha\n");
+  MainWindow window(lastingQueue());
+  ASSERT_EQ(window.openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
+  DocumentTab* tab = window.currentTab();
+  QTest::keyClicks(tab->view(), QStringLiteral("x"));
+  QObject::connect(tab, &DocumentTab::statusMessage, tab, [tab](const QString& text) {
+    if (text == "Saving…") QTimer::singleShot(0, [tab] { delete tab; });
+  });
+  QAction* save = nullptr;
+  for (QAction* action : window.findChildren<QAction*>())
+    if (action->text() == "&Save") save = action;
+  ASSERT_NE(save, nullptr);
+  save->trigger();
+  EXPECT_EQ(window.tabCount(), 0);
+}
+
 TEST(AppLargeFileDialogTest, CardsAndValidationAlertsUseTheirTexts) {
   constexpr int64_t kTenAndAHalfMB = 10 * 1'048'576 + 524'288;
   LargeFileController dialog(QStringLiteral("big.log"), kTenAndAHalfMB, 1'048'576);
