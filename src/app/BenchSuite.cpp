@@ -1,4 +1,4 @@
-#include "BenchSuite.h"
+#include "app/BenchSuite.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -20,13 +20,13 @@
 #include <random>
 #include <vector>
 
-#include "DocumentTab.h"
-#include "LargeFileDialog.h"
-#include "MainWindow.h"
-#include "compare/CompareWindow.h"
-#include "find/FindBar.h"
-#include "goto/GoToField.h"
-#include "view/TextView.h"
+#include "app/DocumentTab.h"
+#include "app/LargeFileDialog.h"
+#include "app/MainWindow.h"
+#include "app/compare/CompareWindow.h"
+#include "app/find/FindBar.h"
+#include "app/goto/GoToField.h"
+#include "app/view/TextView.h"
 
 namespace quorin::app {
 namespace {

@@ -1,4 +1,4 @@
-#include "DocumentTab.h"
+#include "app/DocumentTab.h"
 
 #include <QFileInfo>
 #include <QLocale>
@@ -7,12 +7,14 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include "app/csv/CsvGridView.h"
+#include "app/find/FindBar.h"
+#include "app/goto/GoToField.h"
+#include "app/goto/GoToTexts.h"
+#include "app/view/TextView.h"
 #include "base/ByteCount.h"
-#include "csv/CsvGridView.h"
-#include "find/FindBar.h"
-#include "goto/GoToField.h"
+#include "text/BinarySniff.h"
 #include "text/DetectedEncoding.h"
-#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {
@@ -58,11 +60,20 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   connect(find_, &FindBar::closed, view_, [this] { view_->setFocus(); });
   connect(goTo_, &GoToField::closed, view_, [this] { view_->setFocus(); });
   goTo_->setRecordResolver([this](int64_t record) -> std::expected<int64_t, QString> {
-    if (!grid_) return std::unexpected(QString::fromUtf8(kNoRecordIndexMessage));
+    if (!grid_) return std::unexpected(GoToTexts::noRecordIndex());
     return grid_->recordResolver()(record);
   });
   connect(view_, &TextView::statusMessage, this, &DocumentTab::statusMessage);
-  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange&) { emit stateChanged(); });
+  // Find and Go to place the selection in the text; the table shows the same place.
+  connect(view_, &TextView::selectionPlaced, this, [this](qint64 begin, qint64) {
+    if (isShowingTable()) grid_->showOffset(begin);
+  });
+  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange&) {
+    // A complete index takes edits and appended lines without a progress
+    // report: the count comes from the text as it is now.
+    if (progress_.isComplete) progress_.lineCount = doc_->snapshot().lines.lineCount();
+    emit stateChanged();
+  });
   doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
     progress_ = progress;
     view_->refreshText();
@@ -72,6 +83,19 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   doc_->setLiveFileHandler([this](const document::LiveFileNotice& notice) { showLiveNotice(notice); });
   progress_.isComplete = doc_->snapshot().lines.isComplete;
   progress_.lineCount = doc_->snapshot().lines.lineCount();
+  if (looksBinary())
+    openNotice_ = tr("“%1” looks like a binary file; it is shown as %2 text")
+                      .arg(QFileInfo(path()).fileName(), encodingText());
+}
+
+bool DocumentTab::looksBinary() const {
+  if (doc_->isUntitled()) return false;
+  const auto text = doc_->snapshot().text;
+  std::vector<uint8_t> sample(
+      static_cast<size_t>(std::min<int64_t>(text.totalLength(), text::kBinarySniffBytes)));
+  const int64_t read = text.copyBytes({0, static_cast<int64_t>(sample.size())}, sample.data());
+  sample.resize(static_cast<size_t>(std::max<int64_t>(read, 0)));
+  return text::looksBinary(sample);
 }
 
 DocumentTab::~DocumentTab() {
@@ -136,20 +160,31 @@ QString DocumentTab::lineEndingText() const {
   return QStringLiteral("LF");
 }
 
-QString DocumentTab::sizeText() const { return qt(base::formatByteCount(doc_->length())); }
+QString DocumentTab::sizeText() const {
+  // A file in another encoding is shown from a UTF-8 working copy of another
+  // size: the size the user knows is the file's own.
+  const auto& identity = doc_->fileIdentity();
+  const int64_t size = doc_->isTranscoded() && identity ? identity->size : doc_->length();
+  return qt(base::formatByteCount(size));
+}
 
 QString DocumentTab::indexText() const {
   const QLocale locale;
-  const QString tier = progress_.tierName.empty() ? QString() : tr(" · tier %1").arg(qt(progress_.tierName));
-  if (progress_.isComplete) {
+  if (progress_.isComplete)
     return tr("%1 lines")
-               .arg(locale.toString(static_cast<qlonglong>(std::max<int64_t>(1, progress_.lineCount)))) +
-           tier;
-  }
+        .arg(locale.toString(static_cast<qlonglong>(std::max<int64_t>(1, progress_.lineCount))));
   return tr("Indexing %1% · ~%2 lines")
-             .arg(static_cast<int>(progress_.fraction() * 100))
-             .arg(locale.toString(static_cast<qlonglong>(progress_.lineCount))) +
-         tier;
+      .arg(static_cast<int>(progress_.fraction() * 100))
+      .arg(locale.toString(static_cast<qlonglong>(progress_.lineCount)));
+}
+
+QString DocumentTab::indexToolTip() const {
+  if (progress_.tierName.empty()) return {};
+  // Tier 1 keeps the line starts in memory; tier 2 in a scratch file on disk.
+  const QString where = progress_.tierName.starts_with('1')
+                            ? tr("Line starts are kept in memory")
+                            : tr("Line starts are kept in a scratch file on disk");
+  return tr("%1 (line index tier %2)").arg(where, qt(progress_.tierName));
 }
 
 void DocumentTab::showStatus(const std::string& text) {

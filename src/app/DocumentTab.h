@@ -53,6 +53,9 @@ class DocumentTab : public QWidget {
   QString lineEndingText() const;
   QString sizeText() const;
   QString indexText() const;
+  QString indexToolTip() const;
+  // Said once when the tab opens (e.g. that the file looks binary); empty when there is nothing to say.
+  QString openNotice() const { return openNotice_; }
   QString followText() const { return followText_; }
   bool canCatchUp() const { return canCatchUp_; }
 
@@ -76,6 +79,7 @@ class DocumentTab : public QWidget {
   void showStatus(const std::string& text);
   void finishSave(const std::expected<persistence::SaveOutcome, persistence::SaveError>& result);
   bool confirmLossySave();
+  bool looksBinary() const;
 
   std::shared_ptr<document::Document> doc_;
   dispatch::MainQueue& mainQueue_;
@@ -89,6 +93,7 @@ class DocumentTab : public QWidget {
   int listenerToken_ = 0;
   storage::LineIndexProgress progress_;
   QString followText_;
+  QString openNotice_;
   bool canCatchUp_ = false;
   bool warnedTooLargeToUndo_ = false;
 };

@@ -1,5 +1,6 @@
-#include "LargeFileDialog.h"
+#include "app/LargeFileDialog.h"
 
+#include <QCoreApplication>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -23,7 +24,7 @@ QSpinBox* megabyteField(int value, int minimum, QWidget* parent) {
   auto* field = new QSpinBox(parent);
   field->setRange(minimum, 1 << 30);
   field->setValue(value);
-  field->setSuffix(QStringLiteral(" MB"));
+  field->setSuffix(QCoreApplication::translate("quorin::app::LargeFileController", " MB"));
   field->setMinimumWidth(110);
   return field;
 }

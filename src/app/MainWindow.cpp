@@ -1,4 +1,4 @@
-#include "MainWindow.h"
+#include "app/MainWindow.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -11,6 +11,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPointer>
 #include <QProgressBar>
 #include <QProgressDialog>
 #include <QPushButton>
@@ -19,56 +20,20 @@
 #include <QTabBar>
 #include <QTabWidget>
 
-#include "DocumentTab.h"
-#include "LargeFileDialog.h"
+#include "app/DocumentTab.h"
+#include "app/LargeFileDialog.h"
+#include "app/WindowSupport.h"
+#include "app/compare/CompareWindow.h"
+#include "app/find/FindBar.h"
+#include "app/goto/GoToField.h"
+#include "app/view/TextView.h"
 #include "base/ByteCount.h"
-#include "compare/CompareWindow.h"
 #include "document/Document.h"
-#include "find/FindBar.h"
-#include "goto/GoToField.h"
-#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {
 
-constexpr int kMaxRecentFiles = 12;
 constexpr int kStatusMessageMs = 4000;
-
-QLabel* addStatusLabel(QStatusBar* bar) {
-  auto* label = new QLabel(bar);
-  label->setContentsMargins(6, 0, 6, 0);
-  bar->addPermanentWidget(label);
-  return label;
-}
-
-QString canonical(const QString& path) {
-  const QFileInfo info(path);
-  const QString resolved = info.canonicalFilePath();
-  return resolved.isEmpty() ? info.absoluteFilePath() : resolved;
-}
-
-int64_t fastOpenThreshold() {
-  const QSettings settings;
-  return settings
-      .value(QString::fromUtf8(storage::kFastOpenThresholdKey.data(),
-                               static_cast<qsizetype>(storage::kFastOpenThresholdKey.size())),
-             QVariant::fromValue<qlonglong>(storage::kDefaultFastOpenThresholdBytes))
-      .toLongLong();
-}
-
-// Long jobs of every window (CSV index builds), listed for cancellation.
-jobs::JobRegistry& applicationJobs() {
-  static jobs::JobRegistry registry;
-  return registry;
-}
-
-QList<MainWindow*> allWindows() {
-  QList<MainWindow*> windows;
-  for (QWidget* widget : QApplication::topLevelWidgets()) {
-    if (auto* window = qobject_cast<MainWindow*>(widget)) windows.append(window);
-  }
-  return windows;
-}
 
 }  // namespace
 
@@ -91,104 +56,6 @@ MainWindow::MainWindow(dispatch::MainQueue& mainQueue, QWidget* parent)
 
 MainWindow::~MainWindow() = default;
 
-void MainWindow::createMenus() {
-  QMenu* file = menuBar()->addMenu(tr("&File"));
-  file->addAction(tr("&New"), QKeySequence::New, this, &MainWindow::newDocument);
-  file->addAction(tr("New &Window"), QKeySequence(tr("Ctrl+Shift+N")), this, [this] {
-    auto* window = new MainWindow(mainQueue_);
-    window->show();
-  });
-  file->addAction(tr("&Open…"), QKeySequence::Open, this, &MainWindow::chooseAndOpenFile);
-  recentMenu_ = file->addMenu(tr("Open &Recent"));
-  connect(recentMenu_, &QMenu::aboutToShow, this, &MainWindow::updateRecentMenu);
-  file->addSeparator();
-  saveAction_ = file->addAction(tr("&Save"), QKeySequence::Save, this, [this] { saveCurrent(false); });
-  saveAsAction_ = file->addAction(tr("Save &As…"), QKeySequence::SaveAs, this, [this] { saveCurrent(true); });
-  file->addSeparator();
-  file->addAction(tr("&Close Tab"), QKeySequence::Close, this, [this] {
-    if (tabs_->count() > 0) closeTab(tabs_->currentIndex());
-  });
-  QAction* quit = file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
-  quit->setMenuRole(QAction::QuitRole);
-
-  QMenu* edit = menuBar()->addMenu(tr("&Edit"));
-  auto viewAction = [this](void (TextView::*method)()) {
-    return [this, method] {
-      if (DocumentTab* tab = currentTab()) (tab->view()->*method)();
-    };
-  };
-  undoAction_ = edit->addAction(tr("&Undo"), QKeySequence::Undo, this, viewAction(&TextView::undo));
-  redoAction_ = edit->addAction(tr("&Redo"), QKeySequence::Redo, this, viewAction(&TextView::redo));
-  edit->addSeparator();
-  edit->addAction(tr("Cu&t"), QKeySequence::Cut, this, viewAction(&TextView::cut));
-  edit->addAction(tr("&Copy"), QKeySequence::Copy, this, viewAction(&TextView::copy));
-  edit->addAction(tr("&Paste"), QKeySequence::Paste, this, viewAction(&TextView::paste));
-  edit->addAction(tr("Select &All"), QKeySequence::SelectAll, this, viewAction(&TextView::selectAll));
-
-  edit->addSeparator();
-  auto tabAction = [this](auto method) {
-    return [this, method] {
-      if (DocumentTab* tab = currentTab()) method(tab);
-    };
-  };
-  edit->addAction(tr("&Find…"), QKeySequence::Find, this,
-                  tabAction([](DocumentTab* t) { t->findBar()->activate(); }));
-  edit->addAction(tr("&Replace…"), QKeySequence(tr("Ctrl+H")), this,
-                  tabAction([](DocumentTab* t) { t->findBar()->activateReplace(); }));
-  edit->addAction(tr("Find &Next"), QKeySequence::FindNext, this,
-                  tabAction([](DocumentTab* t) { t->findBar()->findNext(); }));
-  edit->addAction(tr("Find Pre&vious"), QKeySequence::FindPrevious, this,
-                  tabAction([](DocumentTab* t) { t->findBar()->findPrevious(); }));
-  edit->addAction(tr("&Go To…"), QKeySequence(tr("Ctrl+L")), this,
-                  tabAction([](DocumentTab* t) { t->goToField()->activate(); }));
-
-  QMenu* view = menuBar()->addMenu(tr("&View"));
-  tableAction_ = view->addAction(tr("&Table View"));
-  tableAction_->setCheckable(true);
-  tableAction_->setShortcut(QKeySequence(tr("Ctrl+T")));
-  connect(tableAction_, &QAction::triggered, this, [this](bool on) {
-    if (DocumentTab* tab = currentTab()) tab->setTableView(on);
-    updateActions();
-  });
-  view->addSeparator();
-  followAction_ = view->addAction(tr("&Follow"));
-  followAction_->setCheckable(true);
-  followAction_->setShortcut(QKeySequence(tr("Ctrl+Shift+F")));
-  followAction_->setToolTip(tr("Follow the file as another program appends to it"));
-  connect(followAction_, &QAction::triggered, this, [this](bool on) {
-    if (DocumentTab* tab = currentTab()) tab->setFollowing(on);
-  });
-  catchUpAction_ = view->addAction(tr("Catch Up to Live"), this, [this] {
-    if (DocumentTab* tab = currentTab()) tab->catchUpToLive();
-  });
-
-  QMenu* tools = menuBar()->addMenu(tr("&Tools"));
-  tools->addAction(tr("&Compare With…"), QKeySequence(tr("Ctrl+Shift+D")), this, &MainWindow::compareCurrent);
-}
-
-void MainWindow::createStatusBar() {
-  QStatusBar* bar = statusBar();
-  positionLabel_ = addStatusLabel(bar);
-  selectionLabel_ = addStatusLabel(bar);
-  followLabel_ = addStatusLabel(bar);
-  indexLabel_ = addStatusLabel(bar);
-  sizeLabel_ = addStatusLabel(bar);
-  encodingLabel_ = addStatusLabel(bar);
-  lineEndingLabel_ = addStatusLabel(bar);
-  // A rewrite of a big file takes a while: a busy bar while any save runs.
-  savingBar_ = new QProgressBar(bar);
-  savingBar_->setRange(0, 0);
-  savingBar_->setMaximumWidth(120);
-  savingBar_->setMaximumHeight(fontMetrics().height());
-  savingBar_->setVisible(false);
-  bar->addPermanentWidget(savingBar_);
-  // Wide enough for big numbers, so the fields do not jump about as the caret moves.
-  positionLabel_->setMinimumWidth(
-      fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
-  indexLabel_->setMinimumWidth(
-      fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
-}
-
 void MainWindow::showTransientMessage(const QString& text) {
   statusBar()->showMessage(text, kStatusMessageMs);
 }
@@ -198,11 +65,11 @@ DocumentTab* MainWindow::tabAt(int index) const { return qobject_cast<DocumentTa
 int MainWindow::tabCount() const { return tabs_->count(); }
 
 DocumentTab* MainWindow::findOpenTab(const QString& path, MainWindow** owner) {
-  const QString wanted = canonical(path);
+  const QString wanted = canonicalPath(path);
   for (MainWindow* window : allWindows()) {
     for (int i = 0; i < window->tabs_->count(); ++i) {
       DocumentTab* tab = window->tabAt(i);
-      if (tab && !tab->path().isEmpty() && canonical(tab->path()) == wanted) {
+      if (tab && !tab->path().isEmpty() && canonicalPath(tab->path()) == wanted) {
         if (owner) *owner = window;
         return tab;
       }
@@ -252,7 +119,7 @@ std::optional<QString> MainWindow::openFileWithMode(const QString& path,
   progress.reset();
   if (!document) return QString::fromStdString(document.error().describe());
   addTab(new DocumentTab(std::move(*document), mainQueue_, applicationJobs(), tabs_));
-  noteRecent(canonical(path));
+  noteRecent(canonicalPath(path));
   return std::nullopt;
 }
 
@@ -281,6 +148,7 @@ void MainWindow::chooseAndOpenFile() {
 }
 
 void MainWindow::addTab(DocumentTab* tab) {
+  tab->document().setInPlaceSaveEnabled(inPlaceSavePreference());
   const int index = tabs_->addTab(tab, tab->title());
   tabs_->setTabToolTip(index, tab->path());
   connect(tab, &DocumentTab::statusMessage, this, [this, tab](const QString& text) {
@@ -305,6 +173,7 @@ void MainWindow::addTab(DocumentTab* tab) {
   });
   tabs_->setCurrentIndex(index);
   tab->setFocus();
+  if (!tab->openNotice().isEmpty()) showTransientMessage(tab->openNotice());
 }
 
 void MainWindow::currentTabChanged() {
@@ -334,10 +203,12 @@ void MainWindow::updateStatus() {
   selectionLabel_->setVisible(selected > 0);
   selectionLabel_->setText(tr("%1 selected").arg(QString::fromStdString(base::formatByteCount(selected))));
   indexLabel_->setText(tab->indexText());
+  indexLabel_->setToolTip(tab->indexToolTip());
   followLabel_->setVisible(!tab->followText().isEmpty());
   followLabel_->setText(tab->followText());
   sizeLabel_->setText(tab->sizeText());
   encodingLabel_->setText(tab->encodingText());
+  encodingLabel_->setToolTip(tab->openNotice());
   lineEndingLabel_->setText(tab->lineEndingText());
   followAction_->setChecked(tab->isFollowing());
   catchUpAction_->setEnabled(tab->isFollowing() && tab->canCatchUp());
@@ -383,6 +254,10 @@ bool MainWindow::saveCurrent(bool askForName) {
     saved = ok;
     wait.quit();
   });
+  // The wait runs the event loop, where the tab may be closed: its save's
+  // answer then never comes, so its end ends the wait too.
+  const QPointer<DocumentTab> alive(tab);
+  connect(tab, &QObject::destroyed, &wait, &QEventLoop::quit);
   if (askForName || tab->document().isUntitled()) {
     const QString path = QFileDialog::getSaveFileName(this, tr("Save As"), tab->path());
     if (path.isEmpty()) {
@@ -395,8 +270,9 @@ bool MainWindow::saveCurrent(bool askForName) {
   }
   // The save runs off this thread; events keep flowing meanwhile, so the window repaints.
   if (tab->isSaving()) wait.exec();
+  if (!alive) return false;
   disconnect(connection);
-  if (saved) noteRecent(canonical(tab->path()));
+  if (saved) noteRecent(canonicalPath(tab->path()));
   return saved;
 }
 
@@ -440,74 +316,6 @@ void MainWindow::dropEvent(QDropEvent* event) {
     if (url.isLocalFile()) openFileReportingErrors(url.toLocalFile());
   }
   event->acceptProposedAction();
-}
-
-// ---- recent files and the session ------------------------------------------
-
-QStringList MainWindow::recentFiles() { return QSettings().value(kRecentFilesKey).toStringList(); }
-
-void MainWindow::noteRecent(const QString& path) {
-  QStringList recent = recentFiles();
-  recent.removeAll(path);
-  recent.prepend(path);
-  while (recent.size() > kMaxRecentFiles) recent.removeLast();
-  QSettings().setValue(kRecentFilesKey, recent);
-}
-
-void MainWindow::updateRecentMenu() {
-  recentMenu_->clear();
-  const QStringList recent = recentFiles();
-  for (const QString& path : recent) {
-    recentMenu_->addAction(
-        QFileInfo(path).fileName() + QStringLiteral("  —  ") + QFileInfo(path).absolutePath(), this,
-        [this, path] { openFileReportingErrors(path); });
-  }
-  if (recent.isEmpty()) recentMenu_->addAction(tr("No Recent Files"))->setEnabled(false);
-  recentMenu_->addSeparator();
-  recentMenu_->addAction(tr("Clear Menu"), this, [] { QSettings().remove(kRecentFilesKey); });
-}
-
-void MainWindow::saveSession() {
-  QVariantList documents;
-  for (MainWindow* window : allWindows()) {
-    for (int i = 0; i < window->tabs_->count(); ++i) {
-      const DocumentTab* tab = window->tabAt(i);
-      if (!tab || tab->path().isEmpty()) continue;
-      const auto& mode = tab->document().openMode();
-      QVariantMap entry;
-      entry[QStringLiteral("path")] = tab->path();
-      entry[QStringLiteral("mode")] = static_cast<int>(mode);
-      entry[QStringLiteral("caret")] = QVariant::fromValue<qlonglong>(tab->view()->caret());
-      entry[QStringLiteral("top")] = QVariant::fromValue<qlonglong>(tab->view()->topOffset());
-      documents.append(entry);
-    }
-  }
-  QSettings().setValue(kSessionKey, documents);
-}
-
-void MainWindow::restoreSession() {
-  const QVariantList documents = QSettings().value(kSessionKey).toList();
-  for (const QVariant& value : documents) {
-    const QVariantMap entry = value.toMap();
-    const QString path = entry.value(QStringLiteral("path")).toString();
-    if (path.isEmpty() || !QFileInfo(path).isFile() || findOpenTab(path)) continue;
-    storage::LargeFileOpenRequest mode;
-    const int savedMode = entry.value(QStringLiteral("mode")).toInt();
-    // Slices and tails are chosen afresh, since the file has moved on; the other modes are kept.
-    if (savedMode == static_cast<int>(storage::LargeFileOpenMode::readOnlyInspect))
-      mode.mode = storage::LargeFileOpenMode::readOnlyInspect;
-    const bool large = QFileInfo(path).size() > fastOpenThreshold();
-    const bool asked = large && savedMode != static_cast<int>(storage::LargeFileOpenMode::wholeFileVirtual) &&
-                       savedMode != static_cast<int>(storage::LargeFileOpenMode::readOnlyInspect);
-    if (asked ? openFile(path) : openFileWithMode(path, mode)) continue;
-    DocumentTab* tab = findOpenTab(path);
-    if (!tab) continue;
-    const qlonglong top = entry.value(QStringLiteral("top")).toLongLong();
-    const qlonglong caret = entry.value(QStringLiteral("caret")).toLongLong();
-    tab->view()->setCaret(caret);
-    tab->view()->scrollToOffset(top);
-    tab->view()->setCaret(caret);
-  }
 }
 
 }  // namespace quorin::app

@@ -17,6 +17,12 @@ namespace quorin::app {
 
 class DocumentTab;
 
+// Whether a restored session entry asks for an open mode again: the file is above the fast-open
+// threshold now, and the saved mode was not chosen for it at that size (`savedSize`, absent in
+// older sessions).
+bool sessionModeNeedsAsking(storage::LargeFileOpenMode savedMode, std::optional<int64_t> savedSize,
+                            int64_t size, int64_t threshold);
+
 // A window of tabs, one document per tab. Files open from File ▸ Open, the
 // recent-files menu, drag and drop and the command line; a file already open
 // in any window is focused instead of opened twice. Files above the
@@ -57,6 +63,12 @@ class MainWindow : public QMainWindow {
   // The settings keys.
   static constexpr const char* kRecentFilesKey = "QuorinRecentFiles";
   static constexpr const char* kSessionKey = "QuorinSessionDocuments";
+  static constexpr const char* kInPlaceSaveKey = "QuorinInPlaceSaveEnabled";
+
+  // File ▸ Patch Small Edits in Place: stored, and applied to every open document of every window.
+  static void applyInPlaceSavePreference(bool enabled);
+  // Help ▸ Keyboard Shortcuts: the menus' shortcuts and the panels' own keys, one a line.
+  QString shortcutsText() const;
 
  protected:
   void closeEvent(QCloseEvent* event) override;
@@ -87,6 +99,7 @@ class MainWindow : public QMainWindow {
   QAction* followAction_ = nullptr;
   QAction* catchUpAction_ = nullptr;
   QAction* tableAction_ = nullptr;
+  QAction* inPlaceAction_ = nullptr;
   QLabel* positionLabel_ = nullptr;
   QLabel* selectionLabel_ = nullptr;
   QLabel* indexLabel_ = nullptr;

@@ -1,4 +1,4 @@
-#include "QtMainQueue.h"
+#include "app/QtMainQueue.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -1,4 +1,4 @@
-#include "RecoveryPrompts.h"
+#include "app/RecoveryPrompts.h"
 
 #include <QMessageBox>
 #include <QPushButton>

@@ -2,10 +2,10 @@
 #include <QCommandLineParser>
 #include <QTimer>
 
-#include "BenchSuite.h"
-#include "MainWindow.h"
-#include "QtMainQueue.h"
-#include "RecoveryPrompts.h"
+#include "app/BenchSuite.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
+#include "app/RecoveryPrompts.h"
 #include "dispatch/WorkerPool.h"
 #include "storage/ScratchDirectory.h"
 
@@ -16,10 +16,10 @@ int main(int argc, char** argv) {
   QApplication::setApplicationVersion(QStringLiteral(QUORIN_VERSION));
 
   QCommandLineParser parser;
-  parser.setApplicationDescription(QStringLiteral("A text editor for huge files."));
+  parser.setApplicationDescription(QCoreApplication::translate("main", "A text editor for huge files."));
   parser.addHelpOption();
   parser.addVersionOption();
-  parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("Files to open."),
+  parser.addPositionalArgument(QStringLiteral("FILE"), QCoreApplication::translate("main", "Files to open."),
                                QStringLiteral("[FILE…]"));
   parser.process(app);
 

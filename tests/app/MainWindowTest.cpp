@@ -1,18 +1,21 @@
 #include <gtest/gtest.h>
 
+#include <QAction>
+#include <QApplication>
 #include <QMessageBox>
+#include <QSettings>
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QTest>
 #include <QTimer>
 #include <fstream>
 
-#include "DocumentTab.h"
-#include "LargeFileDialog.h"
-#include "MainWindow.h"
-#include "QtMainQueue.h"
+#include "app/DocumentTab.h"
+#include "app/LargeFileDialog.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
+#include "app/view/TextView.h"
 #include "support/TempDir.h"
-#include "view/TextView.h"
 
 namespace quorin::app {
 namespace {
@@ -21,6 +24,28 @@ std::string readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }
+
+// Background answers may arrive after a test ends, so this queue lives as long as the process.
+QtMainQueue& lastingQueue() {
+  static auto* queue = new QtMainQueue;
+  return *queue;
+}
+
+// Rejects the large-file dialog when it shows; counts how often it did.
+struct LargeFileDialogWatch {
+  LargeFileDialogWatch() {
+    timer.setInterval(20);
+    QObject::connect(&timer, &QTimer::timeout, [this] {
+      if (auto* dialog = qobject_cast<LargeFileController*>(QApplication::activeModalWidget())) {
+        ++shown;
+        dialog->reject();
+      }
+    });
+    timer.start();
+  }
+  QTimer timer;
+  int shown = 0;
+};
 
 bool saveAndWait(DocumentTab* tab) {
   QSignalSpy finished(tab, &DocumentTab::saveFinished);
@@ -66,6 +91,81 @@ TEST(AppMainWindowTest, AFileThatCannotBeOpenedSaysWhyAndOpensNothing) {
   ASSERT_TRUE(error.has_value());
   EXPECT_FALSE(error->isEmpty());
   EXPECT_EQ(window.openFileWithMode(QString::fromStdString(dir.path().string()), {}).has_value(), true);
+  EXPECT_EQ(window.tabCount(), 0);
+}
+
+TEST(AppMainWindowTest, ARestoredFileThatGrewPastTheThresholdAsksForItsModeAgain) {
+  QSettings().setValue("QuorinFastOpenThresholdBytes", 100);
+  testing::TempDir dir;
+  const QString grew = QString::fromStdString(dir.write("grew.log", std::string(300, 'g')).string());
+  const QString chosen = QString::fromStdString(dir.write("chosen.log", std::string(300, 'c')).string());
+  const auto entry = [](const QString& path, qlonglong size) {
+    return QVariantMap{{"path", path},
+                       {"mode", static_cast<int>(storage::LargeFileOpenMode::wholeFileVirtual)},
+                       {"caret", 0},
+                       {"top", 0},
+                       {"size", size}};
+  };
+  // Small when the session was saved, so whole-file mode was never chosen for it; the other was
+  // chosen for a file already large.
+  QSettings().setValue(MainWindow::kSessionKey, QVariantList{entry(grew, 6), entry(chosen, 250)});
+  MainWindow window(lastingQueue());
+  LargeFileDialogWatch watch;
+  window.restoreSession();
+  EXPECT_EQ(watch.shown, 1);
+  ASSERT_EQ(window.tabCount(), 1);
+  EXPECT_EQ(window.tabAt(0)->path(), chosen);
+  window.closeTab(0);
+  QSettings().remove("QuorinFastOpenThresholdBytes");
+  QSettings().remove(MainWindow::kSessionKey);
+}
+
+TEST(AppMainWindowTest, ThePatchInPlaceToggleIsStoredAndAppliedToOpenDocuments) {
+  QSettings().remove(MainWindow::kInPlaceSaveKey);
+  testing::TempDir dir;
+  const auto path = dir.write("patch.log", "alpha\nbravo\n");
+  MainWindow window(lastingQueue());
+  ASSERT_EQ(window.openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
+  DocumentTab* tab = window.currentTab();
+  QAction* toggle = nullptr;
+  for (QAction* action : window.findChildren<QAction*>())
+    if (action->text() == "Patch Small Edits in &Place") toggle = action;
+  ASSERT_NE(toggle, nullptr);
+  EXPECT_TRUE(toggle->isChecked());
+
+  QSignalSpy messages(tab, &DocumentTab::statusMessage);
+  const auto saveAnEdit = [&](const char* letter) {
+    tab->view()->select(0, 1);
+    QTest::keyClicks(tab->view(), QString::fromLatin1(letter));
+    EXPECT_TRUE(saveAndWait(tab));
+    return messages.last().first().toString();
+  };
+  toggle->trigger();
+  EXPECT_FALSE(QSettings().value(MainWindow::kInPlaceSaveKey).toBool());
+  EXPECT_EQ(saveAnEdit("A"), "Saved");
+  toggle->trigger();
+  EXPECT_TRUE(QSettings().value(MainWindow::kInPlaceSaveKey).toBool());
+  EXPECT_EQ(saveAnEdit("B"), "Saved in place");
+  EXPECT_EQ(readFile(path), "Blpha\nbravo\n");
+  window.closeTab(0);
+}
+
+// Saving waits in the event loop, where the tab may be closed before the save answers.
+TEST(AppMainWindowTest, ATabClosedWhileItsSaveRunsEndsTheWait) {
+  testing::TempDir dir;
+  const auto path = dir.write("closing.log", "alpha\n");
+  MainWindow window(lastingQueue());
+  ASSERT_EQ(window.openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
+  DocumentTab* tab = window.currentTab();
+  QTest::keyClicks(tab->view(), QStringLiteral("x"));
+  QObject::connect(tab, &DocumentTab::statusMessage, tab, [tab](const QString& text) {
+    if (text == "Saving…") QTimer::singleShot(0, [tab] { delete tab; });
+  });
+  QAction* save = nullptr;
+  for (QAction* action : window.findChildren<QAction*>())
+    if (action->text() == "&Save") save = action;
+  ASSERT_NE(save, nullptr);
+  save->trigger();
   EXPECT_EQ(window.tabCount(), 0);
 }
 

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "QtMainQueue.h"
+#include "app/QtMainQueue.h"
 #include "dispatch/Clock.h"
 
 namespace quorin::app {

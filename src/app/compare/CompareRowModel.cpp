@@ -1,4 +1,4 @@
-#include "compare/CompareRowModel.h"
+#include "app/compare/CompareRowModel.h"
 
 #include <QBrush>
 #include <QColor>
@@ -97,10 +97,8 @@ QVariant CompareRowModel::data(const QModelIndex& index, int role) const {
 QVariant CompareRowModel::headerData(int section, Qt::Orientation orientation, int role) const {
   if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
   switch (section) {
-    case leftText:
-      return display_ ? QString::fromStdString(display_->left.displayName) : QStringLiteral("Left");
-    case rightText:
-      return display_ ? QString::fromStdString(display_->right.displayName) : QStringLiteral("Right");
+    case leftText: return display_ ? QString::fromStdString(display_->left.displayName) : tr("Left");
+    case rightText: return display_ ? QString::fromStdString(display_->right.displayName) : tr("Right");
     default: return QStringLiteral("#");
   }
 }

@@ -1,10 +1,11 @@
-#include "compare/CompareWindow.h"
+#include "app/compare/CompareWindow.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QFontDatabase>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -13,9 +14,12 @@
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QTableView>
 #include <QVBoxLayout>
 
+#include "app/compare/CompareTexts.h"
 #include "compare/CompareReport.h"
 
 namespace quorin::app {
@@ -24,8 +28,6 @@ namespace {
 QString q(std::string_view text) {
   return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
-
-const QString kOtherFileItem = QStringLiteral("Other File…");
 
 }  // namespace
 
@@ -36,46 +38,53 @@ CompareWindow::CompareWindow(std::shared_ptr<document::Document> current, QStrin
       leftName_(std::move(currentName)),
       mainQueue_(mainQueue) {
   setAttribute(Qt::WA_DeleteOnClose);
-  setWindowTitle(QStringLiteral("Compare — %1").arg(leftName_));
-  resize(1100, 700);
+  setWindowTitle(CompareTexts::title(leftName_));
 
   with_ = new QComboBox(this);
-  with_->addItem(kOtherFileItem);
+  with_->addItem(CompareTexts::otherFileItem());
   with_->setCurrentIndex(-1);
-  with_->setPlaceholderText(QStringLiteral("Choose a document or file"));
-  ignoreWhitespace_ = new QCheckBox(QStringLiteral("Ignore whitespace"), this);
-  ignoreCase_ = new QCheckBox(QStringLiteral("Ignore case"), this);
-  previous_ = new QPushButton(QStringLiteral("Previous Change"), this);
+  with_->setPlaceholderText(tr("Choose a document or file"));
+  ignoreWhitespace_ = new QCheckBox(tr("Ignore whitespace"), this);
+  ignoreCase_ = new QCheckBox(tr("Ignore case"), this);
+  previous_ = new QPushButton(tr("Previous Change"), this);
   previous_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_Up));
-  previous_->setToolTip(QStringLiteral("Previous change (Alt+Up)"));
-  next_ = new QPushButton(QStringLiteral("Next Change"), this);
+  previous_->setToolTip(tr("Previous change (Alt+Up)"));
+  next_ = new QPushButton(tr("Next Change"), this);
   next_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_Down));
-  next_->setToolTip(QStringLiteral("Next change (Alt+Down)"));
-  again_ = new QPushButton(QStringLiteral("Compare Again"), this);
+  next_->setToolTip(tr("Next change (Alt+Down)"));
+  again_ = new QPushButton(tr("Compare Again"), this);
   again_->setShortcut(QKeySequence(Qt::Key_F5));
-  save_ = new QPushButton(QStringLiteral("Save Report…"), this);
+  save_ = new QPushButton(tr("Save Report…"), this);
   progress_ = new QProgressBar(this);
   progress_->setRange(0, 1000);
   progress_->setMaximumWidth(240);
-  cancel_ = new QPushButton(QStringLiteral("Cancel"), this);
+  cancel_ = new QPushButton(tr("Cancel"), this);
 
   auto* bar = new QHBoxLayout;
-  bar->addWidget(new QLabel(QStringLiteral("Compare with:"), this));
+  bar->addWidget(new QLabel(tr("Compare with:"), this));
   bar->addWidget(with_, 1);
   bar->addWidget(ignoreWhitespace_);
   bar->addWidget(ignoreCase_);
-  bar->addSpacing(12);
-  bar->addWidget(previous_);
-  bar->addWidget(next_);
-  bar->addWidget(again_);
-  bar->addWidget(save_);
+  // The buttons in a row of their own, so the window fits a small screen.
+  auto* buttons = new QHBoxLayout;
+  buttons->addWidget(previous_);
+  buttons->addWidget(next_);
+  buttons->addStretch(1);
+  buttons->addWidget(again_);
+  buttons->addWidget(save_);
 
   summary_ = new QLabel(this);
   summary_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   noticesLabel_ = new QLabel(this);
   noticesLabel_->setWordWrap(true);
   noticesLabel_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-  noticesLabel_->hide();
+  // Many notices scroll inside a few lines rather than push the window off a small screen.
+  noticesArea_ = new QScrollArea(this);
+  noticesArea_->setWidget(noticesLabel_);
+  noticesArea_->setWidgetResizable(true);
+  noticesArea_->setFrameShape(QFrame::NoFrame);
+  noticesArea_->setMaximumHeight(noticesLabel_->fontMetrics().lineSpacing() * 5 + 8);
+  noticesArea_->hide();
   auto* status = new QHBoxLayout;
   status->addWidget(summary_, 1);
   status->addWidget(progress_);
@@ -108,7 +117,8 @@ CompareWindow::CompareWindow(std::shared_ptr<document::Document> current, QStrin
 
   auto* layout = new QVBoxLayout(this);
   layout->addLayout(bar);
-  layout->addWidget(noticesLabel_);
+  layout->addLayout(buttons);
+  layout->addWidget(noticesArea_);
   layout->addWidget(table_, 1);
   layout->addLayout(status);
 
@@ -121,7 +131,7 @@ CompareWindow::CompareWindow(std::shared_ptr<document::Document> current, QStrin
     if (auto document = candidate.document.lock()) {
       compareWithDocument(std::move(document), candidate.name);
     } else {
-      fail(QStringLiteral("“%1” is no longer open.").arg(candidate.name));
+      fail(CompareTexts::noLongerOpen(candidate.name));
     }
   });
   connect(ignoreWhitespace_, &QCheckBox::toggled, this, &CompareWindow::setIgnoreWhitespace);
@@ -135,6 +145,10 @@ CompareWindow::CompareWindow(std::shared_ptr<document::Document> current, QStrin
           [this] { updateSummary(); });
   watch(left_, leftListener_);
   updateControls();
+  // Roomy, but never taller or wider than the screen it opens on.
+  const QScreen* screen = parent ? parent->screen() : QGuiApplication::primaryScreen();
+  const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1100, 700);
+  resize(std::min(1100, available.width() * 9 / 10), std::min(700, available.height() * 8 / 10));
 }
 
 CompareWindow::~CompareWindow() {
@@ -159,7 +173,7 @@ void CompareWindow::setOpenDocuments(std::vector<CompareCandidate> candidates) {
   candidates_ = std::move(candidates);
   with_->clear();
   for (const auto& candidate : candidates_) with_->addItem(candidate.name);
-  with_->addItem(kOtherFileItem);
+  with_->addItem(CompareTexts::otherFileItem());
   with_->setCurrentIndex(-1);
 }
 
@@ -177,7 +191,7 @@ void CompareWindow::setRight(std::shared_ptr<document::Document> other, QString 
   rightName_ = std::move(name);
   rightOpenedHere_ = openedHere;
   watch(right_, rightListener_);
-  setWindowTitle(QStringLiteral("Compare — %1 ↔ %2").arg(leftName_, rightName_));
+  setWindowTitle(CompareTexts::title(leftName_, rightName_));
 }
 
 void CompareWindow::compareWithFile(const QString& path) {
@@ -197,7 +211,7 @@ void CompareWindow::compareWithFile(const QString& path) {
 }
 
 void CompareWindow::chooseOtherFile() {
-  const QString path = QFileDialog::getOpenFileName(this, QStringLiteral("Compare With File"));
+  const QString path = QFileDialog::getOpenFileName(this, tr("Compare With File"));
   if (!path.isEmpty()) compareWithFile(path);
   with_->setCurrentIndex(-1);
 }
@@ -241,7 +255,7 @@ void CompareWindow::start() {
   const uint64_t generation = generation_;
   QPointer<CompareWindow> self(this);
   progress_->setValue(0);
-  progress_->setFormat(QStringLiteral("Comparing… %p%"));
+  progress_->setFormat(CompareTexts::comparingProgress());
   job_ = compare::CompareJob::start(
       *request, mainQueue_,
       [self, generation](const compare::CompareProgress& progress) {
@@ -259,24 +273,35 @@ void CompareWindow::start() {
 void CompareWindow::startWhenIndexed() {
   waitingForIndex_ = true;
   progress_->setValue(0);
-  progress_->setFormat(QStringLiteral("Reading %1… %p%").arg(rightName_));
+  progress_->setFormat(CompareTexts::readingProgress(rightName_));
   const uint64_t generation = generation_;
   QPointer<CompareWindow> self(this);
-  right_->setIndexProgressHandler([self, generation](const storage::LineIndexProgress& progress) {
-    if (!self || self->generation_ != generation || !self->waitingForIndex_) return;
+  // The handler must not replace itself while it runs (that destroys the
+  // closure under its own feet, `self` included): the start is posted, and
+  // the handler is dropped there.
+  auto posted = std::make_shared<bool>(false);
+  right_->setIndexProgressHandler([self, generation, posted](const storage::LineIndexProgress& progress) {
+    if (!self || self->generation_ != generation || !self->waitingForIndex_ || *posted) return;
     if (progress.bytesTotal > 0)
       self->progress_->setValue(static_cast<int>(1000.0 * static_cast<double>(progress.bytesScanned) /
                                                  static_cast<double>(progress.bytesTotal)));
     if (progress.isComplete) {
-      self->right_->setIndexProgressHandler(nullptr);
-      self->waitingForIndex_ = false;
-      self->rightOpenedHere_ = false;  // indexed now; a later run need not wait
-      self->start();
-      self->rightOpenedHere_ = true;
+      *posted = true;
+      self->mainQueue_.post([self, generation] {
+        if (self && self->generation_ == generation) self->startIndexed();
+      });
     }
   });
   updateControls();
   updateSummary();
+}
+
+void CompareWindow::startIndexed() {
+  right_->setIndexProgressHandler(nullptr);
+  waitingForIndex_ = false;
+  rightOpenedHere_ = false;  // indexed now; a later run need not wait
+  start();
+  rightOpenedHere_ = true;
 }
 
 void CompareWindow::cancel() {
@@ -284,7 +309,7 @@ void CompareWindow::cancel() {
     waitingForIndex_ = false;
     ++generation_;
     right_->setIndexProgressHandler(nullptr);
-    summary_->setText(QStringLiteral("Comparison cancelled"));
+    summary_->setText(CompareTexts::cancelled());
     updateControls();
     emit finished();
     return;
@@ -303,7 +328,7 @@ void CompareWindow::finish(uint64_t generation,
   }
   if (result->cancelled) {
     updateControls();
-    summary_->setText(QStringLiteral("Comparison cancelled"));
+    summary_->setText(CompareTexts::cancelled());
     emit finished();
     return;
   }
@@ -324,7 +349,7 @@ void CompareWindow::finish(uint64_t generation,
   QStringList shown;
   for (const auto& notice : notices_) shown.push_back(QStringLiteral("• ") + notice.toHtmlEscaped());
   noticesLabel_->setText(shown.join(QStringLiteral("<br>")));
-  noticesLabel_->setVisible(!shown.isEmpty());
+  noticesArea_->setVisible(!shown.isEmpty());
   updateControls();
   if (auto first = rows_->nextChange(-1)) showRow(*first);
   updateSummary();
@@ -373,8 +398,7 @@ QString CompareWindow::summaryText() const { return summary_->text(); }
 
 void CompareWindow::updateSummary() {
   if (isRunning()) {
-    summary_->setText(waitingForIndex_ ? QStringLiteral("Waiting for %1 to be read…").arg(rightName_)
-                                       : QStringLiteral("Comparing…"));
+    summary_->setText(waitingForIndex_ ? CompareTexts::waitingFor(rightName_) : CompareTexts::comparing());
     return;
   }
   if (!error_.isEmpty()) {
@@ -382,15 +406,15 @@ void CompareWindow::updateSummary() {
     return;
   }
   if (!outcome_) {
-    summary_->setText(QStringLiteral("Choose a document or a file to compare with."));
+    summary_->setText(CompareTexts::chooseSomething());
     return;
   }
   QString text = q(compare::summaryText(*outcome_));
   if (const QModelIndex current = table_->currentIndex(); current.isValid()) {
     if (auto block = rows_->blockAt(current.row()))
-      text += QStringLiteral(" · change %1 of %2").arg(*block + 1).arg(rows_->blockCount());
+      text += CompareTexts::changeOf(*block + 1, rows_->blockCount());
   }
-  if (stale_) text += QStringLiteral(" · the text has changed since — Compare Again to refresh");
+  if (stale_) text += CompareTexts::staleSuffix();
   summary_->setText(text);
 }
 
@@ -406,7 +430,7 @@ void CompareWindow::updateControls() {
 }
 
 std::expected<void, QString> CompareWindow::saveReportTo(const QString& path) const {
-  if (!request_ || !outcome_) return std::unexpected(QStringLiteral("There is no comparison to report."));
+  if (!request_ || !outcome_) return std::unexpected(CompareTexts::nothingToReport());
   const std::string text = compare::buildReport(*request_, *outcome_);
   auto saved = compare::saveReport(path.toStdString(), text);
   if (!saved)
@@ -421,8 +445,8 @@ void CompareWindow::saveReportInteractively() {
     directory = QFileInfo(QString::fromStdString(left_->path())).absolutePath();
   const QString suggested =
       (directory.isEmpty() ? QString() : directory + QLatin1Char('/')) + q(compare::kDefaultReportFileName);
-  const QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Report"), suggested,
-                                                    QStringLiteral("Text files (*.txt);;All files (*)"));
+  const QString path = QFileDialog::getSaveFileName(this, tr("Save Report"), suggested,
+                                                    tr("Text files (*.txt);;All files (*)"));
   if (path.isEmpty()) return;
   if (auto saved = saveReportTo(path); !saved) {
     const auto lines = saved.error().split(QLatin1Char('\n'));

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "compare/CompareRowModel.h"
+#include "app/compare/CompareRowModel.h"
 #include "compare/Comparison.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
@@ -17,6 +17,7 @@ class QComboBox;
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class QScrollArea;
 class QTableView;
 
 namespace quorin::app {
@@ -82,6 +83,7 @@ class CompareWindow : public QWidget {
   void setRight(std::shared_ptr<document::Document> other, QString name, bool openedHere);
   void start();
   void startWhenIndexed();
+  void startIndexed();
   void finish(uint64_t generation,
               const std::expected<compare::CompareOutcome, compare::CompareError>& result,
               std::shared_ptr<compare::CompareRequest> request);
@@ -126,6 +128,7 @@ class CompareWindow : public QWidget {
   QPushButton* cancel_ = nullptr;
   QLabel* summary_ = nullptr;
   QLabel* noticesLabel_ = nullptr;
+  QScrollArea* noticesArea_ = nullptr;
 };
 
 }  // namespace quorin::app

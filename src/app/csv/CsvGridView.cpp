@@ -1,8 +1,9 @@
-#include "csv/CsvGridView.h"
+#include "app/csv/CsvGridView.h"
 
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -10,6 +11,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocale>
+#include <QMenu>
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
@@ -17,7 +19,8 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "csv/CsvTableModel.h"
+#include "app/csv/CsvTableModel.h"
+#include "app/csv/CsvTexts.h"
 #include "csv/DelimiterDetection.h"
 #include "dispatch/SerialQueue.h"
 
@@ -59,6 +62,20 @@ QString CsvTableView::selectedText() const {
   return text;
 }
 
+void CsvTableView::contextMenuEvent(QContextMenuEvent* event) {
+  QMenu menu(this);
+  QAction* copy =
+      menu.addAction(tr("&Copy"), this, [this] { QGuiApplication::clipboard()->setText(selectedText()); });
+  copy->setShortcut(QKeySequence::Copy);
+  copy->setEnabled(selectionModel() && selectionModel()->hasSelection());
+  const QModelIndex cell = indexAt(event->pos());
+  menu.addAction(tr("&Edit Cell"), this, [this, cell] { QAbstractItemView::edit(cell); })
+      ->setEnabled(cell.isValid());
+  menu.addSeparator();
+  menu.addAction(tr("Select &All"), this, &QTableView::selectAll);
+  menu.exec(event->globalPos());
+}
+
 void CsvTableView::keyPressEvent(QKeyEvent* event) {
   if (event->matches(QKeySequence::Copy)) {
     QGuiApplication::clipboard()->setText(selectedText());
@@ -88,7 +105,7 @@ CsvGridView::CsvGridView(std::shared_ptr<document::Document> document, csv::CSVD
   picker_ = new QComboBox(this);
   for (const auto& builtIn : csv::CSVDelimiter::builtIns()) {
     QString name = q(builtIn.name);
-    if (builtIn == detected) name += QStringLiteral(" (detected)");
+    if (builtIn == detected) name += CsvTexts::detectedSuffix();
     picker_->addItem(name);
   }
   picker_->addItem(q(csv::kCustomDelimiterName));
@@ -96,23 +113,23 @@ CsvGridView::CsvGridView(std::shared_ptr<document::Document> document, csv::CSVD
   for (int i = 0; i < static_cast<int>(builtIns.size()); ++i)
     if (builtIns[static_cast<size_t>(i)] == detected) picker_->setCurrentIndex(i);
   custom_ = new QLineEdit(this);
-  custom_->setPlaceholderText(QStringLiteral("One character"));
+  custom_->setPlaceholderText(tr("One character"));
   custom_->setMaxLength(8);
-  custom_->setFixedWidth(custom_->fontMetrics().horizontalAdvance(QStringLiteral("One character")) + 16);
+  custom_->setFixedWidth(custom_->fontMetrics().horizontalAdvance(tr("One character")) + 16);
   custom_->hide();
   customError_ = new QLabel(this);
   customError_->setStyleSheet(QStringLiteral("color: #b00000;"));
   customError_->hide();
-  header_ = new QCheckBox(QStringLiteral("First row is header"), this);
+  header_ = new QCheckBox(tr("First row is header"), this);
   header_->setChecked(true);
   progress_ = new QProgressBar(this);
   progress_->setRange(0, 1000);
-  progress_->setFormat(QStringLiteral("Indexing table… %p%"));
+  progress_->setFormat(tr("Indexing table… %p%"));
   progress_->setMaximumWidth(260);
-  cancel_ = new QPushButton(QStringLiteral("Cancel"), this);
+  cancel_ = new QPushButton(tr("Cancel"), this);
 
   auto* bar = new QHBoxLayout;
-  bar->addWidget(new QLabel(QStringLiteral("Delimiter:"), this));
+  bar->addWidget(new QLabel(tr("Delimiter:"), this));
   bar->addWidget(picker_);
   bar->addWidget(custom_);
   bar->addWidget(customError_);
@@ -189,15 +206,22 @@ CsvGridView::~CsvGridView() { model_->cancelBuild(); }
 std::function<std::expected<int64_t, QString>(int64_t)> CsvGridView::recordResolver() const {
   QPointer<CsvTableModel> model(model_);
   return [model](int64_t record) -> std::expected<int64_t, QString> {
-    if (!model) return std::unexpected(QStringLiteral("The Table view is closed"));
+    if (!model) return std::unexpected(CsvTexts::viewClosed());
     return model->recordOffset(record);
   };
 }
 
 void CsvGridView::showRecord(int64_t record) {
-  const auto row = model_->modelRow(std::max<int64_t>(record, 1) - 1).value_or(0);
   if (model_->rowCount() == 0) return;
-  const QModelIndex cell = model_->index(row, std::max(table_->currentIndex().column(), 0));
+  const auto row = static_cast<int>(std::clamp<int64_t>(record - 1, 0, model_->rowCount() - 1));
+  showCell(model_->index(row, std::max(table_->currentIndex().column(), 0)));
+}
+
+void CsvGridView::showOffset(int64_t offset) {
+  if (const auto cell = model_->cellAt(offset)) showCell(*cell);
+}
+
+void CsvGridView::showCell(const QModelIndex& cell) {
   table_->setCurrentIndex(cell);
   table_->scrollTo(cell, QAbstractItemView::PositionAtCenter);
 }
@@ -248,7 +272,7 @@ void CsvGridView::showMessage(const QString& text, bool warning) {
 void CsvGridView::updateBuildState() {
   const bool building = model_->isBuilding();
   progress_->setVisible(building);
-  cancel_->setText(building ? QStringLiteral("Cancel") : QStringLiteral("Index Again"));
+  cancel_->setText(building ? tr("Cancel") : tr("Index Again"));
   cancel_->setVisible(building || model_->buildCancelled());
   if (building) {
     poll_->start();
@@ -267,12 +291,9 @@ void CsvGridView::poll() {
 void CsvGridView::updateSummary() {
   const QLocale locale;
   const int64_t records = model_->indexedRecords();
-  QString text = QStringLiteral("%1 record%2 · %3 column%4")
-                     .arg(locale.toString(static_cast<qlonglong>(records)), records == 1 ? "" : "s")
-                     .arg(model_->columnCount())
-                     .arg(model_->columnCount() == 1 ? "" : "s");
+  QString text = CsvTexts::summary(records, model_->columnCount());
   if (model_->isBuilding()) {
-    text += QStringLiteral(" so far");
+    text += CsvTexts::soFar();
   } else if (auto state = model_->effectiveState()) {
     text += QStringLiteral(" · ") + q(csv::rawValue(*state));
   }

@@ -43,6 +43,7 @@ class CsvTableView : public QTableView {
  protected:
   bool edit(const QModelIndex& index, EditTrigger trigger, QEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
+  void contextMenuEvent(QContextMenuEvent* event) override;
 };
 
 // The Table view of a delimited document: the grid (see CsvTableModel), a
@@ -74,8 +75,10 @@ class CsvGridView : public QWidget {
   // For the go-to field: the byte offset where a 1-based record starts, or
   // why it cannot be resolved. Safe to call after the view is gone (it then fails).
   std::function<std::expected<int64_t, QString>(int64_t record)> recordResolver() const;
-  // Scrolls to a 1-based record and selects its row (the header row: the first row).
+  // Scrolls to a 1-based record (as the rows are labelled) and selects its row.
   void showRecord(int64_t record);
+  // Scrolls to the cell holding the byte `offset` and selects it (after Find or Go to in the text).
+  void showOffset(int64_t offset);
 
   // What the picker offers: index 0–3 the built-ins, 4 a custom delimiter.
   QComboBox& delimiterPicker() { return *picker_; }
@@ -95,6 +98,7 @@ class CsvGridView : public QWidget {
   void updateBuildState();
   void updateSummary();
   void poll();
+  void showCell(const QModelIndex& cell);
 
   std::shared_ptr<document::Document> document_;
   std::shared_ptr<dispatch::Executor> indexQueue_;

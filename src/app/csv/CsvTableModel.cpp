@@ -1,4 +1,4 @@
-#include "csv/CsvTableModel.h"
+#include "app/csv/CsvTableModel.h"
 
 #include <QColor>
 #include <QLocale>
@@ -6,37 +6,23 @@
 #include <climits>
 #include <filesystem>
 
+#include "app/csv/CsvTexts.h"
 #include "csv/DelimiterDetection.h"
 #include "csv/FieldSplit.h"
-#include "csv/RecordScanner.h"
 
 namespace quorin::app {
 namespace {
 
-// A row is read for display up to this many bytes: a quoted field may hold
-// megabytes, and the view shows a line of each cell.
-constexpr int64_t kDisplayRowBytes = 256 * 1024;
 // What a cell shows of a long value (the editor and the tooltip get more).
 constexpr int kDisplayChars = 1000;
 constexpr int kTooltipChars = 4000;
 constexpr size_t kCachedRows = 512;
-// An edit whose rows, scanned again, reach past this is left to a rebuild in
-// the background rather than scanned on the main thread.
-constexpr int64_t kMaxRescanBytes = 8 * 1024 * 1024;
-constexpr int64_t kRescanPieceBytes = 1024 * 1024;
+// Rebuilds wait for this much quiet, so typing in the text view does not start one per key.
 constexpr uint64_t kRebuildDelayNs = 300'000'000;
-constexpr double kStillATableShare = 0.8;
-
-const QString kStillIndexingMessage =
-    QStringLiteral("Table still indexing — cells can be edited once it finishes");
-const QString kCancelledMessage =
-    QStringLiteral("Indexing cancelled — the table is read-only until it is indexed again");
 
 QString q(std::string_view text) {
   return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
-
-QString grouped(int64_t number) { return QLocale().toString(static_cast<qlonglong>(number)); }
 
 QString oneLine(const QString& value, int maxChars) {
   QString shown = value.size() > maxChars ? value.left(maxChars) + QStringLiteral("…") : value;
@@ -111,7 +97,7 @@ void CsvTableModel::buildFinished(uint64_t generation) {
   if (!index->isComplete()) {
     cancelled_ = true;
     sync();
-    emit statusMessage(kCancelledMessage, false);
+    emit statusMessage(CsvTexts::cancelled(), false);
     emit buildStateChanged();
     return;
   }
@@ -193,155 +179,13 @@ void CsvTableModel::announce(const std::optional<std::string>& message) {
   emit statusMessage(q(*message), announcer_.effectiveState() == csv::CSVParseState::degraded);
 }
 
-// ---- Edits ----
-
-void CsvTableModel::onDocumentChange(const document::DocumentChange& change) {
-  if (inert_) return;
-  const auto snapshot = document_->snapshot().text;
-  const bool sampleTouched = change.kind == document::DocumentChange::Kind::reload ||
-                             change.edit.docByteStart < csv::kDetectionSampleBytes;
-  if (sampleTouched && !stillATable(snapshot)) {
-    inert_ = true;
-    ++rebuildTicket_;
-    if (token_) token_->cancel();
-    building_.reset();
-    token_.reset();
-    stale_ = true;
-    emit noLongerTable(q(csv::kNoLongerParsesMessage));
-    emit buildStateChanged();
-    return;
-  }
-  const bool patchable = change.kind != document::DocumentChange::Kind::reload && !building_ && !stale_ &&
-                         !cancelled_ && index_->isComplete();
-  if (!patchable || !patch(change.edit, snapshot)) scheduleRebuild();
-}
-
-// A table that is already shown stays one on a looser bar than detection
-// sets for a new one: its own delimiter must still explain 80 % of the
-// sample, in two columns or more. So a row or two broken while the user types
-// (or a table shrunk below detection's ten records) keeps the grid, and only
-// text that no longer looks like this table at all leaves it.
-bool CsvTableModel::stillATable(const storage::PieceTableSnapshot& text) const {
-  std::vector<uint8_t> sample(static_cast<size_t>(std::min(text.totalLength(), csv::kDetectionSampleBytes)));
-  sample.resize(static_cast<size_t>(text.copyBytes({0, static_cast<int64_t>(sample.size())}, sample.data())));
-  const size_t nulScan = std::min(sample.size(), csv::kNulScanBytes);
-  if (std::find(sample.begin(), sample.begin() + static_cast<std::ptrdiff_t>(nulScan), 0) !=
-      sample.begin() + static_cast<std::ptrdiff_t>(nulScan))
-    return false;
-  const csv::SampleScore score = csv::scoreSample(sample, delimiter_.byte, terminator_);
-  return !score.failed && score.modalFieldCount >= 2 && score.share >= kStillATableShare;
-}
-
-// The scanner's state at a row start is always the same, so an edit changes
-// the rows it touches and no others exactly when scanning the new bytes of
-// those rows ends on a record boundary that is an old row boundary: then the
-// text after it splits as before. Scanning goes on row by row until it does
-// (a row joined to the next by a deleted line break, a quote closed further
-// down) or until it has read too much.
-bool CsvTableModel::patch(const storage::EditResult& edit, const storage::PieceTableSnapshot& text) {
-  const int64_t rows = index_->rowCount();
-  const int64_t scanned = index_->bytesScanned();
-  const int64_t start = edit.docByteStart;
-  const int64_t delta = edit.netByteDelta;
-  if (rows == 0 || start > scanned) return false;
-  if (edit.bytesInserted == 0 && edit.bytesRemoved == 0) return true;
-  const int64_t first = index_->rowAtOffset(start).value_or(rows - 1);
-  int64_t last = first;
-  if (edit.bytesRemoved > 0) last = index_->rowAtOffset(start + edit.bytesRemoved - 1).value_or(rows - 1);
-  // The index's "ends inside quotes" flag has no patch: such a text is rebuilt once its last row changes.
-  const bool endedInsideQuotes = index_->statistics().unterminatedQuote;
-
-  const int64_t from = *index_->rowStart(first);
-  csv::RecordScanner scanner(delimiter_.byte, terminator_);
-  std::vector<csv::ScannedRecord> records;
-  std::vector<uint8_t> buffer;
-  int64_t done = from;  // new-text offset scanned up to
-  while (true) {
-    const bool throughEnd = last == rows - 1;
-    const int64_t to = (throughEnd ? scanned : *index_->rowStart(last + 1)) + delta;
-    if (to < done || to - from > kMaxRescanBytes) return false;
-    while (done < to) {
-      const int64_t piece = std::min(kRescanPieceBytes, to - done);
-      buffer.resize(static_cast<size_t>(piece));
-      if (text.copyBytes({done, done + piece}, buffer.data()) != piece) return false;
-      scanner.scan(buffer, records);
-      done += piece;
-    }
-    if (throughEnd) {
-      if (to != text.totalLength() || scanner.insideQuotes() || endedInsideQuotes) return false;
-      if (auto trailing = scanner.trailingRecord()) records.push_back(*trailing);
-      break;
-    }
-    if (!scanner.insideQuotes() && !scanner.trailingRecord()) break;
-    ++last;
-  }
-  const auto oldCount = last + 1 - first;
-  const auto newCount = static_cast<int64_t>(records.size());
-  if (newCount == 0 && oldCount == rows) return false;
-  for (auto& record : records) record.start += from;
-
-  // The usual cell edit leaves one row with its field count and flag: moving
-  // the rows after it is all the index needs, and cheaper than a replacement.
-  const bool sameShape = oldCount == 1 && newCount == 1 && records[0].start == from &&
-                         records[0].fieldCount == index_->fieldCount(first) &&
-                         records[0].malformed == index_->isAnomalous(first);
-  if (sameShape) {
-    index_->shiftRowsAfter(first, delta);
-  } else {
-    index_->replaceRows(first, last + 1, records, delta);
-  }
-  text_ = text;
-  expectedColumns_ = index_->statistics().expectedColumns;
-  const int h = header_ ? 1 : 0;
-  if (newCount == oldCount) {
-    for (int64_t row = first; row <= last; ++row) {
-      if (auto it = cacheIndex_.find(row); it != cacheIndex_.end()) {
-        cache_.erase(it->second);
-        cacheIndex_.erase(it);
-      }
-    }
-    if (header_ && first == 0) {
-      headerLabels_ = readRow(0, kDisplayRowBytes, nullptr);
-      sync();
-      emit headerDataChanged(Qt::Horizontal, 0, std::max(columns_ - 1, 0));
-    }
-    const int top = static_cast<int>(std::max<int64_t>(first - h, 0));
-    const int bottom = static_cast<int>(std::min<int64_t>(last - h, rows_ - 1));
-    if (top <= bottom && columns_ > 0) {
-      emit dataChanged(index(top, 0), index(bottom, columns_ - 1));
-      emit headerDataChanged(Qt::Vertical, top, bottom);
-    }
-  } else if (header_ && first == 0) {
-    resetView();
-  } else {
-    cache_.clear();
-    cacheIndex_.clear();
-    const int at = static_cast<int>(first - h);
-    if (newCount > oldCount) {
-      const int added = static_cast<int>(newCount - oldCount);
-      beginInsertRows({}, at + static_cast<int>(oldCount), at + static_cast<int>(oldCount) + added - 1);
-      rows_ += added;
-      endInsertRows();
-    } else {
-      const int removed = static_cast<int>(oldCount - newCount);
-      beginRemoveRows({}, at + static_cast<int>(newCount), at + static_cast<int>(newCount) + removed - 1);
-      rows_ -= removed;
-      endRemoveRows();
-    }
-    if (newCount > 0)
-      emit dataChanged(index(at, 0), index(at + static_cast<int>(newCount) - 1, columns_ - 1));
-    emit headerDataChanged(Qt::Vertical, at, std::max(rows_ - 1, at));
-    sync();
-  }
-  grade(Grading::observed);
-  return true;
-}
+// ---- Edits (the patches are in CsvTableModelPatch.cpp) ----
 
 std::optional<QString> CsvTableModel::editRefusal() const {
   if (document_->isReadOnly()) return q(csv::kReadOnlyCellsMessage);
   if (inert_) return q(csv::kNoLongerParsesMessage);
-  if (cancelled_) return kCancelledMessage;
-  if (building_ || stale_ || !index_->isComplete()) return kStillIndexingMessage;
+  if (cancelled_) return CsvTexts::cancelled();
+  if (building_ || stale_ || !index_->isComplete()) return CsvTexts::stillIndexing();
   const auto state = announcer_.effectiveState().value_or(index_->parseState());
   if (auto refusal = csv::cellEditRefusal(state, false)) return q(*refusal);
   return std::nullopt;
@@ -468,14 +312,14 @@ QVariant CsvTableModel::headerData(int section, Qt::Orientation orientation, int
     if (role == Qt::DisplayRole) {
       if (header_ && section < headerLabels_.size() && !headerLabels_[section].isEmpty())
         return oneLine(headerLabels_[section], 200);
-      return QStringLiteral("Column %1").arg(section + 1);
+      return CsvTexts::column(section + 1);
     }
-    if (role == Qt::ToolTipRole) return QStringLiteral("Column %1").arg(section + 1);
+    if (role == Qt::ToolTipRole) return CsvTexts::column(section + 1);
     return {};
   }
   const int64_t recordIndex = recordRow(section);
   switch (role) {
-    case Qt::DisplayRole: return grouped(recordIndex + 1);
+    case Qt::DisplayRole: return CsvTexts::grouped(section + 1);
     case Qt::ForegroundRole:
       if (isMalformed(recordIndex)) return QColor(176, 0, 0);
       return {};
@@ -485,11 +329,8 @@ QVariant CsvTableModel::headerData(int section, Qt::Orientation orientation, int
     case Qt::ToolTipRole: {
       if (!isMalformed(recordIndex)) return {};
       const auto fields = index_->fieldCount(recordIndex).value_or(0);
-      if (index_->isAnomalous(recordIndex))
-        return QStringLiteral("Record %1 is malformed: text after a closing quote, or a quote never closed")
-            .arg(grouped(recordIndex + 1));
-      return QStringLiteral("Record %1 is malformed: %2 fields, %3 expected")
-          .arg(grouped(recordIndex + 1), grouped(fields), grouped(expectedColumns_));
+      if (index_->isAnomalous(recordIndex)) return CsvTexts::malformedQuotes(section + 1);
+      return CsvTexts::malformedFields(section + 1, fields, expectedColumns_);
     }
     default: return {};
   }
@@ -557,18 +398,36 @@ std::optional<int> CsvTableModel::modelRow(int64_t recordRow) const {
   return static_cast<int>(row);
 }
 
-int64_t CsvTableModel::indexedRecords() const { return index_ ? index_->rowCount() : 0; }
+int64_t CsvTableModel::indexedRecords() const {
+  const int64_t rows = index_ ? index_->rowCount() : 0;
+  return header_ ? std::max<int64_t>(rows - 1, 0) : rows;
+}
+
+std::optional<QModelIndex> CsvTableModel::cellAt(int64_t offset) const {
+  if (!index_ || rows_ == 0 || columns_ == 0) return std::nullopt;
+  const int64_t rows = index_->rowCount();
+  const int64_t indexRow = index_->rowAtOffset(offset).value_or(rows - 1);
+  const int row = modelRow(indexRow).value_or(indexRow < 1 ? 0 : rows_ - 1);
+  // The field holding the offset: as many fields as the row's bytes before it split into, less one.
+  int column = 0;
+  if (const auto start = index_->rowStart(indexRow); start && offset > *start) {
+    const int64_t end = std::min(offset, *start + kDisplayRowBytes);
+    const std::string bytes = text_.readBytes({*start, end}).value_or("");
+    const auto raw = std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    column = static_cast<int>(csv::splitFields(raw, delimiter_.byte).size()) - 1;
+  }
+  return index(row, std::clamp(column, 0, columns_ - 1));
+}
 
 std::expected<int64_t, QString> CsvTableModel::recordOffset(int64_t record) const {
-  if (stale_ || !index_)
-    return std::unexpected(QStringLiteral("Table still indexing — try again in a moment"));
+  if (stale_ || !index_) return std::unexpected(CsvTexts::recordsNotReady());
   const int64_t rows = index_->rowCount();
-  if (rows == 0) return std::unexpected(QStringLiteral("The table has no records yet"));
-  int64_t row = std::max<int64_t>(record, 1) - 1;
+  if (rows == 0) return std::unexpected(CsvTexts::noRecords());
+  // Records are numbered as the grid labels them: from the first row under the header.
+  int64_t row = std::max<int64_t>(record, 1) - 1 + (header_ ? 1 : 0);
   if (row >= rows) {
     if (!index_->isComplete())
-      return std::unexpected(QStringLiteral("Record %1 isn't indexed yet — %2 records so far")
-                                 .arg(grouped(record), grouped(rows)));
+      return std::unexpected(CsvTexts::recordNotIndexedYet(record, indexedRecords()));
     row = rows - 1;
   }
   return *index_->rowStart(row);

@@ -36,7 +36,7 @@ namespace quorin::app {
 // index and the snapshot it describes stay on screen, read-only.
 //
 // The first record is the header row when firstRowIsHeader() (the default):
-// it labels the columns and model row 0 is record 2.
+// it labels the columns, and the records under it are numbered from 1.
 //
 // Thread-safety: main thread only. The build runs on `indexQueue` and hands
 // its end back through the main queue.
@@ -90,10 +90,14 @@ class CsvTableModel : public QAbstractTableModel {
   std::optional<int> modelRow(int64_t recordRow) const;
   // Whether the index row is malformed (wrong field count or flagged by the scanner).
   bool isMalformed(int64_t recordRow) const;
-  // Byte offset of a 1-based record (the go-to field's r1234); past the last
-  // record of a complete index, the last one.
+  // Byte offset of a 1-based record (the go-to field's r1234), numbered as
+  // the grid labels its rows (from the first row under the header); past the
+  // last record of a complete index, the last one.
   std::expected<int64_t, QString> recordOffset(int64_t record) const;
+  // Records indexed so far, the header row not counted.
   int64_t indexedRecords() const;
+  // The cell whose field holds the byte `offset` (the header row's offsets: the first row).
+  std::optional<QModelIndex> cellAt(int64_t offset) const;
   // The index on screen (it may describe an older text while isBuilding()).
   std::shared_ptr<const csv::CSVRecordIndex> recordIndex() const { return index_; }
 
@@ -106,6 +110,10 @@ class CsvTableModel : public QAbstractTableModel {
   void buildStateChanged();
 
  private:
+  // A row is read for display up to this many bytes: a quoted field may hold
+  // megabytes, and the view shows a line of each cell.
+  static constexpr int64_t kDisplayRowBytes = 256 * 1024;
+
   struct CachedRow {
     QStringList values;
     bool cut = false;  // the row was read only in part

@@ -1,4 +1,4 @@
-#include "find/FindBar.h"
+#include "app/find/FindBar.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -14,8 +14,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include "app/find/FindSummary.h"
 #include "dispatch/Clock.h"
-#include "find/FindSummary.h"
 #include "search/QueryText.h"
 
 namespace quorin::app {
@@ -60,16 +60,22 @@ FindBar::FindBar(std::shared_ptr<document::Document> document, EditorSurface& su
   queryBox_->setObjectName("findQuery");
   queryBox_->setEditable(true);
   queryBox_->setInsertPolicy(QComboBox::NoInsert);
+  // History is offered in the drop-down, never typed in for the user: an
+  // inline completion turned "Thread" into "Thread starvation" under Enter.
+  queryBox_->setCompleter(nullptr);
   queryBox_->setMinimumWidth(260);
   queryBox_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-  queryBox_->lineEdit()->setPlaceholderText("Find");
+  queryBox_->lineEdit()->setPlaceholderText(tr("Find"));
+  // The editable box keeps the focus and hands keys to its line edit
+  // directly, past any filter on the line edit: Enter is caught on the box.
+  queryBox_->installEventFilter(this);
   queryBox_->lineEdit()->installEventFilter(this);
   auto* previous = new QToolButton(this);
   previous->setText("↑");
-  previous->setToolTip("Previous match (Shift+Enter, Shift+F3)");
+  previous->setToolTip(tr("Previous match (Shift+Enter, Shift+F3)"));
   auto* next = new QToolButton(this);
   next->setText("↓");
-  next->setToolTip("Next match (Enter, F3)");
+  next->setToolTip(tr("Next match (Enter, F3)"));
   summary_ = new QLabel(this);
   summary_->setObjectName("findSummary");
   summary_->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -78,7 +84,7 @@ FindBar::FindBar(std::shared_ptr<document::Document> document, EditorSurface& su
   notice_->setStyleSheet("color: #b05000");
   auto* closeButton = new QToolButton(this);
   closeButton->setText("×");
-  closeButton->setToolTip("Close (Esc)");
+  closeButton->setToolTip(tr("Close (Esc)"));
   closeButton->setAutoRaise(true);
   findRow->addWidget(queryBox_, 3);
   findRow->addWidget(previous);
@@ -89,12 +95,12 @@ FindBar::FindBar(std::shared_ptr<document::Document> document, EditorSurface& su
   layout->addLayout(findRow);
 
   auto* optionRow = new QHBoxLayout;
-  caseBox_ = option("Case sensitive", "Match upper and lower case exactly", this);
-  wordBox_ = option("Match whole word (ignored in regex mode)",
-                    "Only matches with no letter, digit or _ on either side", this);
-  regexBox_ = option("Regular expression", "PCRE syntax; each line is matched on its own", this);
-  escapesBox_ = option("Extended (\\n, \\t, \\xHH, \\uHHHH)",
-                       "Read escapes in a plain query (and its replacement)", this);
+  caseBox_ = option(tr("Case sensitive"), tr("Match upper and lower case exactly"), this);
+  wordBox_ = option(tr("Match whole word (ignored in regex mode)"),
+                    tr("Only matches with no letter, digit or _ on either side"), this);
+  regexBox_ = option(tr("Regular expression"), tr("PCRE syntax; each line is matched on its own"), this);
+  escapesBox_ = option(tr("Extended (\\n, \\t, \\xHH, \\uHHHH)"),
+                       tr("Read escapes in a plain query (and its replacement)"), this);
   for (QCheckBox* box : {caseBox_, wordBox_, regexBox_, escapesBox_}) optionRow->addWidget(box);
   optionRow->addStretch(1);
   layout->addLayout(optionRow);
@@ -104,13 +110,13 @@ FindBar::FindBar(std::shared_ptr<document::Document> document, EditorSurface& su
   replaceLayout->setContentsMargins(0, 0, 0, 0);
   replacementEdit_ = new QLineEdit(replaceRow_);
   replacementEdit_->setObjectName("findReplacement");
-  replacementEdit_->setPlaceholderText("Replace with");
+  replacementEdit_->setPlaceholderText(tr("Replace with"));
   replacementEdit_->installEventFilter(this);
-  auto* replaceButton = new QPushButton("Replace", replaceRow_);
-  replaceAllButton_ = new QPushButton("Replace All", replaceRow_);
+  auto* replaceButton = new QPushButton(tr("Replace"), replaceRow_);
+  replaceAllButton_ = new QPushButton(tr("Replace All"), replaceRow_);
   replaceProgress_ = new QLabel(replaceRow_);
   replaceProgress_->setObjectName("replaceProgress");
-  cancelButton_ = new QPushButton("Cancel", replaceRow_);
+  cancelButton_ = new QPushButton(tr("Cancel"), replaceRow_);
   cancelButton_->hide();
   replaceLayout->addWidget(replacementEdit_, 3);
   replaceLayout->addWidget(replaceButton);
@@ -326,14 +332,17 @@ void FindBar::showSummary() {
   std::optional<int64_t> current;
   if (!matches_.isStale()) current = matches_.indexOf(ordered(surface_.selection()));
   QString text = resultSummary(lastResult_, static_cast<int64_t>(matches_.size()), config_.matchCap, current);
-  if (matches_.isStale()) text += " (stale)";
+  if (matches_.isStale()) text += staleSuffix();
   summary_->setText(text);
-  summary_->setToolTip(matches_.isStale()
-                           ? "The text changed since this count; it is counted again when you pause"
-                           : QString());
+  if (notice_->text() == text) notice_->clear();
+  summary_->setToolTip(matches_.isStale() ? staleToolTip() : QString());
 }
 
-void FindBar::setNotice(const QString& text) { notice_->setText(text); }
+// The summary already shows a count's failure (an invalid regex): the
+// notice never repeats it.
+void FindBar::setNotice(const QString& text) {
+  notice_->setText(text == summary_->text() ? QString() : text);
+}
 
 void FindBar::findNext() { step(false); }
 void FindBar::findPrevious() { step(true); }
@@ -344,6 +353,7 @@ void FindBar::step(bool backward) {
     return;
   }
   rememberQuery();
+  if (haveResult_ && lastResult_.compileError && !matches_.isStale()) return;  // the summary says why
   if (isVisible() && !haveResult_ && !isCounting()) startCount();
   const storage::ByteRange selected = ordered(surface_.selection());
   const int64_t from = backward ? selected.start : selected.end;
@@ -378,8 +388,13 @@ void FindBar::step(bool backward) {
 void FindBar::landOn(storage::ByteRange range, bool wrapped, bool backward) {
   setNotice({});
   surface_.select(range.start, range.end);
-  if (wrapped)
-    surface_.showStatusMessage(backward ? "Search wrapped to the end" : "Search wrapped to the start");
+  // The wrap note belongs to the step that wrapped; the next step takes it away.
+  if (wrapped) {
+    surface_.showStatusMessage(wrapNote(backward));
+  } else if (wrapNoteShown_) {
+    surface_.showStatusMessage(QString());
+  }
+  wrapNoteShown_ = wrapped;
   showSummary();
 }
 
@@ -399,140 +414,11 @@ void FindBar::rememberQuery() {
   queryBox_->blockSignals(false);
 }
 
-std::string FindBar::replacementBytes() const {
-  const std::string typed = replacementEdit_->text().toStdString();
-  return options().escapes ? search::expandEscapes(typed) : typed;
-}
-
-void FindBar::replaceCurrent() {
-  const search::SearchOptions opts = options();
-  if (opts.query.empty() || isReplacing()) return;
-  rememberQuery();
-  const storage::ByteRange selected = ordered(surface_.selection());
-  // Replace only what is a match of the query; otherwise the first press
-  // just moves to the next match, as in most editors.
-  bool isMatch = false;
-  if (matches_.version() == document_->version() && matches_.isComplete()) {
-    isMatch = matches_.indexOf(selected).has_value();
-  } else {
-    search::FindNextLimits here = config_.findNextLimits;
-    here.scanBytes = 1;  // only a match that starts where the selection does
-    const search::SearchCancellation never;
-    const auto found =
-        search::FindNext(here).find({opts, selected.start, false, false}, document_->snapshot().text, never);
-    isMatch = found.match == selected;
-  }
-  if (!isMatch) {
-    findNext();
-    return;
-  }
-  const std::string bytes = replacementBytes();
-  const int64_t caret = selected.start + static_cast<int64_t>(bytes.size());
-  const auto outcome = document_->replace(selected, bytes, {selected.start, selected.end},
-                                          persistence::TextSelection::at(caret));
-  if (!outcome) {
-    setNotice(QString::fromStdString(outcome.error().describe()));
-    return;
-  }
-  surface_.select(caret, caret);
-  findNext();
-}
-
-void FindBar::replaceAll() {
-  const search::SearchOptions opts = options();
-  if (opts.query.empty() || isReplacing()) return;
-  rememberQuery();
-  setNotice({});
-  if (matches_.version() == document_->version() && matches_.isComplete()) {
-    search::SearchResult result;
-    result.snapshotVersion = matches_.version();
-    for (const storage::ByteRange& r : matches_.ranges())
-      result.matches.push_back({0, 0, r.start, r.length()});
-    result.totalMatchCount = static_cast<int64_t>(result.matches.size());
-    finishReplaceAll(std::move(result));
-    return;
-  }
-  // Count afresh (the stored matches are stale, partial or still coming),
-  // with progress and a way out; the edit itself is one quick bulk step.
-  setReplacing(true);
-  replaceProgress_->setText(countingSummary({}));
-  const uint64_t generation = ++replaceGeneration_;
-  const document::DocumentSnapshot snapshot = document_->snapshot();
-  std::weak_ptr<FindBar*> alive = alive_;
-  search::SearchHooks hooks;
-  hooks.onProgress = [alive, generation](const search::SearchProgress& progress) {
-    const auto bar = alive.lock();
-    if (bar && (*bar)->replaceGeneration_ == generation && (*bar)->isReplacing())
-      (*bar)->replaceProgress_->setText(countingSummary(progress));
-  };
-  replaceAllHandle_ = engine_.start(
-      config_.matchCap, opts, snapshot.text, snapshot.lines,
-      [alive, generation](search::SearchResult result) {
-        const auto bar = alive.lock();
-        if (!bar || (*bar)->replaceGeneration_ != generation) return;
-        (*bar)->finishReplaceAll(std::move(result));
-      },
-      &mainQueue_, std::move(hooks));
-}
-
-void FindBar::cancelReplaceAll() {
-  if (!isReplacing()) return;
-  ++replaceGeneration_;
-  replaceAllHandle_.cancel();
-  setReplacing(false);
-  setNotice("Replace All cancelled; nothing was replaced");
-}
-
-void FindBar::setReplacing(bool replacing) {
-  if (!replacing) {
-    replaceAllHandle_ = {};
-    replaceProgress_->clear();
-  }
-  cancelButton_->setVisible(replacing);
-  replaceAllButton_->setEnabled(!replacing);
-}
-
-void FindBar::finishReplaceAll(search::SearchResult result) {
-  setReplacing(false);
-  if (result.cancelled) return;
-  const auto stored = static_cast<int64_t>(result.matches.size());
-  if (result.compileError || result.timedOut || result.truncated) {
-    QString why = resultSummary(result, stored, config_.matchCap);
-    if (!result.compileError) why += " — nothing was replaced";
-    setNotice(why);
-    return;
-  }
-  if (result.snapshotVersion != document_->version()) {
-    setNotice("The text changed while matches were counted; nothing was replaced");
-    return;
-  }
-  if (result.matches.empty()) {
-    setNotice("No matches");
-    return;
-  }
-  const std::string bytes = replacementBytes();
-  std::vector<storage::PieceTable::BulkEditSite> sites;
-  sites.reserve(result.matches.size());
-  for (const search::SearchMatch& m : result.matches)
-    sites.push_back({{m.matchByteStart, m.matchByteStart + m.matchByteLength}, bytes});
-  const EditorSurface::Selection before = surface_.selection();
-  const auto outcome = document_->replaceAll(sites, "Replace All", {before.begin, before.end},
-                                             persistence::TextSelection::at(sites.front().range.start));
-  if (!outcome) {
-    setNotice(QString::fromStdString(outcome.error().describe()));
-    return;
-  }
-  surface_.select(sites.front().range.start, sites.front().range.start);
-  surface_.showStatusMessage(stored == 1 ? QStringLiteral("Replaced 1 match")
-                                         : "Replaced " + groupedNumber(stored) + " matches");
-  if (!outcome->undoable) setNotice(QString::fromUtf8(document::kTooLargeToUndoMessage));
-}
-
 bool FindBar::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::KeyPress) {
     const auto* key = static_cast<QKeyEvent*>(event);
     const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
-    if (enter && watched == queryBox_->lineEdit()) {
+    if (enter && (watched == queryBox_ || watched == queryBox_->lineEdit())) {
       (key->modifiers() & Qt::ShiftModifier) ? findPrevious() : findNext();
       return true;
     }

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <memory>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
+#include "app/find/MatchSet.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
-#include "find/MatchSet.h"
 #include "search/FindNext.h"
 #include "search/SearchEngine.h"
 
@@ -134,6 +134,7 @@ class FindBar final : public QWidget {
   search::SearchHandle stepHandle_;
   search::SearchHandle replaceAllHandle_;
   uint64_t replaceGeneration_ = 0;
+  bool wrapNoteShown_ = false;  // the status bar shows "Search wrapped…" from the last step
 };
 
 }  // namespace quorin::app

@@ -1,8 +1,14 @@
-#include "find/FindSummary.h"
+#include "app/find/FindSummary.h"
 
+#include <QCoreApplication>
 #include <algorithm>
 
 namespace quorin::app {
+namespace {
+
+QString tr(const char* text) { return QCoreApplication::translate("quorin::app::FindBar", text); }
+
+}  // namespace
 
 QString groupedNumber(int64_t value) {
   const bool negative = value < 0;
@@ -17,25 +23,45 @@ QString countingSummary(const search::SearchProgress& progress) {
   if (progress.totalLines > 0) {
     percent = static_cast<int>(std::clamp<int64_t>(progress.linesScanned * 100 / progress.totalLines, 0, 99));
   }
-  return QStringLiteral("Searching… %1% · %2 so far")
+  return tr("Searching… %1% · %2 so far")
       .arg(percent)
-      .arg(progress.matchesSoFar == 1 ? QStringLiteral("1 match")
-                                      : groupedNumber(progress.matchesSoFar) + " matches");
+      .arg(progress.matchesSoFar == 1 ? tr("1 match")
+                                      : tr("%1 matches").arg(groupedNumber(progress.matchesSoFar)));
 }
 
 QString resultSummary(const search::SearchResult& result, int64_t stored, int64_t cap,
                       std::optional<int64_t> current) {
-  if (result.compileError) return "Invalid regex: " + QString::fromStdString(*result.compileError);
+  if (result.compileError) return tr("Invalid regex: %1").arg(QString::fromStdString(*result.compileError));
   const int64_t total = result.totalMatchCount;
   if (result.timedOut)
-    return total > 0 ? groupedNumber(total) + " matches (timed out)" : QStringLiteral("Timed out");
+    return total > 0 ? tr("%1 matches (timed out)").arg(groupedNumber(total)) : tr("Timed out");
   if (result.truncated) {
-    return groupedNumber(total) + " matches · first " + groupedNumber(stored) + " highlighted (over the " +
-           groupedNumber(cap) + " cap; Replace All needs a narrower query)";
+    return tr("%1 matches · first %2 highlighted (over the %3 cap; Replace All needs a narrower query)")
+        .arg(groupedNumber(total), groupedNumber(stored), groupedNumber(cap));
   }
-  if (total == 0) return QStringLiteral("No matches");
-  if (current) return groupedNumber(*current + 1) + " of " + groupedNumber(total);
-  return total == 1 ? QStringLiteral("1 match") : groupedNumber(total) + " matches";
+  if (total == 0) return tr("No matches");
+  if (current) return tr("%1 of %2").arg(groupedNumber(*current + 1), groupedNumber(total));
+  return total == 1 ? tr("1 match") : tr("%1 matches").arg(groupedNumber(total));
+}
+
+QString staleSuffix() { return tr(" (stale)"); }
+
+QString staleToolTip() { return tr("The text changed since this count; it is counted again when you pause"); }
+
+QString wrapNote(bool backward) {
+  return backward ? tr("Search wrapped to the end") : tr("Search wrapped to the start");
+}
+
+QString replacedNote(int64_t count) {
+  return count == 1 ? tr("Replaced 1 match") : tr("Replaced %1 matches").arg(groupedNumber(count));
+}
+
+QString nothingReplacedSuffix() { return tr(" — nothing was replaced"); }
+
+QString replaceAllCancelledNote() { return tr("Replace All cancelled; nothing was replaced"); }
+
+QString textChangedDuringCountNote() {
+  return tr("The text changed while matches were counted; nothing was replaced");
 }
 
 }  // namespace quorin::app

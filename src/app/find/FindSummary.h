@@ -23,4 +23,13 @@ QString countingSummary(const search::SearchProgress& progress);
 QString resultSummary(const search::SearchResult& result, int64_t stored, int64_t cap,
                       std::optional<int64_t> current = {});
 
+// The bar's other texts.
+QString staleSuffix();   // " (stale)"
+QString staleToolTip();  // why a summary is marked stale
+QString wrapNote(bool backward);
+QString replacedNote(int64_t count);  // "Replaced 1 match", "Replaced 1,234 matches"
+QString nothingReplacedSuffix();      // " — nothing was replaced"
+QString replaceAllCancelledNote();
+QString textChangedDuringCountNote();
+
 }  // namespace quorin::app

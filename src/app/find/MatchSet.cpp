@@ -1,4 +1,4 @@
-#include "find/MatchSet.h"
+#include "app/find/MatchSet.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "goto/GoToField.h"
+#include "app/goto/GoToField.h"
 
 #include <QKeyEvent>
 #include <QLabel>
@@ -9,7 +9,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "find/FindSummary.h"
+#include "app/goto/GoToTexts.h"
 #include "text/LineEnding.h"
 
 namespace quorin::app {
@@ -142,14 +142,13 @@ void GoToField::follow(const logs::GoToTarget& target) {
     land(lineStartAtOrBefore(text, std::clamp<int64_t>(offset, 0, total)));
   } else if (const auto* byte = std::get_if<logs::ByteTarget>(&target)) {
     if (byte->offset > total) {
-      land(total, "Byte offset " + groupedNumber(byte->offset) + " is past the end (" + groupedNumber(total) +
-                      " bytes) — went to the end");
+      land(total, GoToTexts::bytePastTheEnd(byte->offset, total));
     } else {
       land(characterStart(text, byte->offset));
     }
   } else if (const auto* record = std::get_if<logs::RecordTarget>(&target)) {
     if (!records_) {
-      showError(kNoRecordIndexMessage);
+      showError(GoToTexts::noRecordIndex());
       return;
     }
     const auto offset = records_(record->record);
@@ -173,17 +172,14 @@ void GoToField::goToLine(int64_t line) {
   }
   if (lines.isComplete) {
     const int64_t count = std::max<int64_t>(lines.knownLineCount(), 1);
-    land(lines.lineStart(count - 1).value_or(0), "Line " + groupedNumber(line) +
-                                                     " is past the end — went to the last line (" +
-                                                     groupedNumber(count) + ")");
+    land(lines.lineStart(count - 1).value_or(0), GoToTexts::linePastTheEnd(line, count));
     return;
   }
   // Not indexed yet: wait for the index and look again every so often.
   waitingFor_ = line;
   const uint64_t generation = ++waitGeneration_;
-  showError(QStringLiteral("Waiting for the line index to reach line %1 (%2% indexed)…")
-                .arg(groupedNumber(line))
-                .arg(static_cast<int>(std::clamp(lines.fractionScanned(), 0.0, 1.0) * 100)));
+  showError(
+      GoToTexts::lineDueLater(line, static_cast<int>(std::clamp(lines.fractionScanned(), 0.0, 1.0) * 100)));
   std::weak_ptr<GoToField*> alive = alive_;
   mainQueue_.postAfter(config_.indexPollNs, [alive, generation] {
     const auto field = alive.lock();

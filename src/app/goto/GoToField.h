@@ -7,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
 #include "logs/GoToTarget.h"
@@ -16,10 +16,6 @@ class QLabel;
 class QLineEdit;
 
 namespace quorin::app {
-
-// Shown when a record is asked for and nobody can resolve records.
-inline constexpr const char* kNoRecordIndexMessage =
-    "Records need the CSV index: open this document in the Table view first";
 
 struct GoToFieldConfig {
   uint64_t indexPollNs = 200'000'000;  // how often a wait for the line index looks again

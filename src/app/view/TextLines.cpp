@@ -1,4 +1,4 @@
-#include "view/TextLines.h"
+#include "app/view/TextLines.h"
 
 #include <QChar>
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "view/TextView.h"
+#include "app/view/TextView.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -11,9 +11,9 @@
 #include <cmath>
 #include <limits>
 
+#include "app/view/ScrollMapping.h"
 #include "base/ByteCount.h"
 #include "text/LineEnding.h"
-#include "view/ScrollMapping.h"
 
 namespace quorin::app {
 namespace {
@@ -28,38 +28,6 @@ QColor blend(const QColor& a, const QColor& b, double amountOfB) {
                           static_cast<float>(a.greenF() + (b.greenF() - a.greenF()) * amountOfB),
                           static_cast<float>(a.blueF() + (b.blueF() - a.blueF()) * amountOfB));
 }
-
-std::string lineBreakBytes(text::LineEnding ending) {
-  switch (ending) {
-    case text::LineEnding::crlf: return "\r\n";
-    case text::LineEnding::cr: return "\r";
-    case text::LineEnding::lf: break;
-  }
-  return "\n";
-}
-
-// Pasted text takes the document's line ending, as typed line breaks do.
-std::string withLineEnding(const QString& text, text::LineEnding ending) {
-  QString normalized = text;
-  normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n"))
-      .replace(QLatin1Char('\r'), QLatin1Char('\n'));
-  const std::string utf8 = normalized.toStdString();
-  const std::string lineBreak = lineBreakBytes(ending);
-  if (lineBreak == "\n") return utf8;
-  std::string out;
-  out.reserve(utf8.size());
-  for (const char c : utf8) {
-    if (c == '\n') {
-      out += lineBreak;
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
-persistence::TextSelection selectionOf(int64_t anchor, int64_t caret) { return {anchor, caret}; }
-
 }  // namespace
 
 TextView::TextView(std::shared_ptr<document::Document> document, QWidget* parent)
@@ -276,9 +244,14 @@ void TextView::scrollToOffset(int64_t offset, bool center) {
   }
   const int64_t cell = cellOfOffsetInLine(lineStart, lines_->contentEnd(lineStart), offset);
   const auto visibleCells = static_cast<int64_t>((viewport()->width() - textLeft()) / cellWidth_);
-  if (cell < hCell_) {
+  if (center && cell < visibleCells - 4) {
+    // A jump whose column fits the first screen shows its line from the left
+    // edge: scrolled sideways from an earlier long line, short lines would
+    // show only their ends, or nothing at all.
+    hCell_ = 0;
+  } else if (cell < hCell_) {
     hCell_ = std::max<int64_t>(0, cell - 4);
-  } else if (cell >= hCell_ + visibleCells - 1) {
+  } else if (visibleCells > 4 && cell >= hCell_ + visibleCells - 1) {
     hCell_ = cell - visibleCells + 4;
   }
   hCell_ = std::max<int64_t>(0, hCell_);
@@ -309,6 +282,7 @@ void TextView::select(int64_t begin, int64_t end) {
   preferredCell_.reset();
   scrollToOffset(caret_, true);
   emit caretMoved();
+  emit selectionPlaced(anchor_, caret_);
 }
 
 void TextView::setCaret(int64_t offset, bool extendSelection) {
@@ -338,308 +312,6 @@ TextView::CaretPosition TextView::caretPosition() const {
   if (const auto line = lines_->lineNumberOf(caret_)) position.line = *line + 1;
   position.column = cellOfOffsetInLine(start, lines_->contentEnd(start), caret_) + 1;
   return position;
-}
-
-// ---- editing ---------------------------------------------------------------
-
-void TextView::reportRefusal(const document::EditRefusal& refusal) {
-  emit statusMessage(QString::fromStdString(refusal.describe()));
-}
-
-bool TextView::applyEdit(storage::ByteRange range, const std::string& bytes, const char* action,
-                         bool typing) {
-  if (doc_->isReadOnly()) {
-    reportRefusal({document::EditRefusal::Kind::readOnly});
-    return false;
-  }
-  if (range.length() == 0 && bytes.empty()) return false;
-  const bool continuesTyping = typing && typingGroupOpen_ && range.start == typingEnd_ && range.length() == 0;
-  if (!continuesTyping) closeTypingGroup();
-  const auto before = selectionOf(anchor_, caret_);
-  const int64_t after = range.start + static_cast<int64_t>(bytes.size());
-  if (!continuesTyping) doc_->beginUndoGroup(action, before);
-  editing_ = true;
-  const auto result = doc_->replace(range, bytes, before, selectionOf(after, after));
-  editing_ = false;
-  if (!result) {
-    doc_->endUndoGroup(before);
-    typingGroupOpen_ = false;
-    reportRefusal(result.error());
-    return false;
-  }
-  caret_ = anchor_ = after;
-  preferredCell_.reset();
-  if (typing) {
-    typingGroupOpen_ = true;
-    typingEnd_ = after;
-    typingTimer_.start();
-  } else {
-    doc_->endUndoGroup(selectionOf(after, after));
-  }
-  ensureCaretVisible();
-  emit undoStateChanged();
-  emit caretMoved();
-  return true;
-}
-
-void TextView::closeTypingGroup() {
-  typingTimer_.stop();
-  if (!typingGroupOpen_) return;
-  typingGroupOpen_ = false;
-  doc_->endUndoGroup(selectionOf(typingEnd_, typingEnd_));
-  emit undoStateChanged();
-}
-
-void TextView::insertText(const QString& text) {
-  const storage::ByteRange range{std::min(anchor_, caret_), std::max(anchor_, caret_)};
-  applyEdit(range, withLineEnding(text, doc_->lineEnding()), "Typing", range.length() == 0);
-}
-
-void TextView::undo() { stepHistory(true); }
-
-void TextView::redo() { stepHistory(false); }
-
-void TextView::stepHistory(bool backward) {
-  closeTypingGroup();
-  editing_ = true;
-  const auto restored = backward ? doc_->undo() : doc_->redo();
-  editing_ = false;
-  if (!restored) return;
-  refreshText();
-  select(restored->anchor, restored->caret);
-  emit undoStateChanged();
-}
-
-QString TextView::undoActionText() const {
-  const std::string description = doc_->undoDescription();
-  if (description.empty()) return tr("Undo");
-  return tr("Undo %1").arg(QString::fromStdString(description));
-}
-
-QString TextView::redoActionText() const {
-  const std::string description = doc_->redoDescription();
-  if (description.empty()) return tr("Redo");
-  return tr("Redo %1").arg(QString::fromStdString(description));
-}
-
-void TextView::copy() {
-  const storage::ByteRange range{std::min(anchor_, caret_), std::max(anchor_, caret_)};
-  if (range.length() == 0) return;
-  if (range.length() > kMaxClipboardBytes) {
-    emit statusMessage(tr("The selection is too large to copy (%1; the limit is %2).")
-                           .arg(QString::fromStdString(base::formatByteCount(range.length())),
-                                QString::fromStdString(base::formatByteCount(kMaxClipboardBytes))));
-    return;
-  }
-  QApplication::clipboard()->setText(QString::fromStdString(lines_->text().text(range)));
-}
-
-void TextView::cut() {
-  const storage::ByteRange range{std::min(anchor_, caret_), std::max(anchor_, caret_)};
-  if (range.length() == 0 || range.length() > kMaxClipboardBytes) {
-    copy();
-    return;
-  }
-  if (doc_->isReadOnly()) {
-    reportRefusal({document::EditRefusal::Kind::readOnly});
-    return;
-  }
-  copy();
-  applyEdit(range, {}, "Cut", false);
-}
-
-void TextView::paste() {
-  const QString text = QApplication::clipboard()->text();
-  if (text.isEmpty()) return;
-  const storage::ByteRange range{std::min(anchor_, caret_), std::max(anchor_, caret_)};
-  applyEdit(range, withLineEnding(text, doc_->lineEnding()), "Paste", false);
-}
-
-void TextView::selectAll() {
-  const auto range = lines_->range();
-  closeTypingGroup();
-  anchor_ = range.start;
-  caret_ = range.end;
-  viewport()->update();
-  emit caretMoved();
-}
-
-// ---- keyboard and mouse ----------------------------------------------------
-
-int64_t TextView::verticalMove(int64_t from, int64_t rows) {
-  const int64_t lineStart = lines_->lineStartOf(from);
-  if (!preferredCell_) preferredCell_ = cellOfOffsetInLine(lineStart, lines_->contentEnd(lineStart), from);
-  int64_t target = lineStart;
-  for (; rows > 0; --rows) {
-    const auto next = lines_->nextLineStart(target);
-    if (!next || *next > lines_->range().end) return lines_->range().end;
-    target = *next;
-  }
-  for (; rows < 0; ++rows) {
-    const auto previous = lines_->previousLineStart(target);
-    if (!previous) return lines_->range().start;
-    target = *previous;
-  }
-  return offsetAtCellInLine(target, lines_->contentEnd(target), *preferredCell_);
-}
-
-void TextView::keyPressEvent(QKeyEvent* event) {
-  const bool shift = event->modifiers() & Qt::ShiftModifier;
-  const bool control = event->modifiers() & Qt::ControlModifier;
-  const auto keepColumn = preferredCell_;
-  auto moveTo = [&](int64_t offset) {
-    const auto kept = preferredCell_;
-    setCaret(offset, shift);
-    preferredCell_ = kept;
-  };
-  const int page = std::max(1, static_cast<int>(viewport()->height() / rowHeight()) - 1);
-  const int64_t selectionStart = std::min(anchor_, caret_);
-  const int64_t selectionEnd = std::max(anchor_, caret_);
-  preferredCell_.reset();
-  switch (event->key()) {
-    case Qt::Key_Left:
-      if (!shift && !control && selectionStart != selectionEnd) return moveTo(selectionStart);
-      return moveTo(control ? lines_->previousWordStart(caret_) : lines_->previousCharacter(caret_));
-    case Qt::Key_Right:
-      if (!shift && !control && selectionStart != selectionEnd) return moveTo(selectionEnd);
-      return moveTo(control ? lines_->nextWordEnd(caret_) : lines_->nextCharacter(caret_));
-    case Qt::Key_Up:
-      if (control) return scrollByRows(-1);
-      preferredCell_ = keepColumn;
-      return moveTo(verticalMove(caret_, -1));
-    case Qt::Key_Down:
-      if (control) return scrollByRows(1);
-      preferredCell_ = keepColumn;
-      return moveTo(verticalMove(caret_, 1));
-    case Qt::Key_PageUp:
-      preferredCell_ = keepColumn;
-      scrollByRows(-page);
-      return moveTo(verticalMove(caret_, -page));
-    case Qt::Key_PageDown:
-      preferredCell_ = keepColumn;
-      scrollByRows(page);
-      return moveTo(verticalMove(caret_, page));
-    case Qt::Key_Home: return moveTo(control ? lines_->range().start : lines_->lineStartOf(caret_));
-    case Qt::Key_End:
-      return moveTo(control ? lines_->range().end : lines_->contentEnd(lines_->lineStartOf(caret_)));
-    case Qt::Key_Backspace:
-      if (selectionStart != selectionEnd) {
-        applyEdit({selectionStart, selectionEnd}, {}, "Delete", false);
-      } else if (caret_ > lines_->range().start) {
-        applyEdit({lines_->previousCharacter(caret_), caret_}, {}, "Delete", false);
-      }
-      return;
-    case Qt::Key_Delete:
-      if (selectionStart != selectionEnd) {
-        applyEdit({selectionStart, selectionEnd}, {}, "Delete", false);
-      } else if (caret_ < lines_->range().end) {
-        applyEdit({caret_, lines_->nextCharacter(caret_)}, {}, "Delete", false);
-      }
-      return;
-    case Qt::Key_Return:
-    case Qt::Key_Enter: return insertText(QStringLiteral("\n"));
-    case Qt::Key_Tab: return insertText(QStringLiteral("\t"));
-    default: break;
-  }
-  if (event->matches(QKeySequence::Undo)) return undo();
-  if (event->matches(QKeySequence::Redo)) return redo();
-  if (event->matches(QKeySequence::Copy)) return copy();
-  if (event->matches(QKeySequence::Cut)) return cut();
-  if (event->matches(QKeySequence::Paste)) return paste();
-  if (event->matches(QKeySequence::SelectAll)) return selectAll();
-  const QString text = event->text();
-  if (!text.isEmpty() && !control && text.at(0).isPrint()) return insertText(text);
-  QAbstractScrollArea::keyPressEvent(event);
-}
-
-std::optional<size_t> TextView::rowIndexAt(double y) const {
-  if (rows_.empty()) return std::nullopt;
-  const auto index = static_cast<int64_t>(std::floor(y / rowHeight()));
-  return static_cast<size_t>(std::clamp<int64_t>(index, 0, static_cast<int64_t>(rows_.size()) - 1));
-}
-
-int64_t TextView::offsetAt(const QPointF& point) const {
-  const auto index = rowIndexAt(point.y());
-  if (!index) return lines_->range().start;
-  if (point.y() >= static_cast<double>(rows_.size()) * rowHeight() &&
-      rows_.back().contentEnd >= lines_->range().end) {
-    return lines_->range().end;
-  }
-  const Row& row = rows_[*index];
-  const double cell = std::max(0.0, (point.x() - textLeft()) / cellWidth_ + static_cast<double>(hCell_));
-  const bool exact = row.contentEnd - row.lineStart <= kExactLayoutBytes;
-  const RowLayout layout =
-      layoutRow(lines_->text(), row.lineStart, row.contentEnd, exact ? 0 : hCell_,
-                exact ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(cell) + 2);
-  return layout.offsetAtCell(cell);
-}
-
-void TextView::mousePressEvent(QMouseEvent* event) {
-  if (event->button() != Qt::LeftButton) return QAbstractScrollArea::mousePressEvent(event);
-  selecting_ = true;
-  preferredCell_.reset();
-  setCaret(offsetAt(event->position()), event->modifiers() & Qt::ShiftModifier);
-}
-
-void TextView::mouseMoveEvent(QMouseEvent* event) {
-  if (!selecting_) return;
-  const double y = event->position().y();
-  if (y < 0) {
-    scrollByRows(-1);
-  } else if (y > viewport()->height()) {
-    scrollByRows(1);
-  }
-  const int64_t offset = offsetAt(event->position());
-  if (offset == caret_) return;
-  caret_ = offset;
-  viewport()->update();
-  emit caretMoved();
-}
-
-void TextView::mouseReleaseEvent(QMouseEvent* event) {
-  selecting_ = false;
-  QAbstractScrollArea::mouseReleaseEvent(event);
-}
-
-void TextView::mouseDoubleClickEvent(QMouseEvent* event) {
-  if (event->button() != Qt::LeftButton) return;
-  const auto word = lines_->wordAt(offsetAt(event->position()));
-  select(word.start, word.end);
-}
-
-void TextView::wheelEvent(QWheelEvent* event) {
-  const QPoint steps = event->angleDelta() / 40;  // three rows per notch
-  if (steps.y() != 0) scrollByRows(-steps.y());
-  if (steps.x() != 0) {
-    hCell_ = std::max<int64_t>(0, hCell_ - steps.x() * 2);
-    updateScrollBars();
-    viewport()->update();
-  }
-  event->accept();
-}
-
-void TextView::focusOutEvent(QFocusEvent* event) {
-  closeTypingGroup();
-  QAbstractScrollArea::focusOutEvent(event);
-}
-
-void TextView::inputMethodEvent(QInputMethodEvent* event) {
-  // Composed characters (dead keys, input methods) arrive here rather than as key presses.
-  if (!event->commitString().isEmpty()) insertText(event->commitString());
-  event->accept();
-}
-
-void TextView::changeEvent(QEvent* event) {
-  if (event->type() == QEvent::FontChange) {
-    updateFontMetrics();
-    updateRows();
-  }
-  QAbstractScrollArea::changeEvent(event);
-}
-
-void TextView::resizeEvent(QResizeEvent* event) {
-  QAbstractScrollArea::resizeEvent(event);
-  updateRows();
 }
 
 // ---- painting --------------------------------------------------------------

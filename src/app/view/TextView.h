@@ -6,9 +6,9 @@
 #include <optional>
 #include <vector>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
+#include "app/view/TextLines.h"
 #include "document/Document.h"
-#include "view/TextLines.h"
 
 namespace quorin::app {
 
@@ -80,6 +80,9 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
 
  signals:
   void caretMoved();
+  // select() placed the selection for someone (a search hit, a go-to
+  // target, an undone edit): a table showing the same text follows it.
+  void selectionPlaced(qint64 begin, qint64 end);
   void statusMessage(const QString& text);
   void undoStateChanged();
 
@@ -95,6 +98,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void focusOutEvent(QFocusEvent* event) override;
   void inputMethodEvent(QInputMethodEvent* event) override;
   void changeEvent(QEvent* event) override;
+  void contextMenuEvent(QContextMenuEvent* event) override;
   void scrollContentsBy(int dx, int dy) override;
 
  private:

@@ -1,10 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <QBrush>
+#include <QScreen>
 #include <QTableView>
 #include <fstream>
 
-#include "compare/CompareWindow.h"
+#include "app/compare/CompareWindow.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
 #include "support/ManualExecutor.h"
@@ -27,7 +28,7 @@ struct Sides {
 
   // Pumps the main queue until the window's comparison (on the worker pool) has finished.
   void waitFor(CompareWindow& window) {
-    for (int i = 0; i < 500 && window.isRunning(); ++i) main.waitAndRun(std::chrono::milliseconds(10));
+    for (int i = 0; i < 3000 && window.isRunning(); ++i) main.waitAndRun(std::chrono::milliseconds(10));
     ASSERT_FALSE(window.isRunning());
   }
 
@@ -124,6 +125,16 @@ TEST(AppCompareWindowTest, ComparesOffTheMainThreadWithOptionsNoticesAndAReport)
   EXPECT_TRUE(failed.error().startsWith("Couldn't save the report\n"));
 }
 
+TEST(AppCompareWindowTest, TheWindowFitsTheScreen) {
+  Sides sides;
+  auto left = sides.open("left.txt", "a\n");
+  CompareWindow window(left, "left.txt", sides.main);
+  window.show();
+  const QRect available = window.screen()->availableGeometry();
+  EXPECT_LE(window.frameGeometry().height(), available.height());
+  EXPECT_LE(window.frameGeometry().width(), available.width());
+}
+
 TEST(AppCompareWindowTest, AFileThatCannotBeOpenedFailsWithTheSidesName) {
   Sides sides;
   auto left = sides.open("left.txt", "a\n");
@@ -132,6 +143,30 @@ TEST(AppCompareWindowTest, AFileThatCannotBeOpenedFailsWithTheSidesName) {
   EXPECT_FALSE(window.isRunning());
   EXPECT_TRUE(window.errorText().startsWith(
       "Couldn't compare\nThe file “missing.txt” couldn't be read for comparison.\nopen("));
+}
+
+// A file chosen in the window is compared once its line index is complete. The
+// handler that waits for it used to drop itself while running, destroying its
+// own closure: a crash as soon as a file large enough to index in the
+// background finished.
+TEST(AppCompareWindowTest, AFileStillIndexingIsComparedOnceItsIndexCompletes) {
+  Sides sides;
+  auto left = sides.open("left.txt", "line 0\nline 1\n");
+  std::string big;
+  for (int i = 0; i < 60'000; ++i) big += "line " + std::to_string(i) + "\n";
+  const auto path = sides.dir.write("big.txt", big);
+  CompareWindow window(left, "left.txt", sides.main);
+  window.compareWithFile(QString::fromStdString(path.string()));
+  EXPECT_TRUE(window.isRunning());
+  sides.waitFor(window);
+  ASSERT_TRUE(window.outcome());
+  EXPECT_GE(window.outcome()->rightLineCount, 60'000);
+
+  // Closing the window while the other file is still being read leaves nothing behind to call it.
+  auto closing = std::make_unique<CompareWindow>(left, "left.txt", sides.main);
+  closing->compareWithFile(QString::fromStdString(path.string()));
+  closing.reset();
+  for (int i = 0; i < 50; ++i) sides.main.waitAndRun(std::chrono::milliseconds(10));
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 #include <QItemSelectionModel>
 #include <random>
 
-#include "csv/CsvGridView.h"
-#include "csv/CsvTableModel.h"
+#include "app/csv/CsvGridView.h"
+#include "app/csv/CsvTableModel.h"
 #include "csv/DelimiterDetection.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
@@ -107,21 +107,36 @@ TEST(AppCsvGridTest, ShowsTheHeaderRowValuesAndMalformedMarkersOnceBuilt) {
   EXPECT_EQ(grid.cell(2, 1, Qt::EditRole), "two\nlines");
   EXPECT_EQ(grid.cell(2, 2), "x");  // the CR belongs to the line ending
 
-  // Record numbers count the header row, as go-to's r1234 does; the short row is marked.
-  EXPECT_EQ(grid.model->headerData(1, Qt::Vertical).toString(), "3");
+  // Records are numbered from the first row under the header, in the labels, the
+  // count and go-to's r1234 alike; the short row is marked.
+  EXPECT_EQ(grid.model->headerData(0, Qt::Vertical).toString(), "1");
+  EXPECT_EQ(grid.model->headerData(1, Qt::Vertical).toString(), "2");
   EXPECT_TRUE(grid.model->headerData(1, Qt::Vertical, Qt::ForegroundRole).isValid());
   EXPECT_EQ(grid.model->headerData(1, Qt::Vertical, Qt::ToolTipRole).toString(),
-            "Record 3 is malformed: 2 fields, 3 expected");
+            "Record 2 is malformed: 2 fields, 3 expected");
   EXPECT_FALSE(grid.model->headerData(0, Qt::Vertical, Qt::ForegroundRole).isValid());
   EXPECT_EQ(grid.messages, std::vector<QString>{"CSV parsed with 1 problematic row — see gutter markers"});
+  EXPECT_EQ(grid.model->indexedRecords(), 12);
 
-  EXPECT_EQ(grid.model->recordOffset(1), 0);
-  EXPECT_EQ(grid.model->recordOffset(3), static_cast<int64_t>(grid.text().find("2,short")));
+  EXPECT_EQ(grid.model->recordOffset(1), static_cast<int64_t>(grid.text().find("1,\"Doe")));
+  EXPECT_EQ(grid.model->recordOffset(2), static_cast<int64_t>(grid.text().find("2,short")));
   EXPECT_EQ(grid.model->recordOffset(99),
             static_cast<int64_t>(grid.text().rfind("9,name9")));  // past the end: the last record
 
+  // The cell holding a byte of the text (where Find and Go to land), quoted delimiters and all.
+  const auto at = [&](std::string_view needle) {
+    return grid.model->cellAt(static_cast<int64_t>(grid.text().find(needle)));
+  };
+  EXPECT_EQ(at("Jane"), grid.model->index(0, 1));
+  EXPECT_EQ(at("hi"), grid.model->index(0, 2));
+  EXPECT_EQ(at("short"), grid.model->index(1, 1));
+  EXPECT_EQ(at("lines"), grid.model->index(2, 1));
+  EXPECT_EQ(at("name"), grid.model->index(0, 1));  // the header row: the first row
+
   grid.model->setFirstRowIsHeader(false);
   EXPECT_EQ(grid.model->rowCount(), 13);
+  EXPECT_EQ(grid.model->indexedRecords(), 13);
+  EXPECT_EQ(grid.model->recordOffset(1), 0);
   EXPECT_EQ(grid.cell(0, 1), "name");
   EXPECT_EQ(grid.model->headerData(1, Qt::Horizontal).toString(), "Column 2");
 }
@@ -257,7 +272,7 @@ TEST(AppCsvGridTest, TheViewsPickerAppliesBuiltInAndCustomDelimitersAndRefusesBa
   EXPECT_EQ(view.model().headerData(1, Qt::Horizontal).toString(), "c");
 
   const auto resolve = view.recordResolver();
-  EXPECT_EQ(resolve(2), 6);
+  EXPECT_EQ(resolve(1), 6);
 }
 
 }  // namespace

@@ -1,14 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLineEdit>
 #include <QSettings>
 #include <QTest>
 
-#include "QtMainQueue.h"
+#include "app/QtMainQueue.h"
+#include "app/find/FindBar.h"
+#include "app/find/FindSummary.h"
 #include "app/find/PanelTestSupport.h"
-#include "find/FindBar.h"
-#include "find/FindSummary.h"
 
 namespace quorin::app {
 namespace {
@@ -189,6 +190,47 @@ TEST(FindBarTest, ReplaceAllIsOneUndoStepAndEditsMarkResultsStale) {
   EXPECT_EQ(bar.summaryText(), "4 matches (stale)");
   EXPECT_EQ(surface.highlightsIn({0, 12}), (std::vector<ByteRange>{{2, 5}, {10, 13}}));
   ASSERT_TRUE(waitForSummary(bar, "4 matches"));
+}
+
+// Keys reach the find field the way a user's do: the editable box holds the
+// focus and hands them to its line edit past any filter there.
+TEST(FindBarTest, EnterInTheRealFieldStepsAndHistoryIsNeverTypedInForTheUser) {
+  PrivateSettings settings;
+  QSettings().setValue("QuorinFindQueryHistory", QStringList{"Thread starvation", "ERROR (timeout"});
+  testing::TempDir dir;
+  QtMainQueue& main = mainQueue();
+  auto doc = openTestDocument(dir, "Thread one\nERROR two\nThread three\n", main);
+  FakeEditorSurface surface;
+  FindBar bar(doc, surface, main, nullptr, quickConfig());
+  bar.activate();
+  auto* field = bar.findChild<QComboBox*>("findQuery");
+  ASSERT_NE(field, nullptr);
+  QTest::keyClicks(field, "Thread");
+  EXPECT_EQ(bar.query(), "Thread");
+  ASSERT_TRUE(waitForSummary(bar, "2 matches"));
+  QTest::keyClick(field, Qt::Key_Return);
+  EXPECT_EQ(surface.selected.begin, 0);
+  EXPECT_EQ(surface.selected.end, 6);
+  QTest::keyClick(field, Qt::Key_Return);
+  EXPECT_EQ(surface.selected.begin, 21);
+  EXPECT_TRUE(surface.status.isEmpty());
+  QTest::keyClick(field, Qt::Key_Return);  // wraps, and says so for this step only
+  EXPECT_EQ(surface.selected.begin, 0);
+  EXPECT_EQ(surface.status, "Search wrapped to the start");
+  QTest::keyClick(field, Qt::Key_Return);
+  EXPECT_TRUE(surface.status.isEmpty());
+  QTest::keyClick(field, Qt::Key_Return, Qt::ShiftModifier);
+  EXPECT_EQ(surface.selected.begin, 0);
+
+  // A regex typed into the field is the regex typed, and its error is said once.
+  optionBox(bar, "Regular expression")->setChecked(true);
+  field->lineEdit()->clear();
+  QTest::keyClicks(field, "ERROR (");
+  EXPECT_EQ(bar.query(), "ERROR (");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return bar.summaryText().startsWith("Invalid regex: "); }, 10'000));
+  QTest::keyClick(field, Qt::Key_Return);
+  QTest::qWait(200);
+  EXPECT_TRUE(bar.noticeText().isEmpty());
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "EditorSurface.h"
+#include "app/EditorSurface.h"
 #include "document/Document.h"
 #include "support/TempDir.h"
 

@@ -4,8 +4,8 @@
 #include <QLineEdit>
 
 #include "app/find/PanelTestSupport.h"
+#include "app/goto/GoToField.h"
 #include "dispatch/ManualMainQueue.h"
-#include "goto/GoToField.h"
 #include "support/ManualExecutor.h"
 
 namespace quorin::app {
@@ -63,7 +63,7 @@ TEST(GoToFieldTest, ShowsTheHintHelpAndEveryRefusal) {
       "its lines";
   EXPECT_EQ(enter(field, "12:34"), noTimes);
   EXPECT_EQ(enter(field, "+5m"), noTimes);
-  EXPECT_EQ(enter(field, "r3"), kNoRecordIndexMessage);
+  EXPECT_EQ(enter(field, "r3"), "Records need the CSV index: open this document in the Table view first");
   EXPECT_EQ(enter(field, ""), "");
   EXPECT_EQ(f.surface.selected.end, 0);  // none of these moved the caret
 

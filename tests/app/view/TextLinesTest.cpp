@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "ViewTestSupport.h"
-#include "view/ScrollMapping.h"
-#include "view/TextLines.h"
+#include "app/view/ScrollMapping.h"
+#include "app/view/TextLines.h"
 
 namespace quorin::app {
 namespace {

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "ViewTestSupport.h"
-#include "view/TextView.h"
+#include "app/view/TextView.h"
 
 namespace quorin::app {
 namespace {
@@ -105,6 +105,28 @@ TEST(AppTextViewTest, ScrollingBeforeTheIndexIsCompleteLandsOnLineStartsAndCorre
   EXPECT_EQ(on.view->topOffset(), top);  // what is shown stays put; the thumb follows the exact count
   on.view->scrollByRows(1'000'000);
   EXPECT_EQ(on.view->visibleLineStarts().back(), static_cast<int64_t>(text.size()));
+}
+
+// A jump (a go-to byte offset, a search hit) scrolls sideways only as far as
+// it takes to show its column, never past the text onto an empty page.
+TEST(AppTextViewTest, AJumpScrollsSidewaysOnlyToShowItsColumn) {
+  std::string text;
+  for (int i = 0; i < 300; ++i) text += "short line " + std::to_string(i) + "\n";
+  const auto longStart = static_cast<int64_t>(text.size());
+  text += std::string(3000, 'x') + "\n";
+  for (int i = 0; i < 300; ++i) text += "short line " + std::to_string(i) + "\n";
+  ViewOn on(text);
+  QScrollBar* bar = on.view->horizontalScrollBar();
+  const auto shortOffset = static_cast<int64_t>(text.find("line 123")) + 7;
+  on.view->select(shortOffset, shortOffset);
+  EXPECT_EQ(bar->value(), 0);
+  on.view->select(longStart + 2500, longStart + 2500);
+  EXPECT_GT(bar->value(), 2400);
+  EXPECT_LT(bar->value(), 2500);
+  // Back to a short line, a few columns in: from its start, not its last letters.
+  const auto laterShort = static_cast<int64_t>(text.rfind("line 250")) + 8;
+  on.view->select(laterShort, laterShort);
+  EXPECT_EQ(bar->value(), 0);
 }
 
 }  // namespace
