@@ -111,7 +111,8 @@ void Document::attachText(std::shared_ptr<const storage::OriginalBuffer> origina
     const auto doc = weak.lock();
     if (!doc) return;
     if (progress.status) doc->status(*progress.status);
-    if (doc->progressHandler_) doc->progressHandler_(progress);
+    // A copy: the handler may replace itself (or be cleared) while it runs.
+    if (const auto handler = doc->progressHandler_) handler(progress);
   };
   const auto tier = storage::chooseLineIndexTier(indexedBytes, scratchPath);
   index_ = storage::InMemoryLineIndex::create(table_, tier, window, build);
@@ -256,7 +257,7 @@ void Document::notify(const DocumentChange& change) {
 }
 
 void Document::status(const std::string& text) {
-  if (statusHandler_) statusHandler_(text);
+  if (const auto handler = statusHandler_) handler(text);
 }
 
 void Document::requireMainThread() const {

@@ -27,7 +27,7 @@ std::string LiveFileTracker::fileName() const {
 }
 
 void LiveFileTracker::notice(LiveFileNotice notice) {
-  if (handler_) handler_(notice);
+  if (const auto handler = handler_) handler(notice);  // a copy: it may replace itself
   doc_.status(notice.message);
 }
 
