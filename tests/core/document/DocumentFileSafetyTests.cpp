@@ -241,5 +241,26 @@ TEST(DocumentFileSafety, ABulkEditThatAppliesNothingLeavesTheIndexBuilding) {
   EXPECT_EQ(doc->snapshot().lines.lineCount(), 201);
 }
 
+TEST(DocumentFileSafety, AProgressHandlerMayClearItselfWhileItRuns) {
+  testing::TempDir dir;
+  dispatch::ManualMainQueue main;
+  auto queue = std::make_shared<testing::ManualExecutor>();
+  OpenOptions options;
+  options.mainQueue = &main;
+  options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
+  options.watchFile = options.watchMemoryPressure = false;
+  options.lineIndexLimits.firstPassLines = 2;
+  options.lineIndexLimits.passLines = 2;
+  auto doc = Document::open(dir.write("t.txt", "a\nb\nc\nd\ne\nf\n").string(), options).value();
+  std::string seen;
+  doc->setIndexProgressHandler([&doc, &seen, tag = std::string(64, 'x')](const storage::LineIndexProgress&) {
+    doc->setIndexProgressHandler(nullptr);  // what a window does once the index is complete
+    seen = tag;                             // the closure must still be alive here
+  });
+  queue->runAll();
+  main.runPending();
+  EXPECT_EQ(seen, std::string(64, 'x'));
+}
+
 }  // namespace
 }  // namespace quorin::document
