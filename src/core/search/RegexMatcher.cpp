@@ -8,6 +8,8 @@
 #include <optional>
 #include <vector>
 
+#include "search/ByteSearch.h"
+#include "search/RegexLiteral.h"
 #include "search/Utf8Repair.h"
 
 namespace quorin::search {
@@ -51,10 +53,41 @@ std::optional<RequiredBytes> requiredBytes(const pcre2_code* code, std::string_v
   return required;
 }
 
+// A string every match holds (see innerLiteral), found with ByteFinder, or
+// when caseless by both cases of its rarest byte and a caseless compare.
+struct LiteralFilter {
+  InnerLiteral literal;
+  ByteFinder finder;  // of the (lower-cased) text; its rarest byte when caseless
+  size_t rareOffset;  // within the text
+};
+
+// The inner literal's filter, when it has two bytes or more (one byte is
+// no better than PCRE2's required byte).
+std::optional<LiteralFilter> literalFilter(std::string_view pattern, bool caseSensitive) {
+  auto literal = innerLiteral(pattern, caseSensitive);
+  if (!literal || literal->text.size() < 2) return std::nullopt;
+  ByteFinder finder(literal->text);
+  const size_t rare = finder.rareOffset1();
+  return LiteralFilter{std::move(*literal), std::move(finder), rare};
+}
+
+// Both ASCII cases of a caseless literal's rarest byte.
+RequiredBytes casesOf(uint8_t byte) {
+  RequiredBytes required;
+  required.bytes[required.count++] = byte;
+  if (byte >= 'a' && byte <= 'z') required.bytes[required.count++] = static_cast<uint8_t>(byte - 32);
+  return required;
+}
+
 class RegexMatcher final : public Matcher {
  public:
-  RegexMatcher(pcre2_code* code, std::optional<RequiredBytes> required, size_t minLength, size_t lookBehind)
-      : code_(code), required_(required), minLength_(minLength), lookBehind_(lookBehind) {}
+  RegexMatcher(pcre2_code* code, std::optional<RequiredBytes> required, std::optional<LiteralFilter> literal,
+               size_t minLength, size_t lookBehind)
+      : code_(code),
+        required_(required),
+        literal_(std::move(literal)),
+        minLength_(minLength),
+        lookBehind_(lookBehind) {}
   ~RegexMatcher() override { pcre2_code_free(code_); }
   RegexMatcher(const RegexMatcher&) = delete;
   RegexMatcher& operator=(const RegexMatcher&) = delete;
@@ -67,11 +100,13 @@ class RegexMatcher final : public Matcher {
 
   const pcre2_code* code() const { return code_; }
   const std::optional<RequiredBytes>& required() const { return required_; }
+  const std::optional<LiteralFilter>& literal() const { return literal_; }
   size_t minLength() const { return minLength_; }
 
  private:
   pcre2_code* code_;
-  std::optional<RequiredBytes> required_;  // absent: every line is a candidate
+  std::optional<RequiredBytes> required_;  // absent (and no literal): every line is a candidate
+  std::optional<LiteralFilter> literal_;   // when caseless, required_ holds its rarest byte's cases
   size_t minLength_;                       // characters, so also a floor in bytes
   size_t lookBehind_;                      // characters
 };
@@ -139,7 +174,7 @@ class RegexScanner final : public WindowScanner {
     begin_ = toText(w.begin - from);
     nextRequired_[0] = nextRequired_[1] = kNone - 1;  // not searched yet
 
-    const bool prefilter = matcher_.required().has_value();
+    const bool prefilter = matcher_.required().has_value() || matcher_.literal().has_value();
     size_t pos = 0;
     int sinceCheck = 0;
     while (pos < length_) {
@@ -149,7 +184,7 @@ class RegexScanner final : public WindowScanner {
       }
       size_t lineStart = pos;
       if (prefilter) {
-        const size_t hit = findRequired(pos);
+        const size_t hit = findCandidate(pos);
         if (hit == kNone) return;
         const auto* previous = static_cast<const uint8_t*>(memrchr(text_ + pos, terminator_, hit - pos));
         if (previous != nullptr) lineStart = static_cast<size_t>(previous - text_) + 1;
@@ -188,6 +223,35 @@ class RegexScanner final : public WindowScanner {
     size_t contentEnd = end;
     if (terminator_ == '\n' && after && contentEnd > start && text_[contentEnd - 1] == '\r') --contentEnd;
     return {start, contentEnd, end};
+  }
+
+  // A position at or after `from` inside the next line that may match (the
+  // literal's start, or a required byte), or kNone.
+  size_t findCandidate(size_t from) {
+    const auto& filter = matcher_.literal();
+    if (!filter) return findRequired(from);
+    const std::string& text = filter->literal.text;
+    if (!filter->literal.caseless) {
+      const size_t at = filter->finder.find(text_ + from, length_ - from);
+      return at == ByteFinder::npos ? kNone : from + at;
+    }
+    while (from + text.size() <= length_) {
+      const size_t hit = findRequired(from + filter->rareOffset);
+      if (hit == kNone) return kNone;
+      const size_t start = hit - filter->rareOffset;
+      if (start + text.size() > length_) return kNone;
+      if (equalsIgnoringAsciiCase(text_ + start, text)) return start;
+      from = start + 1;
+    }
+    return kNone;
+  }
+
+  static bool equalsIgnoringAsciiCase(const uint8_t* data, std::string_view lowered) {
+    for (size_t i = 0; i < lowered.size(); ++i) {
+      const uint8_t b = data[i];
+      if ((b >= 'A' && b <= 'Z' ? b + 32 : b) != static_cast<uint8_t>(lowered[i])) return false;
+    }
+    return true;
   }
 
   // The first required byte at or after `from`, or kNone.
@@ -298,13 +362,22 @@ std::expected<std::shared_ptr<const Matcher>, std::string> compileRegexMatcher(s
   uint32_t minLength = 0, lookBehind = 0;
   pcre2_pattern_info(code, PCRE2_INFO_MINLENGTH, &minLength);
   pcre2_pattern_info(code, PCRE2_INFO_MAXLOOKBEHIND, &lookBehind);
-  auto required = options.prefilter ? requiredBytes(code, pattern, options.caseSensitive) : std::nullopt;
-  return std::make_shared<const RegexMatcher>(code, required, minLength, lookBehind);
+  std::optional<RequiredBytes> required;
+  std::optional<LiteralFilter> literal;
+  if (options.prefilter) {
+    literal = literalFilter(pattern, options.caseSensitive);
+    if (literal && literal->literal.caseless) {
+      required = casesOf(static_cast<uint8_t>(literal->literal.text[literal->rareOffset]));
+    } else if (!literal) {
+      required = requiredBytes(code, pattern, options.caseSensitive);
+    }
+  }
+  return std::make_shared<const RegexMatcher>(code, required, std::move(literal), minLength, lookBehind);
 }
 
 bool usesPrefilter(const Matcher& matcher) {
   const auto* regex = dynamic_cast<const RegexMatcher*>(&matcher);
-  return regex != nullptr && regex->required().has_value();
+  return regex != nullptr && (regex->required().has_value() || regex->literal().has_value());
 }
 
 }  // namespace quorin::search

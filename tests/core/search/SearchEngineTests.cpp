@@ -163,14 +163,16 @@ TEST(SearchEngineTest, MatchesAReferenceMatcherOverRandomTextsAndSplits) {
   }
 }
 
-// Regexes against std::regex line by line, with and without the prefilter,
-// over ASCII documents cut into several windows per chunk, into chunks past
-// an unfinished line index, and into pieces of lines longer than the
-// largest window: empty matches, anchors and repeated classes included.
+// Regexes against std::regex line by line, with and without the prefilter
+// (inner literals, caseless too, and required bytes), over ASCII documents
+// cut into several windows per chunk, into chunks past an unfinished line
+// index, and into pieces of lines longer than the largest window: empty
+// matches, anchors and repeated classes included.
 TEST(SearchEngineTest, RegexMatchesALineByLineReferenceAcrossEverySeam) {
-  static constexpr std::string_view kPieces[] = {"a",  "b",   "c",       "ab",   " ",  "x1", "_",
-                                                 "-",  "\n",  "\n\n",    "\r\n", "cc", "k",  "2006 ",
-                                                 "<d", "a.b", "nglin@n", "@",    "A",  "B"};
+  static constexpr std::string_view kPieces[] = {
+      "a",    "b",  "c",  "ab",    " ",  "x1",  "_",       "-",   "\n", "\n\n",
+      "\r\n", "cc", "k",  "2006 ", "<d", "a.b", "nglin@n", "@",   "A",  "B",
+      "x",    "yw", "zw", "colo",  "u",  "r",   " ERROR",  "eRr", "1"};
   const std::vector<std::pair<std::string, bool>> patterns{
       {"^$", true},         {"^", true},
       {"$", true},          {"b*", true},
@@ -179,7 +181,11 @@ TEST(SearchEngineTest, RegexMatchesALineByLineReferenceAcrossEverySeam) {
       {"\\bx1\\b", true},   {"[^ ]*$", true},
       {"c{2,}|k", true},    {"[a-c]{1,3}[ac][ab]*", true},
       {"^[abc ]*$", false}, {"(?:b|-)\\w?", false},
-      {"a\\.B+", false}};
+      {"a\\.B+", false},    {"\\d+ ERROR", true},
+      {"a.c", true},        {"x(y|z)w", true},
+      {"(?i)err", true},    {"colou?r", true},
+      {"ab*c", true},       {"1 erRor", false},
+      {"x[yz]W", false}};
   std::mt19937 rng(19);
   dispatch::WorkerPool pool(3);
   for (int round = 0; round < 16; ++round) {
@@ -194,7 +200,10 @@ TEST(SearchEngineTest, RegexMatchesALineByLineReferenceAcrossEverySeam) {
     limits.workers = 1 + rng() % 4;
     limits.unindexedChunkBytes = 20 + static_cast<int64_t>(rng() % 200);
     for (const auto& [pattern, caseSensitive] : patterns) {
-      const std::vector<Hit> expected = referenceRegex(text, pattern, caseSensitive);
+      // std::regex has no inline options.
+      const bool inlineCaseless = pattern.starts_with("(?i)");
+      const std::vector<Hit> expected =
+          referenceRegex(text, pattern.substr(inlineCaseless ? 4 : 0), caseSensitive && !inlineCaseless);
       for (const bool prefilter : {true, false}) {
         limits.regexPrefilter = prefilter;
         const SearchResult result =
