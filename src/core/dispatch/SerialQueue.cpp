@@ -14,17 +14,25 @@ thread_local const SerialQueue* currentQueue = nullptr;
 }  // namespace
 
 SerialQueue::SerialQueue(std::string label, QualityOfService qos)
-    : label_(std::move(label)), thread_([this, qos] { run(qos); }) {}
+    : label_(std::move(label)),
+      tasks_(std::make_shared<TaskList>()),
+      thread_([this, tasks = tasks_, label = label_, qos] { run(*tasks, label, qos); }) {}
 
 SerialQueue::~SerialQueue() {
-  QUORIN_CHECK(!isCurrent(), "a serial queue cannot be destroyed by its own task: it would join itself");
-  tasks_.close();
+  tasks_->close();
+  if (isCurrent()) {
+    // The last reference went with one of the queue's own tasks (an object it was working on held
+    // the queue): the thread cannot join itself, so it finishes what is queued and ends on its own,
+    // keeping the task list alive through its own reference.
+    thread_.detach();
+    return;
+  }
   thread_.join();
 }
 
 void SerialQueue::async(Task task) {
   QUORIN_CHECK(task != nullptr, "an empty task was submitted to a serial queue");
-  tasks_.push(std::move(task));
+  tasks_->push(std::move(task));
 }
 
 void SerialQueue::sync(Task task) {
@@ -37,10 +45,11 @@ void SerialQueue::sync(Task task) {
 
 bool SerialQueue::isCurrent() const { return currentQueue == this; }
 
-void SerialQueue::run(QualityOfService qos) {
-  setUpCurrentThread(label_, qos);
+void SerialQueue::run(TaskList& tasks, const std::string& label, QualityOfService qos) {
+  setUpCurrentThread(label, qos);
   currentQueue = this;
-  while (auto task = tasks_.take()) (*task)();
+  // Only `tasks` and `label` from here on: the queue itself may be gone while the last tasks run.
+  while (auto task = tasks.take()) (*task)();
 }
 
 }  // namespace quorin::dispatch

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -15,14 +16,16 @@ namespace quorin::dispatch {
 // and then needs no locks of its own.
 //
 // Thread-safety: every member may be called from any thread. Destroy the queue once nobody submits
-// to it any more, and never from one of its own tasks.
+// to it any more. Destroyed from one of its own tasks (the last reference held by what the task
+// works on), it cannot wait for itself: its thread runs what is still queued and ends by itself.
 // Failure: a task must not throw; an exception escaping it ends the process, as on any thread.
 class SerialQueue final : public Executor {
  public:
   // The worker thread is named after the label, so "quorin.lineindex" shows up in gdb and top -H.
   explicit SerialQueue(std::string label, QualityOfService qos = QualityOfService::utility);
   // Runs every task still queued (and those they queue), then joins the thread: once an owner has
-  // destroyed its queue, none of its tasks is running or will run against it.
+  // destroyed its queue, none of its tasks is running or will run against it. From one of its own
+  // tasks it cannot join; the thread then finishes the queued tasks and ends unjoined.
   ~SerialQueue() override;
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
@@ -38,11 +41,11 @@ class SerialQueue final : public Executor {
   bool isCurrent() const;
 
  private:
-  void run(QualityOfService qos);
+  void run(TaskList& tasks, const std::string& label, QualityOfService qos);
 
   const std::string label_;
-  TaskList tasks_;
-  std::thread thread_;  // declared last: it starts running once the members above exist
+  std::shared_ptr<TaskList> tasks_;  // shared with the thread, which may outlive the queue
+  std::thread thread_;               // declared last: it starts running once the members above exist
 };
 
 }  // namespace quorin::dispatch

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <latch>
 #include <stdexcept>
 #include <thread>
@@ -28,6 +29,20 @@ TEST(SerialQueue, RunsEveryTaskFromManyProducersKeepingEachProducersOrder) {
   ASSERT_EQ(ran.size(), size_t{kProducers * kTasksEach});
   std::vector<int> expectedNext(kProducers, 0);
   for (auto [producer, index] : ran) EXPECT_EQ(index, expectedNext[producer]++);
+}
+
+TEST(SerialQueue, ALastReferenceDroppedByItsOwnTaskLetsItFinishWhatIsQueued) {
+  // An index building on its document's queue holds the queue; when the index's last reference goes
+  // with a pass, the queue is destroyed on its own thread.
+  auto queue = std::make_shared<SerialQueue>("test.self");
+  std::promise<void> gate;
+  std::promise<void> ranAfter;
+  queue->async([opened = gate.get_future().share()] { opened.wait(); });
+  queue->async([held = queue]() mutable { held.reset(); });
+  queue->async([&ranAfter] { ranAfter.set_value(); });
+  queue.reset();  // only the second task holds it now
+  gate.set_value();
+  EXPECT_EQ(ranAfter.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST(SerialQueue, DestructorsOfItAndOfAWorkerPoolRunTasksStillQueued) {
