@@ -15,19 +15,11 @@ enum class Side { left, right };
 std::string_view sideName(Side side);  // "left", "right"
 
 // One side of a comparison as it stood when the comparison began: the text
-// and line starts at one version plus the facts the notices need. Built from
-// a snapshot the document hands out; read on any thread.
-struct CompareSide {
+// and line starts at one version plus the facts the notices need (the
+// snapshot the document handed out), and the name messages call it by.
+// Read on any thread.
+struct CompareSide : document::DescribedSnapshot {
   std::string displayName;  // how messages name it: a file name or a title
-  document::DocumentSnapshot snapshot;
-  // The part of the document its line index covers: the whole text, or the
-  // loaded slice or tail.
-  storage::ByteRange range;
-  text::LineEnding lineEnding = text::LineEnding::lf;
-  text::DetectedEncoding encoding = text::DetectedEncoding::utf8;  // the file's own
-  bool transcoded = false;  // the snapshot is a UTF-8 working copy of `encoding`
-  bool modified = false;    // unsaved edits are part of the snapshot
-  bool partial = false;     // opened as a slice or a tail
 
   static CompareSide of(document::DescribedSnapshot described, std::string displayName);
 };
