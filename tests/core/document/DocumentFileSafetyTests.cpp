@@ -9,83 +9,11 @@
 #include <fstream>
 #include <thread>
 
-#include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
-#include "storage/StorageTestSupport.h"
+#include "document/DocumentTestSupport.h"
 #include "support/ManualExecutor.h"
 
 namespace quorin::document {
 namespace {
-
-using Kind = LiveFileNotice::Kind;
-using SaveResult = std::expected<persistence::SaveOutcome, persistence::SaveError>;
-
-class InlineExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { task(); }
-};
-
-std::string fileBytes(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void append(const std::filesystem::path& p, const std::string& bytes) {
-  std::ofstream(p, std::ios::binary | std::ios::app) << bytes;
-}
-
-// A document over a file in a temporary directory; saves and index passes run inline, the watcher for
-// real (watch = true) and the follower's polls when the test advances the main queue's clock.
-struct Opened {
-  testing::TempDir dir;
-  std::filesystem::path file;
-  dispatch::ManualMainQueue main;
-  std::shared_ptr<Document> doc;
-  std::vector<LiveFileNotice> notices;
-  std::vector<std::string> statuses;
-
-  explicit Opened(const std::string& bytes, bool watch = true, storage::LargeFileOpenRequest mode = {}) {
-    file = dir.write("app.log", bytes);
-    OpenOptions options;
-    options.mainQueue = &main;
-    auto inline_ = std::make_shared<InlineExecutor>();
-    options.lineIndexQueue = options.compactionQueue = options.saveQueue = inline_;
-    options.watchMemoryPressure = false;
-    options.watchFile = watch;
-    options.mode = mode;
-    options.journalDirectory = dir.path() / "journals";
-    doc = Document::open(file.string(), options).value();
-    doc->setLiveFileHandler([this](const LiveFileNotice& n) { notices.push_back(n); });
-    doc->setStatusHandler([this](const std::string& s) { statuses.push_back(s); });
-  }
-  bool awaitNotice(Kind kind) {
-    for (int i = 0; i < 100; ++i) {
-      for (const auto& n : notices) {
-        if (n.kind == kind) return true;
-      }
-      main.waitAndRun(std::chrono::milliseconds(50));
-    }
-    return false;
-  }
-  // One follower poll (a second of the main queue's clock) and what the watcher had to say meanwhile.
-  void poll() {
-    main.advance(1'000'000'000);
-    main.waitAndRun(std::chrono::milliseconds(20));
-  }
-  SaveResult save() {
-    std::optional<SaveResult> result;
-    doc->save([&](const SaveResult& r) { result = r; });
-    main.runPending();
-    return result.value();
-  }
-  SaveResult saveAs(const std::filesystem::path& path) {
-    std::optional<SaveResult> result;
-    doc->saveAs(path.string(), [&](const SaveResult& r) { result = r; });
-    main.runPending();
-    return result.value();
-  }
-  std::string text() const { return testing::wholeText(doc->snapshot().text); }
-};
 
 TEST(DocumentFileSafety, AByteOrderMarkSurvivesBothSaveStrategies) {
   const std::string mark = "\xef\xbb\xbf";

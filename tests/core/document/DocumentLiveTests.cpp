@@ -3,51 +3,12 @@
 #include <deque>
 #include <fstream>
 
-#include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
-#include "storage/StorageTestSupport.h"
+#include "document/DocumentTestSupport.h"
 
 namespace quorin::document {
 namespace {
 
-using Kind = LiveFileNotice::Kind;
-
-class InlineExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { task(); }
-};
-
-struct Live {
-  testing::TempDir dir;
-  std::filesystem::path file;
-  dispatch::ManualMainQueue main;
-  std::shared_ptr<Document> doc;
-  std::vector<LiveFileNotice> notices;
-
-  explicit Live(const std::string& text) {
-    file = dir.write("app.log", text);
-    OpenOptions options;
-    options.mainQueue = &main;
-    auto inline_ = std::make_shared<InlineExecutor>();
-    options.lineIndexQueue = inline_;
-    options.compactionQueue = inline_;
-    options.saveQueue = inline_;
-    options.watchMemoryPressure = false;
-    options.journalDirectory = dir.path() / "journals";
-    doc = Document::open(file.string(), options).value();
-    doc->setLiveFileHandler([this](const LiveFileNotice& n) { notices.push_back(n); });
-  }
-  // Waits for the watcher's next event to reach the main thread.
-  bool awaitNotice(size_t count) {
-    for (int i = 0; i < 50 && notices.size() < count; ++i) main.waitAndRun(std::chrono::milliseconds(100));
-    return notices.size() >= count;
-  }
-  std::string text() { return testing::wholeText(doc->snapshot().text); }
-};
-
-void append(const std::filesystem::path& p, const std::string& bytes) {
-  std::ofstream(p, std::ios::binary | std::ios::app) << bytes;
-}
+using Live = Opened;
 
 TEST(DocumentLive, OutsideWritesReloadOrAskDependingOnUnsavedEdits) {
   Live live("one\n");
