@@ -37,8 +37,10 @@ ssize_t FileIo::copyFileRange(int in, off_t* inOffset, int out, size_t size) {
 }
 
 FileIo& FileIo::system() {
-  static SystemFileIo io;
-  return io;
+  // Never destroyed: a save still running on its queue while the process exits goes on using it
+  // after static destructors have begun.
+  static SystemFileIo* const io = new SystemFileIo;
+  return *io;
 }
 
 base::Transfer writeAll(FileIo& io, int fd, std::string_view bytes) {

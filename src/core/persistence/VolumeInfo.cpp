@@ -32,8 +32,8 @@ class SystemVolumeInfo final : public VolumeInfo {
 }  // namespace
 
 const VolumeInfo& VolumeInfo::system() {
-  static const SystemVolumeInfo info;
-  return info;
+  static const SystemVolumeInfo* const info = new SystemVolumeInfo;  // never destroyed, as FileIo::system()
+  return *info;
 }
 
 }  // namespace quorin::persistence
