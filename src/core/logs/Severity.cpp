@@ -2,6 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace quorin::logs {
 namespace {
@@ -9,16 +14,23 @@ namespace {
 // Longest word the rules know ("emergency").
 constexpr size_t kMaxWord = 9;
 
-constexpr std::array<bool, 256> kWordByte = [] {
-  std::array<bool, 256> table{};
-  for (int c = 'a'; c <= 'z'; ++c) table[static_cast<size_t>(c)] = true;
-  for (int c = 'A'; c <= 'Z'; ++c) table[static_cast<size_t>(c)] = true;
-  for (int c = '0'; c <= '9'; ++c) table[static_cast<size_t>(c)] = true;
-  table['_'] = true;
+// Per byte: whether it belongs to a word, and whether a word starting with
+// it can be one the rules know (most words are rejected on this alone).
+constexpr uint8_t kWordByte = 1, kCandidateStart = 2;
+constexpr std::array<uint8_t, 256> kByteClass = [] {
+  std::array<uint8_t, 256> table{};
+  for (int c = 'a'; c <= 'z'; ++c) table[static_cast<size_t>(c)] = kWordByte;
+  for (int c = 'A'; c <= 'Z'; ++c) table[static_cast<size_t>(c)] = kWordByte;
+  for (int c = '0'; c <= '9'; ++c) table[static_cast<size_t>(c)] = kWordByte;
+  table['_'] = kWordByte;
+  for (const char c : std::string_view("acdefilnstvw")) {
+    table[static_cast<unsigned char>(c)] |= kCandidateStart;
+    table[static_cast<unsigned char>(c - 32)] |= kCandidateStart;
+  }
   return table;
 }();
 
-bool isWord(char c) { return kWordByte[static_cast<unsigned char>(c)]; }
+bool isWord(char c) { return (kByteClass[static_cast<unsigned char>(c)] & kWordByte) != 0; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
@@ -139,6 +151,50 @@ Level markerLevel(std::string_view line) {
   }
 }
 
+// The level of a key whose `=` or `:` is at `at`, if the word before it
+// (past blanks and a closing quote) is a key and a level follows.
+Level keyLevelAt(std::string_view text, size_t at, size_t limit) {
+  const char* s = text.data();
+  size_t wordEnd = at;
+  while (wordEnd > 0 && isBlank(s[wordEnd - 1])) --wordEnd;
+  if (wordEnd > 0 && (s[wordEnd - 1] == '"' || s[wordEnd - 1] == '\'')) --wordEnd;
+  // Every key ends in l or y: most separators are rejected here.
+  if (wordEnd < 3 || ((s[wordEnd - 1] | 0x20) != 'l' && (s[wordEnd - 1] | 0x20) != 'y')) return Level::none;
+  size_t wordStart = wordEnd;
+  while (wordStart > 0 && wordEnd - wordStart <= kMaxWord && isWord(s[wordStart - 1])) --wordStart;
+  const size_t length = wordEnd - wordStart;
+  char folded[kMaxWord];
+  if (length < 3 || length > kMaxWord || (wordStart > 0 && isWord(s[wordStart - 1])) ||
+      !fold(text.substr(wordStart, length), folded, false) || !isKey({folded, length}))
+    return Level::none;
+  return keyValue(text, wordEnd, limit);
+}
+
+// The first key in the window with a level as its value. Separators are
+// found sixteen bytes at a time: a structured line has many of them.
+Level firstKeyLevel(std::string_view text, size_t limit) {
+  const char* s = text.data();
+  size_t i = 0;
+#ifdef __SSE2__
+  const __m128i equals = _mm_set1_epi8('='), colon = _mm_set1_epi8(':');
+  for (; i + 16 <= limit; i += 16) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+    auto mask = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(block, equals), _mm_cmpeq_epi8(block, colon))));
+    for (; mask != 0; mask &= mask - 1) {
+      const Level level = keyLevelAt(text, i + static_cast<size_t>(std::countr_zero(mask)), limit);
+      if (level != Level::none) return level;
+    }
+  }
+#endif
+  for (; i < limit; ++i) {
+    if (s[i] != '=' && s[i] != ':') continue;
+    const Level level = keyLevelAt(text, i, limit);
+    if (level != Level::none) return level;
+  }
+  return Level::none;
+}
+
 }  // namespace
 
 std::string_view name(Level level) {
@@ -168,8 +224,9 @@ Level detectLevel(std::string_view text) {
   const char* s = text.data();
   Level firstWord = Level::none;
   size_t i = 0;
-  while (i < limit) {
-    if (!isWord(s[i])) {
+  while (i < limit && firstWord == Level::none) {
+    const uint8_t type = kByteClass[static_cast<unsigned char>(s[i])];
+    if ((type & kWordByte) == 0) {
       ++i;
       continue;
     }
@@ -178,18 +235,13 @@ Level detectLevel(std::string_view text) {
     if (j == limit && limit < text.size() && isWord(s[limit])) break;  // the word runs past the window
     const size_t length = j - i;
     char folded[kMaxWord];
-    if (length >= 3 && length <= kMaxWord && fold(text.substr(i, length), folded, false)) {
-      const std::string_view word(folded, length);
-      if (isKey(word)) {
-        const Level value = keyValue(text, j, limit);
-        if (value != Level::none) return value;
-      } else if (firstWord == Level::none) {
-        firstWord = levelOfWord(word);
-      }
-    }
+    if ((type & kCandidateStart) != 0 && length >= 3 && length <= kMaxWord &&
+        fold(text.substr(i, length), folded, false))
+      firstWord = levelOfWord({folded, length});
     i = j;
   }
-  return firstWord;
+  const Level key = firstKeyLevel(text, limit);
+  return key != Level::none ? key : firstWord;
 }
 
 Level detectLineLevel(std::string_view line, size_t timestampEnd) {
