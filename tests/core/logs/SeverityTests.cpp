@@ -152,6 +152,10 @@ TEST(SeverityRules, UserRulesComeFirstInOrder) {
                                   {"é+t", true, Level::notice},
                                   {"", false, Level::fatal}}));
   EXPECT_EQ(rules.detect("INFO payment DECLINED for 12", 0), Level::critical);
+  const std::string far = "INFO " + std::string(40, 'p') + " payment declinex " + std::string(40, 'p');
+  EXPECT_EQ(rules.detect(far, 0), Level::info);
+  EXPECT_EQ(rules.detect(far + " PAYMENT Declined", 0), Level::critical);
+  EXPECT_EQ(rules.detect(std::string(kUserRuleWindowBytes, 'x') + "payment declined", 0), Level::none);
   EXPECT_EQ(rules.detect("12:00:00 E worker stopped", 8), Level::error);
   EXPECT_EQ(rules.detect("ERROR summary errors=0", 0), Level::none);
   EXPECT_EQ(rules.detect("\xff caf\xc3\xa9t WARN", 0), Level::notice);
