@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "logs/Timestamp.h"
+#include "logs/TimestampFields.h"
+
+namespace quorin::logs {
+
+// Reads the timestamps of one document's lines in file order.
+//
+// The format that matched the previous line is tried first, then the rest of
+// the primary format's family (ISO with RFC 5424, syslog with RFC 5424, epoch
+// seconds with milliseconds); other formats are never tried.
+//
+// A line whose bytes up to its seconds repeat the previous timestamped line's
+// reuses that line's date, hour and minute: only seconds, fraction and zone
+// (or AM/PM) are read again.
+//
+// Yearless formats start in `yearForYearless`. When a line's time is more
+// than a day before the previous line's, the year has turned: the parser
+// steps its year forward by one for that line and the ones after it. This
+// keeps times rising across New Year when the file is read from the start;
+// yearSteps() says how many turns were seen, so a caller that wants the
+// last line in the modification year constructs a second parser with
+// yearForYearless minus that count.
+class TimestampParser {
+ public:
+  TimestampParser(TimestampFormat primary, int32_t yearForYearless);
+
+  std::optional<LineTime> parse(std::string_view line);
+
+  TimestampFormat lastFormat() const { return current_; }
+  int32_t yearSteps() const { return year_ - startYear_; }
+
+ private:
+  std::optional<LineTime> parseWith(TimestampFormat format, std::string_view line);
+  std::optional<LineTime> parseFresh(TimestampFormat format, std::string_view line);
+  std::optional<LineTime> stepYearIfTurned(TimestampFormat format, std::string_view line, LineTime time);
+
+  TimestampFormat primary_;
+  TimestampFormat current_;
+  int32_t startYear_;
+  int32_t year_;
+  std::optional<int64_t> previousMicros_;
+  // The last line's bytes up to its seconds, and what they mean.
+  std::string prefix_;
+  bool cacheValid_ = false;
+  TimestampFormat cacheFormat_ = TimestampFormat::iso8601;
+  detail::SplitTime cache_;
+};
+
+}  // namespace quorin::logs
