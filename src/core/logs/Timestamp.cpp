@@ -91,7 +91,7 @@ size_t afterPrefix(std::string_view line) {
 }
 
 // ".123" or ",123456789": microseconds from the first six digits.
-int64_t fraction(Cursor& c, bool allowComma) {
+inline int64_t fraction(Cursor& c, bool allowComma) {
   if (!(c.at('.') || (allowComma && c.at(','))) || !c.digitAt(1)) return 0;
   ++c.i;
   int64_t micros = 0;
@@ -145,12 +145,30 @@ bool clockHead(Cursor& c, Head& h, bool looseHour) {
   return c.eat(':') && c.fixed(2, h.minute) && c.eat(':');
 }
 
+// Two digits at p, or -1. The ISO shapes are read at fixed offsets: they are
+// the common case and the one the index scans most.
+inline int twoDigits(const char* p) {
+  const unsigned a = static_cast<unsigned char>(p[0]) - '0', b = static_cast<unsigned char>(p[1]) - '0';
+  return a <= 9 && b <= 9 ? static_cast<int>(a * 10 + b) : -1;
+}
+
+// "yyyy-mm-ddThh:mm:" (or blank for T, and '/' for '-').
 bool isoHead(Cursor& c, Head& h, char dateSeparator) {
-  if (!c.fixed(4, h.year) || !c.eat(dateSeparator) || !c.fixed(2, h.month) || !c.eat(dateSeparator) ||
-      !c.fixed(2, h.day))
+  constexpr size_t kLength = 17;
+  if (c.s.size() - c.i < kLength) return false;
+  const char* p = c.s.data() + c.i;
+  const int century = twoDigits(p), year = twoDigits(p + 2), month = twoDigits(p + 5), day = twoDigits(p + 8),
+            hour = twoDigits(p + 11), minute = twoDigits(p + 14);
+  if ((century | year | month | day | hour | minute) < 0 || p[4] != dateSeparator || p[7] != dateSeparator ||
+      (p[10] != 'T' && p[10] != 't' && p[10] != ' ') || p[13] != ':' || p[16] != ':')
     return false;
-  if (!c.eat('T') && !c.eat('t') && !c.eat(' ')) return false;
-  return clockHead(c, h, false);
+  h.year = century * 100 + year;
+  h.month = month;
+  h.day = day;
+  h.hour = hour;
+  h.minute = minute;
+  c.i += kLength;
+  return true;
 }
 
 // Reads the fields before the seconds; the cursor ends on the seconds.
@@ -217,14 +235,6 @@ int64_t headMicros(const Head& h) {
   return days * kMicrosPerDay + (int64_t{h.hour} * 60 + h.minute) * kMicrosPerMinute;
 }
 
-LineTime finish(const SplitTime& split, int64_t micros) {
-  LineTime t = split.time;
-  t.micros = micros;
-  t.zoned = split.tail.zoned;
-  t.end = split.tail.end;
-  return t;
-}
-
 // [dd/Mon/yyyy:hh:mm:ss ±hhmm] anywhere in the first 128 bytes.
 std::optional<LineTime> parseAccessLog(std::string_view line) {
   const std::string_view window = line.substr(0, kAccessLogWindow);
@@ -235,12 +245,12 @@ std::optional<LineTime> parseAccessLog(std::string_view line) {
     if (!c.fixed(2, h.day) || !c.eat('/') || !c.monthName(h.month) || !c.eat('/') || !c.fixed(4, h.year) ||
         !c.eat(':') || !clockHead(c, h, false) || !validDate(h) || h.hour > 23 || h.minute > 59)
       continue;
-    auto tail = detail::parseClockTail(TimestampFormat::accessLog, line, c.i);
-    if (!tail || tail->end >= static_cast<int32_t>(line.size()) ||
-        line[static_cast<size_t>(tail->end)] != ']')
+    ClockTail tail;
+    if (!detail::parseClockTail(TimestampFormat::accessLog, line, c.i, tail) ||
+        tail.end >= static_cast<int32_t>(line.size()) || line[static_cast<size_t>(tail.end)] != ']')
       continue;
-    const int64_t micros = headMicros(h) + tail->micros - int64_t{tail->offsetMinutes} * kMicrosPerMinute;
-    return LineTime{micros, tail->zoned, true, true, static_cast<int32_t>(h.begin), tail->end};
+    const int64_t micros = headMicros(h) + tail.micros - int64_t{tail.offsetMinutes} * kMicrosPerMinute;
+    return LineTime{micros, tail.zoned, true, true, static_cast<int32_t>(h.begin), tail.end};
   }
   return std::nullopt;
 }
@@ -269,11 +279,11 @@ std::optional<LineTime> parseEpoch(std::string_view line, bool millis) {
 
 namespace detail {
 
-std::optional<ClockTail> parseClockTail(TimestampFormat format, std::string_view line, size_t pos) {
+bool parseClockTail(TimestampFormat format, std::string_view line, size_t pos, ClockTail& tail) {
   Cursor c{line, pos};
   int second = 0;
-  if (!c.fixed(2, second) || second > 60) return std::nullopt;
-  ClockTail tail;
+  if (!c.fixed(2, second) || second > 60) return false;
+  tail = ClockTail{};
   tail.micros = second * kMicrosPerSecond + fraction(c, true);
   if (zonedFormat(format)) zone(c, tail);
   if (format == TimestampFormat::usDate) {
@@ -283,13 +293,13 @@ std::optional<ClockTail> parseClockTail(TimestampFormat format, std::string_view
         (lower(line[m.i]) == 'a' || lower(line[m.i]) == 'p')) {
       tail.meridiem = lower(line[m.i]) == 'a' ? Meridiem::am : Meridiem::pm;
       m.i += 2;
-      if (m.i < line.size() && isAlnum(line[m.i])) return std::nullopt;
+      if (m.i < line.size() && isAlnum(line[m.i])) return false;
       c = m;
     }
   }
-  if (c.digitAt(0)) return std::nullopt;
+  if (c.digitAt(0)) return false;
   tail.end = static_cast<int32_t>(c.i);
-  return tail;
+  return true;
 }
 
 std::optional<int64_t> combine(int64_t head, int hour, const ClockTail& tail) {
@@ -305,30 +315,26 @@ std::optional<int64_t> combine(int64_t head, int hour, const ClockTail& tail) {
          int64_t{tail.offsetMinutes} * kMicrosPerMinute;
 }
 
-std::optional<SplitTime> parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless) {
+bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless, SplitTime& split) {
   Cursor c{line, afterPrefix(line)};
   Head h;
   h.begin = c.i;
-  if (!readHead(format, c, h, yearForYearless) || h.minute > 59 || h.hour > 23) return std::nullopt;
-  SplitTime split;
+  if (!readHead(format, c, h, yearForYearless) || h.minute > 59 || h.hour > 23) return false;
   split.secondsPos = static_cast<int32_t>(c.i);
   split.hour = h.hour;
-  auto tail = parseClockTail(format, line, c.i);
-  if (!tail) return std::nullopt;
-  split.tail = *tail;
-  split.splittable = format != TimestampFormat::ctime;
+  if (!parseClockTail(format, line, c.i, split.tail)) return false;
+  int32_t end = split.tail.end;
   if (format == TimestampFormat::ctime) {
-    Cursor y{line, static_cast<size_t>(tail->end)};
-    if (!y.eat(' ') || !y.fixed(4, h.year) || y.digitAt(0)) return std::nullopt;
-    split.tail.end = static_cast<int32_t>(y.i);
+    Cursor y{line, static_cast<size_t>(end)};
+    if (!y.eat(' ') || !y.fixed(4, h.year) || y.digitAt(0)) return false;
+    end = static_cast<int32_t>(y.i);
   }
-  if (!validDate(h)) return std::nullopt;
+  if (!validDate(h)) return false;
   split.headMicros = headMicros(h);
-  split.time = LineTime{0, false, h.hasDate, h.hasYear, static_cast<int32_t>(h.begin), 0};
-  auto micros = combine(split.headMicros, h.hour, split.tail);
-  if (!micros) return std::nullopt;
-  split.time = finish(split, *micros);
-  return split;
+  const auto micros = combine(split.headMicros, h.hour, split.tail);
+  if (!micros) return false;
+  split.time = LineTime{*micros, split.tail.zoned, h.hasDate, h.hasYear, static_cast<int32_t>(h.begin), end};
+  return true;
 }
 
 }  // namespace detail
@@ -370,8 +376,9 @@ std::optional<LineTime> parseTimestamp(TimestampFormat format, std::string_view 
     case TimestampFormat::epochMillis: return parseEpoch(line, true);
     default: break;
   }
-  if (auto split = detail::parseSplit(format, line, yearForYearless)) return split->time;
-  return std::nullopt;
+  SplitTime split;
+  if (!detail::parseSplit(format, line, yearForYearless, split)) return std::nullopt;
+  return split.time;
 }
 
 std::optional<TimestampFormat> detectTimestampFormat(std::span<const std::string_view> sampleLines) {

@@ -32,11 +32,13 @@ struct SplitTime {
   int32_t secondsPos = 0;
   int hour = 0;
   ClockTail tail;
-  bool splittable = false;  // false when bytes after the seconds change the head
 };
 
-std::optional<SplitTime> parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless);
-std::optional<ClockTail> parseClockTail(TimestampFormat format, std::string_view line, size_t pos);
+// Out-parameters rather than optionals of these structs: this is the hot
+// path of the log index, and building them field by field inside an
+// optional costs store-forwarding stalls on every line.
+bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless, SplitTime& out);
+bool parseClockTail(TimestampFormat format, std::string_view line, size_t pos, ClockTail& out);
 // head + tail, or none when the hour does not fit the tail's AM/PM.
 std::optional<int64_t> combine(int64_t headMicros, int hour, const ClockTail& tail);
 

@@ -1,6 +1,7 @@
 #include "logs/TimestampParser.h"
 
 #include <array>
+#include <cstring>
 #include <span>
 
 namespace quorin::logs {
@@ -39,63 +40,69 @@ bool splits(F format) {
 TimestampParser::TimestampParser(TimestampFormat primary, int32_t yearForYearless)
     : primary_(primary), current_(primary), startYear_(yearForYearless), year_(yearForYearless) {}
 
-std::optional<LineTime> TimestampParser::parse(std::string_view line) {
-  if (auto time = parseWith(current_, line)) return time;
-  std::span<const F> others = family(primary_);
-  if (others.empty()) {
-    if (current_ == primary_) return std::nullopt;
-    others = std::span<const F>(&primary_, 1);
-  }
-  for (const F format : others) {
-    if (format == current_) continue;
-    if (auto time = parseWith(format, line)) {
-      current_ = format;
-      return time;
+bool TimestampParser::parseInto(std::string_view line, LineTime& time) {
+  if (!parseWith(current_, line, time)) {
+    std::span<const F> others = family(primary_);
+    if (others.empty() && current_ != primary_) others = std::span<const F>(&primary_, 1);
+    bool found = false;
+    for (const F format : others) {
+      if (format != current_ && parseWith(format, line, time)) {
+        current_ = format;
+        found = true;
+        break;
+      }
     }
+    if (!found) return false;
   }
-  return std::nullopt;
+  if (!time.hasYear && time.hasDate) stepYearIfTurned(time, line);
+  previousMicros_ = time.micros;
+  hasPrevious_ = true;
+  return true;
 }
 
-std::optional<LineTime> TimestampParser::parseWith(TimestampFormat format, std::string_view line) {
+// Fields are stored one by one: copying a whole LineTime right after its
+// flags were written byte by byte stalls on every line.
+bool TimestampParser::parseWith(TimestampFormat format, std::string_view line, LineTime& time) {
   if (cacheValid_ && cacheFormat_ == format && line.size() > prefix_.size() &&
-      line.compare(0, prefix_.size(), prefix_) == 0) {
-    if (auto tail = detail::parseClockTail(format, line, prefix_.size())) {
-      if (tail->meridiem == cache_.tail.meridiem) {
-        if (auto micros = detail::combine(cache_.headMicros, cache_.hour, *tail)) {
-          LineTime time = cache_.time;
-          time.micros = *micros;
-          time.zoned = tail->zoned;
-          time.end = tail->end;
-          return stepYearIfTurned(format, line, time);
-        }
+      std::memcmp(line.data(), prefix_.data(), prefix_.size()) == 0) {
+    detail::ClockTail tail;
+    if (detail::parseClockTail(format, line, prefix_.size(), tail) && tail.meridiem == cache_.tail.meridiem) {
+      if (auto micros = detail::combine(cache_.headMicros, cache_.hour, tail)) {
+        time.micros = *micros;
+        time.zoned = tail.zoned;
+        time.hasDate = cache_.time.hasDate;
+        time.hasYear = cache_.time.hasYear;
+        time.begin = cache_.time.begin;
+        time.end = tail.end;
+        return true;
       }
     }
   }
-  auto time = parseFresh(format, line);
-  if (!time) return std::nullopt;
-  return stepYearIfTurned(format, line, *time);
+  return parseFresh(format, line, time);
 }
 
-std::optional<LineTime> TimestampParser::parseFresh(TimestampFormat format, std::string_view line) {
-  if (!splits(format)) return parseTimestamp(format, line, year_);
-  auto split = detail::parseSplit(format, line, year_);
-  if (!split) return std::nullopt;
-  cache_ = *split;
-  cacheFormat_ = format;
-  prefix_.assign(line.substr(0, static_cast<size_t>(split->secondsPos)));
-  cacheValid_ = true;
-  return split->time;
-}
-
-std::optional<LineTime> TimestampParser::stepYearIfTurned(TimestampFormat format, std::string_view line,
-                                                          LineTime time) {
-  if (!time.hasYear && time.hasDate && previousMicros_ && time.micros < *previousMicros_ - kDayMicros) {
-    ++year_;
-    cacheValid_ = false;
-    if (auto again = parseFresh(format, line)) time = *again;
+bool TimestampParser::parseFresh(TimestampFormat format, std::string_view line, LineTime& time) {
+  if (!splits(format)) {
+    const auto parsed = parseTimestamp(format, line, year_);
+    if (parsed) time = *parsed;
+    return parsed.has_value();
   }
-  previousMicros_ = time.micros;
-  return time;
+  if (!detail::parseSplit(format, line, year_, cache_)) {
+    cacheValid_ = false;
+    return false;
+  }
+  cacheFormat_ = format;
+  prefix_.assign(line.substr(0, static_cast<size_t>(cache_.secondsPos)));
+  cacheValid_ = true;
+  time = cache_.time;
+  return true;
+}
+
+void TimestampParser::stepYearIfTurned(LineTime& time, std::string_view line) {
+  if (!hasPrevious_ || time.micros >= previousMicros_ - kDayMicros) return;
+  ++year_;
+  cacheValid_ = false;
+  parseFresh(current_, line, time);
 }
 
 }  // namespace quorin::logs

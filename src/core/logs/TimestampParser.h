@@ -31,21 +31,28 @@ class TimestampParser {
  public:
   TimestampParser(TimestampFormat primary, int32_t yearForYearless);
 
-  std::optional<LineTime> parse(std::string_view line);
+  std::optional<LineTime> parse(std::string_view line) {
+    LineTime time;
+    if (!parseInto(line, time)) return std::nullopt;
+    return time;
+  }
+  // The same into `time` (left unspecified when false).
+  bool parseInto(std::string_view line, LineTime& time);
 
   TimestampFormat lastFormat() const { return current_; }
   int32_t yearSteps() const { return year_ - startYear_; }
 
  private:
-  std::optional<LineTime> parseWith(TimestampFormat format, std::string_view line);
-  std::optional<LineTime> parseFresh(TimestampFormat format, std::string_view line);
-  std::optional<LineTime> stepYearIfTurned(TimestampFormat format, std::string_view line, LineTime time);
+  bool parseWith(TimestampFormat format, std::string_view line, LineTime& time);
+  bool parseFresh(TimestampFormat format, std::string_view line, LineTime& time);
+  void stepYearIfTurned(LineTime& time, std::string_view line);
 
   TimestampFormat primary_;
   TimestampFormat current_;
   int32_t startYear_;
   int32_t year_;
-  std::optional<int64_t> previousMicros_;
+  int64_t previousMicros_ = 0;
+  bool hasPrevious_ = false;
   // The last line's bytes up to its seconds, and what they mean.
   std::string prefix_;
   bool cacheValid_ = false;
