@@ -1,7 +1,5 @@
 #include "logs/Timestamp.h"
 
-#include <algorithm>
-
 #include "logs/GoToTarget.h"
 #include "logs/TimestampFields.h"
 
@@ -339,25 +337,6 @@ bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYe
 
 }  // namespace detail
 
-std::string_view name(TimestampFormat format) {
-  using F = TimestampFormat;
-  switch (format) {
-    case F::iso8601: return "iso8601";
-    case F::rfc5424: return "rfc5424";
-    case F::slashDate: return "slash-date";
-    case F::accessLog: return "access-log";
-    case F::ctime: return "ctime";
-    case F::usDate: return "us-date";
-    case F::europeanDate: return "european-date";
-    case F::epochMillis: return "epoch-millis";
-    case F::epochSeconds: return "epoch-seconds";
-    case F::syslog: return "syslog";
-    case F::glog: return "glog";
-    case F::timeOfDay: return "time-of-day";
-  }
-  return "unknown";
-}
-
 int64_t daysFromCivil(int64_t year, int month, int day) {
   // Howard Hinnant's days_from_civil, with the day allowed past the month.
   year -= month <= 2;
@@ -379,24 +358,6 @@ std::optional<LineTime> parseTimestamp(TimestampFormat format, std::string_view 
   SplitTime split;
   if (!detail::parseSplit(format, line, yearForYearless, split)) return std::nullopt;
   return split.time;
-}
-
-std::optional<TimestampFormat> detectTimestampFormat(std::span<const std::string_view> sampleLines) {
-  // Any year will do for counting; 2000 is a leap year, so 29 February counts.
-  constexpr int32_t kAnyYear = 2000;
-  std::array<int64_t, kTimestampFormats.size()> counts{};
-  int64_t nonEmpty = 0;
-  for (const std::string_view line : sampleLines) {
-    if (line.empty() || line == "\r") continue;
-    ++nonEmpty;
-    for (size_t f = 0; f < kTimestampFormats.size(); ++f)
-      if (parseTimestamp(kTimestampFormats[f], line, kAnyYear)) ++counts[f];
-  }
-  // max_element keeps the first of equal counts: the more specific format.
-  const auto best = std::max_element(counts.begin(), counts.end());
-  if (*best == 0 || static_cast<double>(*best) < kDetectMinimumShare * static_cast<double>(nonEmpty))
-    return std::nullopt;
-  return kTimestampFormats[static_cast<size_t>(best - counts.begin())];
 }
 
 }  // namespace quorin::logs
