@@ -313,7 +313,8 @@ std::optional<int64_t> combine(int64_t head, int hour, const ClockTail& tail) {
          int64_t{tail.offsetMinutes} * kMicrosPerMinute;
 }
 
-bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless, SplitTime& split) {
+bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless, SplitTime& split,
+                LineTime& time) {
   Cursor c{line, afterPrefix(line)};
   Head h;
   h.begin = c.i;
@@ -331,7 +332,12 @@ bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYe
   split.headMicros = headMicros(h);
   const auto micros = combine(split.headMicros, h.hour, split.tail);
   if (!micros) return false;
-  split.time = LineTime{*micros, split.tail.zoned, h.hasDate, h.hasYear, static_cast<int32_t>(h.begin), end};
+  time.micros = *micros;
+  time.zoned = split.tail.zoned;
+  time.hasDate = h.hasDate;
+  time.hasYear = h.hasYear;
+  time.begin = static_cast<int32_t>(h.begin);
+  time.end = end;
   return true;
 }
 
@@ -355,9 +361,12 @@ std::optional<LineTime> parseTimestamp(TimestampFormat format, std::string_view 
     case TimestampFormat::epochMillis: return parseEpoch(line, true);
     default: break;
   }
+  // Built in the returned object: a copy of a LineTime right after its
+  // flags were stored byte by byte stalls on store forwarding.
+  std::optional<LineTime> out(std::in_place);
   SplitTime split;
-  if (!detail::parseSplit(format, line, yearForYearless, split)) return std::nullopt;
-  return split.time;
+  if (!detail::parseSplit(format, line, yearForYearless, split, *out)) out.reset();
+  return out;  // one object on every path, so it is built in place
 }
 
 }  // namespace quorin::logs

@@ -24,7 +24,7 @@ struct ClockTail {
 };
 
 struct SplitTime {
-  LineTime time;
+  LineTime time;  // kept by the per-document parser, not filled by parseSplit
   // Microseconds up to the minute (hour as written, zone not applied), and
   // the byte where the seconds start; every byte before it is the prefix a
   // later line must repeat to reuse headMicros.
@@ -37,7 +37,8 @@ struct SplitTime {
 // Out-parameters rather than optionals of these structs: this is the hot
 // path of the log index, and building them field by field inside an
 // optional costs store-forwarding stalls on every line.
-bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless, SplitTime& out);
+bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYearless, SplitTime& split,
+                LineTime& time);
 bool parseClockTail(TimestampFormat format, std::string_view line, size_t pos, ClockTail& out);
 // head + tail, or none when the hour does not fit the tail's AM/PM.
 std::optional<int64_t> combine(int64_t headMicros, int hour, const ClockTail& tail);

@@ -87,14 +87,14 @@ bool TimestampParser::parseFresh(TimestampFormat format, std::string_view line, 
     if (parsed) time = *parsed;
     return parsed.has_value();
   }
-  if (!detail::parseSplit(format, line, year_, cache_)) {
+  if (!detail::parseSplit(format, line, year_, cache_, time)) {
     cacheValid_ = false;
     return false;
   }
   cacheFormat_ = format;
   prefix_.assign(line.substr(0, static_cast<size_t>(cache_.secondsPos)));
   cacheValid_ = true;
-  time = cache_.time;
+  cache_.time = time;
   return true;
 }
 
