@@ -29,7 +29,7 @@ namespace quorin::logs {
 // yearForYearless minus that count.
 class TimestampParser {
  public:
-  TimestampParser(TimestampFormat primary, int32_t yearForYearless);
+  explicit TimestampParser(TimestampFormat primary, int32_t yearForYearless);
 
   std::optional<LineTime> parse(std::string_view line) {
     LineTime time;
