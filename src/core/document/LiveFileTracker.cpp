@@ -119,13 +119,16 @@ void LiveFileTracker::resolveExternalChange(bool reloadIt) {
   }
 }
 
-bool LiveFileTracker::reload() {
+bool LiveFileTracker::reload() { return readAgain(false); }
+
+bool LiveFileTracker::readAgain(bool rewatch) {
   const bool wasFollowing = follower_ && followingWanted_;
   if (!doc_.readFileAgain()) return false;
   follower_.reset();
   skippedRanges_.clear();  // the whole file was read, skipped bytes included
   externallyModified_ = false;
   fileMissing_ = false;
+  if (rewatch) startWatching();
   if (wasFollowing) (void)startFollowing();
   return true;
 }
@@ -222,17 +225,9 @@ void LiveFileTracker::catchUpToLive() {
 
 bool LiveFileTracker::switchToRotatedFile() {
   if (doc_.isModified()) return false;  // the user saves (or discards) first
-  const bool wasFollowing = follower_ && followingWanted_;
   // The new file sits at the path that was followed, whatever the old one is called now.
   if (!followedPath_.empty()) doc_.path_ = followedPath_.string();
-  follower_.reset();
-  if (!doc_.readFileAgain()) return false;
-  skippedRanges_.clear();
-  externallyModified_ = false;
-  fileMissing_ = false;
-  startWatching();
-  if (wasFollowing) (void)startFollowing();
-  return true;
+  return readAgain(true);
 }
 
 void LiveFileTracker::fileWritten(bool rewritten, bool newPath) {

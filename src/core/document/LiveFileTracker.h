@@ -61,6 +61,8 @@ class LiveFileTracker {
   void fileWritten(bool rewritten, bool newPath);
 
  private:
+  // Reads the file at the document's path again; the follower, if the user follows, starts over on it.
+  bool readAgain(bool rewatch);
   void handleWatcherEvent(uint64_t generation, live::FileWatcher::Event event);
   void outsideChange(LiveFileNotice::Kind quietKind);
   void notice(LiveFileNotice notice);
