@@ -137,12 +137,6 @@ TEST(Severity, TheTimestampIsSkippedAndOnlyTheWindowIsRead) {
   EXPECT_EQ(detectLineLevel(std::string("\0<3>", 4), 0), Level::none);
 }
 
-TEST(Severity, Names) {
-  EXPECT_EQ(name(Level::none), "");
-  EXPECT_EQ(name(Level::warning), "warning");
-  EXPECT_EQ(name(Level::fatal), "fatal");
-}
-
 TEST(SeverityRules, UserRulesComeFirstInOrder) {
   SeverityRules rules;
   EXPECT_EQ(rules.detect("x ERROR y", 0), Level::error);
