@@ -79,27 +79,36 @@ void DocumentSaver::save(SaveCompletion done) {
   if (!undo.savePointInvalidated() && static_cast<int64_t>(undo.undoCount()) >= undo.savePointDepth()) {
     job.edits = persistence::SaveCoordinator::buildEditList(undo.entriesAboveSavePoint());
   }
+  // A transcoded document goes on over a fresh working copy of exactly the text it saves.
+  auto workingDir = d.source_.workingScratch ? std::optional(d.source_.workingScratch->path()) : std::nullopt;
+  start(std::move(job), std::move(workingDir), std::move(done),
+        [](DocumentSaver& saver, int64_t startedAt, SaveOutput result, SaveCompletion done) {
+          saver.finishSave(startedAt, std::move(result.result), std::move(result.freshWorkingCopy),
+                           std::move(done));
+        });
+}
+
+void DocumentSaver::start(persistence::SaveJob job, std::optional<std::filesystem::path> workingDir,
+                          SaveCompletion done, Finish finish) {
+  Document& d = doc_;
   const int64_t startedAt = d.version();
   inFlightVersion_ = startedAt;
   const auto& options = d.options_;
   auto queue = options.saveQueue ? options.saveQueue : sharedSaveQueue();
   queue->async([weak = d.weak_from_this(), job = std::move(job), io = options.fileIo,
                 volumes = options.volumes, journals = options.journalDirectory, main = options.mainQueue,
-                startedAt,
-                workingDir =
-                    d.source_.workingScratch ? std::optional(d.source_.workingScratch->path()) : std::nullopt,
-                done = std::move(done)]() mutable {
+                startedAt, workingDir = std::move(workingDir), done = std::move(done),
+                finish = std::move(finish)]() mutable {
     persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
                                              volumes ? *volumes : persistence::VolumeInfo::system(),
                                              journals);
-    auto result = coordinator.save(job);
-    // A transcoded document goes on over a fresh working copy of exactly the text just saved.
-    std::optional<std::filesystem::path> freshCopy;
-    if (result && job.transcoded && workingDir) freshCopy = writeWorkingCopy(job.snapshot, *workingDir);
-    main->post([weak, startedAt, result = std::move(result), freshCopy, done = std::move(done)]() mutable {
-      if (const auto doc = weak.lock()) {
-        doc->saver_->finishSave(startedAt, std::move(result), freshCopy, std::move(done));
-      }
+    SaveOutput output{.result = coordinator.save(job)};
+    if (output.result && job.transcoded && workingDir) {
+      output.freshWorkingCopy = writeWorkingCopy(job.snapshot, *workingDir);
+    }
+    main->post([weak, startedAt, output = std::move(output), done = std::move(done),
+                finish = std::move(finish)]() mutable {
+      if (const auto doc = weak.lock()) finish(*doc->saver_, startedAt, std::move(output), std::move(done));
     });
   });
 }
@@ -159,22 +168,11 @@ void DocumentSaver::saveAs(const std::string& path, SaveCompletion done) {
       .inPlaceEnabled = false,
       .encoder = d.source_.encoder(),
   };
-  const int64_t startedAt = d.version();
-  inFlightVersion_ = startedAt;
-  const auto& options = d.options_;
-  auto queue = options.saveQueue ? options.saveQueue : sharedSaveQueue();
-  queue->async([weak = d.weak_from_this(), job = std::move(job), io = options.fileIo,
-                volumes = options.volumes, main = options.mainQueue, startedAt,
-                done = std::move(done)]() mutable {
-    persistence::SaveCoordinator coordinator(io ? *io : persistence::FileIo::system(),
-                                             volumes ? *volumes : persistence::VolumeInfo::system());
-    auto result = coordinator.save(job);
-    main->post([weak, startedAt, path = job.targetPath, result = std::move(result),
-                done = std::move(done)]() mutable {
-      if (const auto doc = weak.lock())
-        doc->saver_->finishSaveAs(path, startedAt, std::move(result), std::move(done));
-    });
-  });
+  // The new file is not what the working copy came from: nothing to copy afresh.
+  start(std::move(job), std::nullopt, std::move(done),
+        [path](DocumentSaver& saver, int64_t startedAt, SaveOutput output, SaveCompletion done) {
+          saver.finishSaveAs(path, startedAt, std::move(output.result), std::move(done));
+        });
 }
 
 void DocumentSaver::finishSaveAs(const std::string& path, int64_t startedAt,

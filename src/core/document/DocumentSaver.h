@@ -39,6 +39,17 @@ class DocumentSaver {
  private:
   // Why a save may not run now; absent when it may.
   std::optional<persistence::SaveError> refusal() const;
+  // What the save queue hands back: the coordinator's result and, for a transcoded document, the
+  // fresh working copy written from the saved text.
+  struct SaveOutput {
+    std::expected<persistence::SaveResult, persistence::SaveError> result;
+    std::optional<std::filesystem::path> freshWorkingCopy;
+  };
+  using Finish = std::function<void(DocumentSaver&, int64_t startedAt, SaveOutput, SaveCompletion)>;
+  // Runs `job` on the save queue (writing a fresh working copy into `workingDir` when one is given and
+  // the document is transcoded), then `finish` on the main thread if the document is still open.
+  void start(persistence::SaveJob job, std::optional<std::filesystem::path> workingDir, SaveCompletion done,
+             Finish finish);
   void finishSave(int64_t startedAt, std::expected<persistence::SaveResult, persistence::SaveError> result,
                   std::optional<std::filesystem::path> freshWorkingCopy, SaveCompletion done);
   void finishSaveAs(const std::string& path, int64_t startedAt,
