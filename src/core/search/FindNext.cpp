@@ -9,47 +9,11 @@
 #include "search/Matcher.h"
 #include "search/QueryText.h"
 #include "search/RegexMatcher.h"
+#include "search/SearchEngine.h"
 #include "text/LineEnding.h"
 
 namespace quorin::search {
 namespace {
-
-struct Prepared {
-  std::shared_ptr<const Matcher> matcher;  // null: nothing to search for
-  std::optional<std::string> error;
-};
-
-// The same matcher the whole-document search picks for these options, so that
-// stepping through matches visits exactly the ones that were counted.
-Prepared prepare(const SearchOptions& options, bool prefilter) {
-  Prepared prep;
-  if (options.query.empty()) return prep;
-  if (options.regex) {
-    auto literals = literalAlternatives(options.query);
-    if (literals && (options.caseSensitive || std::ranges::all_of(*literals, isAscii))) {
-      prep.matcher = std::make_shared<LiteralMatcher>(std::move(*literals), !options.caseSensitive, false);
-      return prep;
-    }
-    auto compiled = compileRegexMatcher(options.query, {options.caseSensitive, prefilter});
-    if (compiled) {
-      prep.matcher = std::move(*compiled);
-    } else {
-      prep.error = compiled.error();
-    }
-    return prep;
-  }
-  std::string needle = options.escapes ? expandEscapes(options.query) : options.query;
-  if (needle.empty()) return prep;
-  const bool lineBreak = needle.find_first_of("\r\n") != std::string::npos;
-  if (!options.caseSensitive && !isAscii(needle) && !lineBreak) {
-    prep.matcher = std::make_shared<FoldedTextMatcher>(needle, options.wholeWord);
-  } else {
-    const bool fold = !options.caseSensitive && isAscii(needle);
-    prep.matcher = std::make_shared<LiteralMatcher>(std::vector<std::string>{std::move(needle)}, fold,
-                                                    options.wholeWord);
-  }
-  return prep;
-}
 
 // Keeps the first (forward) or last (backward) match whose start lies in
 // [acceptFrom, acceptTo).
@@ -235,7 +199,10 @@ FindNextResult FindNext::find(const FindNextRequest& request, const storage::Pie
                               const SearchCancellation& cancellation) const {
   FindNextResult result;
   result.snapshotVersion = text.version();
-  Prepared prep = prepare(request.options, limits_.regexPrefilter);
+  // The matcher the whole-document search runs, so that stepping through
+  // matches visits exactly the ones that were counted.
+  PreparedQuery prep =
+      request.options.query.empty() ? PreparedQuery{} : prepareQuery(request.options, limits_.regexPrefilter);
   if (prep.error) {
     result.compileError = std::move(prep.error);
     return result;

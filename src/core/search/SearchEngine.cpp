@@ -287,14 +287,10 @@ std::shared_ptr<const Matcher> literalMatcher(std::string needle, const SearchOp
                                           options.wholeWord);
 }
 
-struct Preparation {
-  std::shared_ptr<const Matcher> matcher;
-  bool serial = false;  // a plain query with a line break
-  std::optional<std::string> error;
-};
+}  // namespace
 
-Preparation prepare(const SearchOptions& options, const SearchLimits& limits) {
-  Preparation prep;
+PreparedQuery prepareQuery(const SearchOptions& options, bool regexPrefilter) {
+  PreparedQuery prep;
   if (options.regex) {
     auto literals = literalAlternatives(options.query);
     const bool foldable = literals && (options.caseSensitive || std::ranges::all_of(*literals, isAscii));
@@ -302,7 +298,7 @@ Preparation prepare(const SearchOptions& options, const SearchLimits& limits) {
       prep.matcher = std::make_shared<LiteralMatcher>(std::move(*literals), !options.caseSensitive, false);
       return prep;
     }
-    auto compiled = compileRegexMatcher(options.query, {options.caseSensitive, limits.regexPrefilter});
+    auto compiled = compileRegexMatcher(options.query, {options.caseSensitive, regexPrefilter});
     if (!compiled) {
       prep.error = compiled.error();
     } else {
@@ -315,7 +311,7 @@ Preparation prepare(const SearchOptions& options, const SearchLimits& limits) {
   if (needle.find_first_of("\r\n") != std::string::npos) {
     // Matched byte for byte unless the needle is ASCII: spans of lines are
     // searched without decoding.
-    prep.serial = true;
+    prep.spansLines = true;
     prep.matcher = literalMatcher(std::move(needle), options);
   } else if (!options.caseSensitive && !isAscii(needle)) {
     prep.matcher = std::make_shared<FoldedTextMatcher>(needle, options.wholeWord);
@@ -324,6 +320,8 @@ Preparation prepare(const SearchOptions& options, const SearchLimits& limits) {
   }
   return prep;
 }
+
+namespace {
 
 int64_t indexedLineCount(const storage::LineIndexSnapshot& lines) {
   const int64_t known = lines.knownLineCount();
@@ -390,7 +388,7 @@ SearchResult SearchEngine::search(int64_t cap, const SearchOptions& options,
   };
   if (options.query.empty()) return finish(result);
 
-  Preparation prep = prepare(options, limits_);
+  PreparedQuery prep = prepareQuery(options, limits_.regexPrefilter);
   if (prep.error) {
     result.compileError = std::move(prep.error);
     return finish(result);
@@ -402,7 +400,7 @@ SearchResult SearchEngine::search(int64_t cap, const SearchOptions& options,
   const auto budgetNs = static_cast<uint64_t>(std::max(budget, 0.0) * 1e9);
   const uint8_t terminator = text::lineTerminator(text.originalBuffer().lineEnding());
   std::vector<Chunk> chunks;
-  if (prep.serial) {
+  if (prep.spansLines) {
     chunks.push_back({0, text.totalLength(), 0, false, false, false});
   } else {
     chunks = planChunks(text, lines, limits_, workers);
@@ -413,8 +411,9 @@ SearchResult SearchEngine::search(int64_t cap, const SearchOptions& options,
   std::vector<char> finished(chunks.size(), 0);
   const auto body = [&](size_t index) {
     ChunkOutcome outcome =
-        prep.serial ? scanChunk(run, index, chunks[index], false, std::max<int64_t>(limits_.blockBytes, 1))
-                    : scanChunk(run, index, chunks[index], true, std::max<int64_t>(limits_.windowBytes, 1));
+        prep.spansLines
+            ? scanChunk(run, index, chunks[index], false, std::max<int64_t>(limits_.blockBytes, 1))
+            : scanChunk(run, index, chunks[index], true, std::max<int64_t>(limits_.windowBytes, 1));
     finished[index] = outcome.finished;
     buffer.put(index, std::move(outcome.slot));
   };

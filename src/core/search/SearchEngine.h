@@ -5,9 +5,11 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "dispatch/MainQueue.h"
 #include "dispatch/WorkerPool.h"
+#include "search/Matcher.h"
 #include "search/SearchRuntime.h"
 #include "search/SearchTypes.h"
 #include "storage/LineIndexSnapshot.h"
@@ -30,6 +32,16 @@ struct SearchLimits {
   // find-next scan, tests of the time-out).
   std::optional<double> timeBudgetSeconds;
 };
+
+// The matcher a search runs for `options`: none for an empty query, PCRE2's
+// message for an invalid regular expression. A plain query holding a line
+// break `spansLines`: it is matched across lines, byte for byte.
+struct PreparedQuery {
+  std::shared_ptr<const Matcher> matcher;
+  bool spansLines = false;
+  std::optional<std::string> error;
+};
+PreparedQuery prepareQuery(const SearchOptions& options, bool regexPrefilter = true);
 
 // Lines per chunk of the parallel scan: about four chunks per worker, never
 // fewer than `minimum` lines in a chunk (except the last).
