@@ -33,4 +33,17 @@ std::string formatByteCount(int64_t bytes) {
   return (bytes < 0 ? "-" : "") + number + " " + unit->name;
 }
 
+std::string groupDigits(int64_t number, std::string_view separator) {
+  const bool negative = number < 0;
+  // Through unsigned so that INT64_MIN has a magnitude too.
+  uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(number) : static_cast<uint64_t>(number);
+  std::string digits = std::to_string(magnitude);
+  std::string out;
+  for (size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) out.append(separator);
+    out.push_back(digits[i]);
+  }
+  return negative ? "-" + out : out;
+}
+
 }  // namespace quorin::base

@@ -26,19 +26,6 @@ std::optional<std::string_view> cellEditRefusal(CSVParseState state, bool readOn
   return std::nullopt;
 }
 
-std::string groupDigits(int64_t number, std::string_view separator) {
-  const bool negative = number < 0;
-  // Through unsigned so that INT64_MIN has a magnitude too.
-  uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(number) : static_cast<uint64_t>(number);
-  std::string digits = std::to_string(magnitude);
-  std::string out;
-  for (size_t i = 0; i < digits.size(); ++i) {
-    if (i > 0 && (digits.size() - i) % 3 == 0) out.append(separator);
-    out.push_back(digits[i]);
-  }
-  return negative ? "-" + out : out;
-}
-
 std::optional<std::string> CSVStateAnnouncer::adoptFreshIndex(const CSVStructureStats& stats,
                                                               CSVParseState state) {
   effective_ = state;

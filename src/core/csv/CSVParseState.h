@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/ByteCount.h"
+
 namespace quorin::csv {
 
 // How healthy a table is, best to worst; it decides how much grid editing
@@ -41,9 +43,7 @@ inline constexpr std::string_view kCouldNotParseMessage = "Could not parse as CS
 // Why a cell edit is refused, or nothing when it is allowed.
 std::optional<std::string_view> cellEditRefusal(CSVParseState state, bool readOnly);
 
-// "1,234,567" with `separator` between groups of three (the locale's
-// grouping separator; the shell passes its own).
-std::string groupDigits(int64_t number, std::string_view separator = ",");
+using base::groupDigits;
 
 // The document window's effective parse state and the status message each
 // new grading calls for. Worsening is adopted at once; an improvement only
