@@ -1,6 +1,6 @@
-#include "search/FilterProjection.h"
+#include "filter/FilterProjection.h"
 
-namespace quorin::search {
+namespace quorin::filter {
 
 bool insertedLinesVisible(const LineVisibilityBitset& bitset, int64_t from, int64_t removed) {
   // The edited line itself (the first removed one) tells most: an edit
@@ -9,4 +9,4 @@ bool insertedLinesVisible(const LineVisibilityBitset& bitset, int64_t from, int6
   return bitset.isVisible(from - 1) || bitset.isVisible(from + removed);
 }
 
-}  // namespace quorin::search
+}  // namespace quorin::filter

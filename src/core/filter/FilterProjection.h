@@ -3,32 +3,28 @@
 #include <cstdint>
 #include <optional>
 
+#include "filter/FilterOptions.h"
 #include "search/LineProjection.h"
 #include "search/LineVisibilityBitset.h"
-#include "search/SearchTypes.h"
 
-namespace quorin::search {
+namespace quorin::filter {
 
-// What a line filter was asked for: the lines matching `query` are shown
-// (or, inverted, the lines not matching it). The filter engine owns the
-// meaning; the projection only keeps it so the filter bar can show and
-// re-run what produced the rows.
-struct FilterOptions {
-  SearchOptions query;
-  bool invert = false;
-  bool operator==(const FilterOptions&) const = default;
-};
+using search::LineVisibilityBitset;
 
 // The rows a line filter shows, computed on one snapshot of the document.
-// Immutable once built; any thread may query it.
-class FilterProjection final : public LineProjection {
+// The bitset covers the lines evaluated: all of the document's when
+// complete, a prefix while the evaluation is under way (or after it was
+// cancelled or ran out of time). Immutable once built; any thread may
+// query it.
+class FilterProjection final : public search::LineProjection {
  public:
   FilterProjection(LineVisibilityBitset bitset, FilterOptions options, int64_t snapshotVersion,
-                   int64_t rulesGeneration)
+                   int64_t rulesGeneration, bool complete = true)
       : bitset_(std::move(bitset)),
         options_(std::move(options)),
         snapshotVersion_(snapshotVersion),
-        rulesGeneration_(rulesGeneration) {}
+        rulesGeneration_(rulesGeneration),
+        complete_(complete) {}
 
   const LineVisibilityBitset& bitset() const { return bitset_; }
   const FilterOptions& options() const { return options_; }
@@ -36,6 +32,8 @@ class FilterProjection final : public LineProjection {
   // The severity-rules generation in force when computed; a different
   // current generation means the rows are out of date.
   int64_t rulesGeneration() const { return rulesGeneration_; }
+  int64_t linesEvaluated() const { return bitset_.lineCount(); }
+  bool isComplete() const { return complete_; }
 
   int64_t visibleLineCount() const override { return bitset_.visibleLineCount(); }
   bool isVisible(int64_t line) const override { return bitset_.isVisible(line); }
@@ -53,6 +51,7 @@ class FilterProjection final : public LineProjection {
   FilterOptions options_;
   int64_t snapshotVersion_;
   int64_t rulesGeneration_;
+  bool complete_;
 };
 
 // The visibility of lines inserted by an edit at `from`, before the filter
@@ -60,4 +59,4 @@ class FilterProjection final : public LineProjection {
 // shown, so that typing inside a visible line never makes it vanish.
 bool insertedLinesVisible(const LineVisibilityBitset& bitset, int64_t from, int64_t removed);
 
-}  // namespace quorin::search
+}  // namespace quorin::filter

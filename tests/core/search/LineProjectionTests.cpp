@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "search/FilterProjection.h"
+#include "filter/FilterProjection.h"
 #include "search/LineVisibilityBitset.h"
 
 namespace quorin::search {
@@ -96,9 +96,9 @@ TEST(LineVisibilityProjectionTest, SparseLinesAcrossBlocksAndTheEmptyBitset) {
   one.set(42, true);
   EXPECT_EQ(one.visibleLineCount(), 1);
   // Lines inserted inside a shown line stay shown; next to hidden ones, hidden.
-  EXPECT_TRUE(insertedLinesVisible(one, 42, 1));
-  EXPECT_FALSE(insertedLinesVisible(one, 10, 2));
-  const FilterProjection projection(one.spliced(42, 1, 3, insertedLinesVisible(one, 42, 1)), {}, 7, 1);
+  EXPECT_TRUE(filter::insertedLinesVisible(one, 42, 1));
+  EXPECT_FALSE(filter::insertedLinesVisible(one, 10, 2));
+  const filter::FilterProjection projection(one.spliced(42, 1, 3, filter::insertedLinesVisible(one, 42, 1)), {}, 7, 1);
   EXPECT_EQ(projection.visibleLineCount(), 3);
   EXPECT_EQ(projection.line(2), 44);
 }

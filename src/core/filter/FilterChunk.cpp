@@ -1,0 +1,245 @@
+#include "filter/FilterChunk.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "base/PageAligned.h"
+#include "logs/SeverityRules.h"
+#include "logs/TimestampParser.h"
+
+namespace quorin::filter {
+namespace {
+
+// Sets the bit of the line holding each match; matches come in ascending order.
+class LineHits final : public search::MatchCollector {
+ public:
+  LineHits(const std::vector<uint32_t>& starts, LineWords& words, int64_t firstIndex,
+           const std::function<bool()>& shouldStop)
+      : starts_(starts), words_(words), firstIndex_(firstIndex), shouldStop_(shouldStop) {}
+
+  bool add(size_t start, size_t) override {
+    while (cursor_ + 2 < starts_.size() && starts_[cursor_ + 1] <= start) ++cursor_;
+    setBit(words_, firstIndex_ + static_cast<int64_t>(cursor_));
+    return true;
+  }
+  bool keepGoing() override { return !shouldStop_(); }
+
+ private:
+  const std::vector<uint32_t>& starts_;
+  LineWords& words_;
+  const int64_t firstIndex_;
+  const std::function<bool()>& shouldStop_;
+  size_t cursor_ = 0;
+};
+
+// The message a line belongs to, as far as levels and times go.
+struct Message {
+  logs::Level level = logs::Level::none;
+  int64_t micros = logs::kNoTime;
+  bool seenHead = false;  // false before the document's first timestamped line
+};
+
+class ChunkEvaluator {
+ public:
+  ChunkEvaluator(const FilterJob& job, int64_t firstLine, int64_t endLine)
+      : job_(job), f_(job.filter), firstLine_(firstLine), endLine_(endLine) {
+    const int64_t words = wordsFor(endLine - firstLine);
+    inc_.assign(static_cast<size_t>(words), 0);
+    exc_ = inc_;
+    ok_ = inc_;
+    out_.heads = inc_;
+    if (job.format) parser_.emplace(*job.format, job.yearForYearless);
+  }
+
+  ChunkOutput run() {
+    const auto& lines = job_.source.lines;
+    const int64_t total = job_.source.text.totalLength();
+    int64_t pos = lines.lineStart(firstLine_).value_or(total);
+    const int64_t chunkEnd =
+        endLine_ < lines.knownLineCount() ? lines.lineStart(endLine_).value_or(total) : total;
+    if (f_.needsMessages()) enterMessage();
+    markBookmarks();
+    int64_t line = firstLine_;
+    while (pos < chunkEnd && line < endLine_) {
+      if (job_.shouldStop()) return std::move(out_);
+      const int64_t before = line;
+      pos = window(pos, chunkEnd, line);
+      job_.addLines(line - before);
+    }
+    // Lines with no bytes at the end (after a final line break).
+    for (; line < endLine_; ++line) processLine(line - firstLine_, {});
+    finish();
+    out_.finished = true;
+    return std::move(out_);
+  }
+
+ private:
+  // Reads one window of whole lines from `pos`, evaluates it and returns where the next begins.
+  int64_t window(int64_t pos, int64_t chunkEnd, int64_t& line) {
+    int64_t want = job_.limits.windowBytes;
+    int64_t windowEnd = 0;
+    bool piece = false;  // one line longer than maxLineBytes: only its first bytes
+    for (;;) {
+      const int64_t cut = std::min(pos + want, chunkEnd);
+      read(pos, cut);
+      if (cut == chunkEnd) {
+        windowEnd = cut;
+        break;
+      }
+      if (const void* last = memrchr(buffer_.data(), job_.terminator, buffer_.size())) {
+        windowEnd = pos + (static_cast<const uint8_t*>(last) - buffer_.data()) + 1;
+        buffer_.resize(static_cast<size_t>(windowEnd - pos));
+        break;
+      }
+      if (want >= job_.limits.maxLineBytes) {
+        piece = true;
+        windowEnd = job_.source.lines.lineStart(line + 1).value_or(chunkEnd);
+        break;
+      }
+      want = std::min(want * 4, std::max(job_.limits.maxLineBytes, want));
+    }
+    piece_ = piece;
+    splitLines(piece);
+    evaluateWindow(line - firstLine_);
+    line += static_cast<int64_t>(starts_.size()) - 1;
+    return std::max(windowEnd, pos + 1);
+  }
+
+  void read(int64_t from, int64_t to) {
+    buffer_.resize(static_cast<size_t>(to - from));
+    const int64_t got = job_.source.text.copyBytes({from, to}, buffer_.data());
+    // Bytes a shrunk file no longer has read as NUL, like the search engine's.
+    if (got < to - from) std::fill(buffer_.begin() + std::max<int64_t>(got, 0), buffer_.end(), uint8_t{0});
+  }
+
+  // starts_: each line's first byte in the buffer, then the buffer's end.
+  void splitLines(bool piece) {
+    starts_.assign(1, 0);
+    const auto* data = buffer_.data();
+    const size_t size = buffer_.size();
+    if (!piece) {
+      for (size_t at = 0; at < size;) {
+        const void* found = std::memchr(data + at, job_.terminator, size - at);
+        if (found == nullptr) break;
+        at = static_cast<size_t>(static_cast<const uint8_t*>(found) - data) + 1;
+        if (at < size) starts_.push_back(static_cast<uint32_t>(at));
+      }
+    }
+    starts_.push_back(static_cast<uint32_t>(size));
+  }
+
+  void evaluateWindow(int64_t firstIndex) {
+    const size_t count = starts_.size() - 1;
+    if (f_.needsMessages()) {
+      for (size_t i = 0; i < count; ++i) {
+        const auto* begin = reinterpret_cast<const char*>(buffer_.data()) + starts_[i];
+        const size_t length = std::min<size_t>(starts_[i + 1] - starts_[i], logs::kUserRuleWindowBytes);
+        processLine(firstIndex + static_cast<int64_t>(i), std::string_view(begin, length));
+      }
+    }
+    const size_t matchers = f_.includes.size() + f_.excludes.size();
+    if (matchers > 1) pristine_.assign(buffer_.begin(), buffer_.end());
+    size_t used = 0;
+    const auto scanWith = [&](const search::Matcher& matcher, LineWords& words) {
+      if (used++ > 0)
+        std::copy(pristine_.begin(), pristine_.end(), buffer_.begin());  // a scan may fold case in place
+      // Windows hold whole lines, so their edges are line edges, as at the
+      // document's ends; a piece of a very long line ends cut.
+      search::ScanWindow w{buffer_.data(), buffer_.size(), 0, buffer_.size(), job_.terminator, true, !piece_};
+      LineHits hits(starts_, words, firstIndex, job_.shouldStop);
+      matcher.makeScanner()->scan(w, hits);
+    };
+    for (const auto& matcher : f_.includes) scanWith(*matcher, inc_);
+    for (const auto& matcher : f_.excludes) scanWith(*matcher, exc_);
+  }
+
+  void processLine(int64_t index, std::string_view text) {
+    logs::LineTime time;
+    const bool head = !parser_ || parser_->parseInto(text, time);
+    if (head) {
+      message_.seenHead = true;
+      message_.micros = parser_ ? time.micros : logs::kNoTime;
+      if (f_.needsLevels()) message_.level = job_.context.rules.detect(text, parser_ ? time.end : 0);
+      setBit(out_.heads, index);
+    } else if (!message_.seenHead && firstLine_ + index == 0 && f_.needsLevels()) {
+      // Lines before the first timestamp are one message, with the first line's level.
+      message_.level = job_.context.rules.detect(text, 0);
+    }
+    if (passesConstraints()) setBit(ok_, index);
+  }
+
+  bool passesConstraints() const {
+    if (f_.minimumLevel != logs::Level::none && message_.level < f_.minimumLevel) return false;
+    if (f_.belowLevel != logs::Level::none && message_.level >= f_.belowLevel) return false;
+    for (const WindowMicros& w : job_.windows) {
+      const bool inside =
+          message_.micros != logs::kNoTime && message_.micros >= w.from && message_.micros <= w.to;
+      if (inside == w.exclude) return false;
+    }
+    return true;
+  }
+
+  // The message open at the chunk's first line: the nearest timestamped
+  // line above it, looked for over at most 1,024 lines.
+  void enterMessage() {
+    if (firstLine_ == 0 || !parser_) return;
+    const auto& lines = job_.source.lines;
+    for (int64_t l = firstLine_ - 1; l >= std::max<int64_t>(0, firstLine_ - 1024); --l) {
+      const auto start = lines.lineStart(l);
+      if (!start) return;
+      const int64_t end =
+          std::min(lines.lineStart(l + 1).value_or(*start), *start + int64_t{logs::kUserRuleWindowBytes});
+      read(*start, std::max(end, *start));
+      const std::string_view text(reinterpret_cast<const char*>(buffer_.data()), buffer_.size());
+      logs::TimestampParser fresh(*job_.format, job_.yearForYearless);
+      logs::LineTime time;
+      if (fresh.parseInto(text, time)) {
+        message_ = {f_.needsLevels() ? job_.context.rules.detect(text, time.end) : logs::Level::none,
+                    time.micros, true};
+        return;
+      }
+      if (l == 0 && f_.needsLevels()) message_.level = job_.context.rules.detect(text, 0);
+    }
+  }
+
+  void markBookmarks() {
+    if (!f_.includeBookmarked && !f_.excludeBookmarked) return;
+    const auto marks = job_.context.bookmarkedLines;
+    for (auto it = std::lower_bound(marks.begin(), marks.end(), firstLine_);
+         it != marks.end() && *it < endLine_; ++it) {
+      if (f_.includeBookmarked) setBit(inc_, *it - firstLine_);
+      if (f_.excludeBookmarked) setBit(exc_, *it - firstLine_);
+    }
+  }
+
+  void finish() {
+    const bool includes = f_.hasIncludes(), constraints = f_.needsLevels() || f_.needsTimes();
+    out_.selected.resize(inc_.size());
+    for (size_t w = 0; w < inc_.size(); ++w) {
+      out_.selected[w] =
+          (includes ? inc_[w] : ~uint64_t{0}) & ~exc_[w] & (constraints ? ok_[w] : ~uint64_t{0});
+    }
+    clearTail(out_.selected, endLine_ - firstLine_);
+  }
+
+  const FilterJob& job_;
+  const CompiledFilter& f_;
+  const int64_t firstLine_, endLine_;
+  LineWords inc_, exc_, ok_;
+  ChunkOutput out_;
+  std::optional<logs::TimestampParser> parser_;
+  Message message_;
+  base::ReadBuffer buffer_;
+  std::vector<uint8_t> pristine_;
+  std::vector<uint32_t> starts_;
+  bool piece_ = false;
+};
+
+}  // namespace
+
+ChunkOutput evaluateChunk(const FilterJob& job, int64_t firstLine, int64_t endLine) {
+  return ChunkEvaluator(job, firstLine, endLine).run();
+}
+
+}  // namespace quorin::filter

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "dispatch/WorkerPool.h"
+#include "filter/CompiledFilter.h"
+#include "filter/FilterProjection.h"
+#include "logs/LogIndex.h"
+#include "logs/SeverityRules.h"
+#include "search/SearchRuntime.h"
+
+namespace quorin::filter {
+
+// How an evaluation divides its work. The defaults are the product's; tests
+// shrink them to force many chunks and windows in small texts.
+struct FilterLimits {
+  size_t workers = 0;                       // 0: the pool's thread count
+  int64_t chunkLines = 64 * 1024;           // lines per chunk (rounded up to a multiple of 64)
+  int64_t windowBytes = 1 << 20;            // text read at a time inside a chunk (whole lines)
+  int64_t maxLineBytes = 64 << 20;          // a longer line is examined in its first maxLineBytes
+  std::optional<double> timeBudgetSeconds;  // default: the search engine's (10 s per 100 MiB, at least 10 s)
+  uint8_t terminator = '\n';                // the document's line break byte
+};
+
+// What a filter reads besides the text.
+struct FilterContext {
+  // The log index's data, when there is one: the timestamp format, the
+  // year yearless timestamps start in, the first day (for windows given as
+  // a clock time alone). Without it lines have no times.
+  std::shared_ptr<const logs::LogIndexData> logData;
+  logs::SeverityRules rules;
+  std::span<const int64_t> bookmarkedLines;  // ascending, 0-based
+  int64_t snapshotVersion = 0;
+};
+
+struct FilterProgress {
+  int64_t linesEvaluated = 0;
+  int64_t totalLines = 0;
+};
+
+struct FilterResult {
+  std::shared_ptr<const FilterProjection> projection;
+  bool cancelled = false;
+  bool timedOut = false;
+  // Shown when the filter stopped early ("The filter stopped after 10 s: …").
+  std::string notice;
+};
+
+// Evaluates `filter` over the lines `source.lines` knows, in parallel
+// chunks of whole 64-line words: patterns by the search engine's matchers
+// (all include literals in one scan), levels and times per message, then
+// whole messages and context. Blocking; never on the main thread.
+// `progress` (optional) is called from worker threads, at most every 50 ms.
+// A cancelled or timed-out evaluation returns the prefix of lines it
+// finished, as an incomplete projection.
+FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource& source,
+                            const FilterContext& context, const FilterLimits& limits = {},
+                            const search::SearchCancellation* cancellation = nullptr,
+                            const std::function<void(const FilterProgress&)>& progress = nullptr,
+                            dispatch::WorkerPool* pool = nullptr);
+
+// The time-out notice, e.g. "The filter stopped after 10 s: the pattern is
+// too slow on this text; lines after 1,234,567 are not filtered".
+std::string timedOutNotice(double seconds, int64_t linesEvaluated);
+
+}  // namespace quorin::filter

@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "filter/FilterEvaluator.h"
+#include "logs/Timestamp.h"
+#include "search/ByteSearch.h"
+#include "search/SearchTestSupport.h"
+
+namespace quorin::filter {
+namespace {
+
+using logs::Level;
+
+constexpr int64_t kMaxLineBytes = 300;
+
+// The document as lines, with what the filter needs to know about each.
+struct Doc {
+  std::string text;
+  std::vector<std::string> lines;
+};
+
+Doc randomLog(std::mt19937& random) {
+  static const char* words[] = {"alpha",  "Beta",  "GAMMA", "error",   "warn",
+                                "id=123", "id=98", "x",     "checkout"};
+  static const char* levels[] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "", "notice"};
+  Doc doc;
+  const int count = static_cast<int>(random() % 400);
+  int minute = 0;
+  for (int i = 0; i < count; ++i) {
+    std::string line;
+    if (random() % 4 != 0) {  // a head line; otherwise a continuation
+      minute += static_cast<int>(random() % 3);
+      char stamp[32];
+      std::snprintf(stamp, sizeof stamp, "2026-03-20 %02d:%02d:%02d ", 10 + minute / 60, minute % 60,
+                    static_cast<int>(random() % 60));
+      line = std::string(stamp) + levels[random() % 8];
+    }
+    for (int w = static_cast<int>(random() % 5); w > 0; --w) line += std::string(" ") + words[random() % 9];
+    if (random() % 50 == 0) line += std::string(static_cast<size_t>(random() % 600), 'z') + " error";
+    doc.lines.push_back(line);
+  }
+  for (const auto& line : doc.lines) doc.text += line + "\n";
+  doc.lines.push_back("");  // after the final line break
+  return doc;
+}
+
+FilterOptions randomOptions(std::mt19937& random) {
+  static const char* literals[] = {"alpha", "beta", "GAMMA", "error", "id=1", "x", "checkout", "zzz"};
+  FilterOptions options;
+  for (int r = static_cast<int>(random() % 4); r > 0; --r) {
+    FilterRule rule;
+    rule.enabled = random() % 6 != 0;
+    rule.action = random() % 3 == 0 ? RuleAction::exclude : RuleAction::include;
+    switch (random() % 6) {
+      case 0:
+      case 1:
+        rule.condition = PatternCondition{{literals[random() % 8], random() % 2 == 0, random() % 3 == 0}};
+        break;
+      case 2: rule.condition = PatternCondition{{"id=\\d{3}\\b", true, false, true}}; break;
+      case 3: rule.condition = LevelCondition{static_cast<Level>(1 + random() % 8)}; break;
+      case 4:
+        rule.condition = TimeWindowCondition{"2026-03-20 10:" + std::to_string(10 + random() % 40), ""};
+        if (random() % 2) std::get<TimeWindowCondition>(rule.condition).to = "2026-03-20 11:30";
+        break;
+      default: rule.condition = BookmarkedCondition{};
+    }
+    options.rules.push_back(rule);
+  }
+  options.contextBefore = random() % 4;
+  options.contextAfter = random() % 3;
+  options.wholeMessages = random() % 2;
+  return options;
+}
+
+bool contains(std::string line, std::string needle, bool caseSensitive, bool wholeWord) {
+  line.resize(std::min<size_t>(line.size(), kMaxLineBytes));
+  if (!caseSensitive) {
+    line = search::asciiLower(line);
+    needle = search::asciiLower(needle);
+  }
+  for (size_t at = line.find(needle); at != std::string::npos; at = line.find(needle, at + 1)) {
+    const bool bounded = (at == 0 || !search::isWordByte(line[at - 1])) &&
+                         (at + needle.size() >= line.size() || !search::isWordByte(line[at + needle.size()]));
+    if (!wholeWord || bounded) return true;
+  }
+  return false;
+}
+
+// The slow reference: every rule on every line, as the documentation states it.
+std::vector<bool> reference(const Doc& doc, const FilterOptions& options, const std::vector<int64_t>& marks) {
+  const auto n = static_cast<int64_t>(doc.lines.size());
+  std::vector<Level> level(n);
+  std::vector<int64_t> micros(n, logs::kNoTime);
+  std::vector<bool> head(n);
+  logs::SeverityRules rules;
+  for (int64_t i = 0; i < n; ++i) {
+    const auto time = logs::parseTimestamp(logs::TimestampFormat::iso8601, doc.lines[i], 2026);
+    head[i] = time.has_value();
+    if (head[i]) {
+      level[i] = rules.detect(doc.lines[i], static_cast<size_t>(time->end));
+      micros[i] = time->micros;
+    } else if (i > 0) {
+      level[i] = level[i - 1], micros[i] = micros[i - 1];
+    } else {
+      level[i] = rules.detect(doc.lines[i], 0);
+    }
+  }
+  const auto compiled = compileFilter(options);
+  std::vector<bool> shown(n);
+  for (int64_t i = 0; i < n; ++i) {
+    bool anyInclude = false, included = false, excluded = false, constraints = true;
+    for (size_t r = 0; r < options.rules.size(); ++r) {
+      const FilterRule& rule = options.rules[r];
+      if (!rule.enabled || !compiled->ruleErrors[r].empty()) continue;
+      const bool exclude = rule.action == RuleAction::exclude;
+      bool hit = false;
+      if (const auto* p = std::get_if<PatternCondition>(&rule.condition)) {
+        const auto& q = p->query;
+        if (q.regex) {
+          std::string line = doc.lines[i].substr(0, kMaxLineBytes);
+          hit = std::regex_search(line, std::regex("id=[0-9]{3}\\b"));
+        } else {
+          hit = contains(doc.lines[i], q.query, q.caseSensitive, q.wholeWord);
+        }
+      } else if (const auto* l = std::get_if<LevelCondition>(&rule.condition)) {
+        constraints &= exclude ? level[i] < l->level : level[i] >= l->level;
+        continue;
+      } else if (std::holds_alternative<TimeWindowCondition>(rule.condition)) {
+        continue;  // below, from the compiled windows
+      } else {
+        hit = std::binary_search(marks.begin(), marks.end(), i);
+      }
+      if (exclude) {
+        excluded |= hit;
+      } else {
+        anyInclude = true;
+        included |= hit;
+      }
+    }
+    for (const CompiledWindow& window : compiled->windows) {
+      const WindowMicros w = windowMicros(window, 0);
+      const bool inside = micros[i] != logs::kNoTime && micros[i] >= w.from && micros[i] <= w.to;
+      constraints &= inside != w.exclude;
+    }
+    shown[i] = (!anyInclude || included) && !excluded && constraints;
+  }
+  if (options.wholeMessages) {
+    for (int64_t i = 0; i < n;) {
+      int64_t end = i + 1;
+      while (end < n && !head[end]) ++end;
+      if (std::find(shown.begin() + i, shown.begin() + end, true) != shown.begin() + end) {
+        std::fill(shown.begin() + i, shown.begin() + end, true);
+      }
+      i = end;
+    }
+  }
+  std::vector<bool> widened(n);
+  for (int64_t i = 0; i < n; ++i) {
+    if (!shown[i]) continue;
+    for (int64_t j = std::max<int64_t>(0, i - options.contextBefore);
+         j <= std::min(n - 1, i + options.contextAfter); ++j)
+      widened[j] = true;
+  }
+  return widened;
+}
+
+TEST(FilterEvaluator, AgreesWithALineByLineReferenceOnRandomLogsAndRules) {
+  std::mt19937 random(4242);
+  dispatch::WorkerPool pool(2);
+  auto logData = std::make_shared<logs::LogIndexData>();
+  logData->format = logs::TimestampFormat::iso8601;
+  logData->firstYear = 2026;
+  for (int round = 0; round < 60; ++round) {
+    const Doc doc = randomLog(random);
+    const search::SearchDoc searchDoc(doc.text);
+    const FilterOptions options = randomOptions(random);
+    std::vector<int64_t> marks;
+    for (int64_t i = 0; i < static_cast<int64_t>(doc.lines.size()); ++i) {
+      if (random() % 10 == 0) marks.push_back(i);
+    }
+    const auto compiled = compileFilter(options);
+    if (!compiled) continue;  // a window whose end is before its start
+    FilterContext context{logData, {}, marks};
+    FilterLimits limits;
+    limits.chunkLines = 64;
+    limits.windowBytes = 64;
+    limits.maxLineBytes = kMaxLineBytes;
+    const FilterResult result =
+        evaluateFilter(*compiled, {searchDoc.table->snapshot(), searchDoc.index->snapshot()}, context, limits,
+                       nullptr, nullptr, &pool);
+    const std::vector<bool> expected = reference(doc, options, marks);
+    ASSERT_TRUE(result.projection->isComplete());
+    ASSERT_EQ(result.projection->linesEvaluated(), static_cast<int64_t>(expected.size()))
+        << "round " << round;
+    for (size_t i = 0; i < expected.size(); ++i) {
+      ASSERT_EQ(result.projection->isVisible(static_cast<int64_t>(i)), expected[i])
+          << "round " << round << " line " << i << ": " << doc.lines[i];
+    }
+  }
+}
+
+}  // namespace
+}  // namespace quorin::filter
