@@ -55,7 +55,9 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
                             const search::SearchCancellation* cancellation,
                             const std::function<void(const FilterProgress&)>& progress,
                             dispatch::WorkerPool* pool) {
-  const int64_t total = knownWholeLines(source.lines);
+  const int64_t documentLines = knownWholeLines(source.lines);
+  const int64_t total = std::min(documentLines, limits.endLine.value_or(documentLines));
+  const int64_t start = std::clamp<int64_t>(limits.firstLine, 0, total) / 64 * 64;
   const auto* logData = context.logData.get();
   FilterResult result;
   const auto finish = [&](LineWords words, int64_t lines, bool complete) {
@@ -65,8 +67,9 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
     return result;
   };
   if (filter.showsEverything()) {
-    LineWords all(static_cast<size_t>(wordsFor(total)), ~uint64_t{0});
-    return finish(std::move(all), total, true);
+    LineWords all(static_cast<size_t>(wordsFor(total)), 0);
+    setRange(all, start, total);
+    return finish(std::move(all), total, total == documentLines);
   }
 
   const double budget =
@@ -103,10 +106,10 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
   };
 
   const int64_t chunkLines = std::max<int64_t>(64, (limits.chunkLines + 63) / 64 * 64);
-  const auto chunks = static_cast<size_t>((total + chunkLines - 1) / chunkLines);
+  const auto chunks = static_cast<size_t>((total - start + chunkLines - 1) / chunkLines);
   std::vector<ChunkOutput> outputs(chunks);
   const auto body = [&](size_t i) {
-    const int64_t first = static_cast<int64_t>(i) * chunkLines;
+    const int64_t first = start + static_cast<int64_t>(i) * chunkLines;
     outputs[i] = evaluateChunk(job, first, std::min(first + chunkLines, total));
   };
   dispatch::WorkerPool& workers = pool != nullptr ? *pool : dispatch::WorkerPool::shared();
@@ -117,18 +120,21 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
   }
 
   // The prefix of finished chunks, laid end to end (each but the last is whole words).
-  LineWords selected, heads;
-  int64_t lines = 0;
+  // Lines before `start` are not evaluated: hidden, and each its own
+  // message so that none joins a message that begins after them.
+  LineWords selected(static_cast<size_t>(start / 64), 0),
+      heads(static_cast<size_t>(start / 64), ~uint64_t{0});
+  int64_t lines = start;
   for (size_t i = 0; i < chunks && outputs[i].finished; ++i) {
     selected.insert(selected.end(), outputs[i].selected.begin(), outputs[i].selected.end());
     heads.insert(heads.end(), outputs[i].heads.begin(), outputs[i].heads.end());
-    lines = std::min(static_cast<int64_t>(i + 1) * chunkLines, total);
+    lines = std::min(start + static_cast<int64_t>(i + 1) * chunkLines, total);
   }
-  const bool complete = lines == total;
+  const bool complete = lines == documentLines;
   if (filter.options.wholeMessages && job.format) widenToMessages(selected, heads, lines);
   selected = withContext(selected, lines, filter.options.contextBefore, filter.options.contextAfter);
   result.cancelled = cancellation != nullptr && cancellation->isCancelled();
-  result.timedOut = !complete && timedOut.load();
+  result.timedOut = lines < total && timedOut.load();
   if (result.timedOut) result.notice = timedOutNotice(budget, lines);
   if (progress) progress({lines, total});
   return finish(std::move(selected), lines, complete);

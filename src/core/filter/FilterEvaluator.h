@@ -24,7 +24,11 @@ struct FilterLimits {
   int64_t windowBytes = 1 << 20;            // text read at a time inside a chunk (whole lines)
   int64_t maxLineBytes = 64 << 20;          // a longer line is examined in its first maxLineBytes
   std::optional<double> timeBudgetSeconds;  // default: the search engine's (10 s per 100 MiB, at least 10 s)
-  uint8_t terminator = '\n';                // the document's line break byte
+  // Only lines [firstLine, endLine) are evaluated (firstLine rounded down
+  // to a multiple of 64); lines before them come out hidden, and a result
+  // that stops at endLine before the document's end is incomplete.
+  int64_t firstLine = 0;
+  std::optional<int64_t> endLine;
 };
 
 // What a filter reads besides the text.

@@ -52,12 +52,14 @@ class LineVisibilityBitset final : public LineProjection {
   std::optional<int64_t> nextVisibleLine(int64_t line) const override;
   std::optional<int64_t> previousVisibleLine(int64_t line) const override;
 
+  // Word `index` (0 ≤ index < wordCount()) of the bits, for readers that
+  // combine bitsets 64 lines at a time; bits past lineCount are 0.
+  uint64_t word(int64_t index) const { return words_[static_cast<size_t>(index)]; }
   // Visible lines before `line` (clamped to [0, lineCount]).
   int64_t rank(int64_t line) const;
 
  private:
   void reserveWords(int64_t words);
-  uint64_t word(int64_t index) const { return words_[static_cast<size_t>(index)]; }
   // Copies bits [from, to) of `source` behind the current end.
   void appendRange(const LineVisibilityBitset& source, int64_t from, int64_t to);
 
