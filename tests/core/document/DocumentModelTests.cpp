@@ -3,9 +3,7 @@
 #include <fstream>
 #include <random>
 
-#include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
-#include "storage/StorageTestSupport.h"
+#include "document/DocumentTestSupport.h"
 #include "support/ManualExecutor.h"
 #include "text/Encoder.h"
 
@@ -30,13 +28,7 @@ bool changed(const std::expected<EditOutcome, EditRefusal>& outcome) {
 }
 
 OpenOptions testOptions(dispatch::MainQueue& main, std::shared_ptr<ManualExecutor> queue) {
-  OpenOptions options;
-  options.mainQueue = &main;
-  options.lineIndexQueue = queue;
-  options.compactionQueue = queue;
-  options.saveQueue = queue;
-  options.watchMemoryPressure = false;
-  options.watchFile = false;
+  OpenOptions options = quietOptions(main, queue);
   options.memory = std::make_shared<FixedMemory>();
   options.lineIndexLimits.firstPassLines = 4;
   options.lineIndexLimits.passLines = 6;
@@ -229,11 +221,6 @@ std::expected<persistence::SaveOutcome, persistence::SaveError> saveNow(Document
   queue.runAll();
   main.runPending();
   return result.value();
-}
-
-std::string fileBytes(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
