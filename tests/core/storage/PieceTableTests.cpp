@@ -36,14 +36,6 @@ TEST(PieceTable, EmptyDocument) {
   EXPECT_EQ(table->snapshot().pieces(), (std::vector<Piece>{{PieceSource::append, 0, 1}}));
 }
 
-TEST(PieceTable, DocumentStartsAfterTheByteOrderMark) {
-  TempDir dir;
-  PieceTable table(testing::bufferOver(dir, "\xEF\xBB\xBFhello"));
-  EXPECT_EQ(table.snapshot().pieces(), (std::vector<Piece>{{PieceSource::original, 3, 5}}));
-  EXPECT_EQ(wholeText(table), "hello");
-  EXPECT_EQ(table.byte(0), uint8_t{'h'});
-}
-
 TEST(PieceTable, EditResults) {
   TempDir dir;
   auto table = tableOver(dir, digits(200));
