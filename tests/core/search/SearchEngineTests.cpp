@@ -336,17 +336,6 @@ TEST(SearchEngineTest, StoresTheFirstMatchesUpToTheCapAndCountsAll) {
   }
 }
 
-TEST(SearchEngineTest, FindsALineBreakQueryAcrossTheFourMegabyteSeam) {
-  std::string text(4 << 20, 'a');
-  text[(4 << 20) - 2] = 'E';
-  text[(4 << 20) - 1] = '\n';
-  text += "Fb\nE\nF";
-  const SearchDoc doc(text);
-  const SearchResult result = doc.search({.query = "E\\nF", .escapes = true});
-  EXPECT_EQ(hits(result), (std::vector<Hit>{{0, (4 << 20) - 2, 3}, {2, (4 << 20) + 3, 3}}));
-  EXPECT_EQ(result.matches[1].lineByteStart, (4 << 20) + 3);
-}
-
 TEST(SearchEngineTest, CancellationAndTimeOutReturnPartialResultsPromptly) {
   std::string text;
   for (int i = 0; i < 20000; ++i) text += "some line with a hit\n";
