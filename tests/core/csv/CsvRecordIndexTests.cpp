@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <random>
 #include <thread>
 
 #include "csv/CSVRecordIndex.h"
 #include "csv/CsvTestSupport.h"
 #include "dispatch/SerialQueue.h"
+#include "support/ManualExecutor.h"
 
 namespace quorin::csv {
 namespace {
@@ -274,15 +274,9 @@ TEST(CsvRecordIndexTest, PatchesThatMakeNoSenseAreIgnored) {
 
 // ---- Background build ----
 
-class QueuedExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks.push_back(std::move(task)); }
-  std::deque<dispatch::Task> tasks;
-};
-
 TEST(CsvRecordIndexTest, BackgroundBuildReportsProgressAndStopsWhenCancelled) {
   jobs::JobRegistry registry;
-  QueuedExecutor executor;
+  quorin::testing::ManualExecutor executor;
   const std::string text = tableText(50, 4);
   int finished = 0;
 
