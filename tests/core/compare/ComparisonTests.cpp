@@ -7,7 +7,7 @@
 #include "compare/CompareReport.h"
 #include "compare/Comparison.h"
 #include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
+#include "document/DocumentTestSupport.h"
 #include "support/ManualExecutor.h"
 #include "support/TempDir.h"
 
@@ -26,12 +26,7 @@ struct Fixture {
   std::shared_ptr<document::Document> open(const std::string& name, std::string_view bytes,
                                            bool finishIndex = true,
                                            std::optional<storage::LargeFileOpenRequest> mode = {}) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.lineIndexQueue = queue;
-    options.compactionQueue = queue;
-    options.saveQueue = queue;
-    options.watchMemoryPressure = false;
+    document::OpenOptions options = document::quietOptions(main, queue);
     // Tiny passes leave an index unfinished after its first pass; a slice
     // needs megabytes, so it keeps the product's pace.
     if (mode) {
@@ -142,7 +137,6 @@ TEST(ComparisonTest, ASideThatShrankCannotBeCompared) {
   ASSERT_EQ(::truncate((f.dir.path() / "left.txt").c_str(), 10), 0);
   const auto result = compareSides(requestFor(*left, *right));
   ASSERT_FALSE(result);
-  EXPECT_EQ(CompareError::title(), "Couldn't compare");
   EXPECT_EQ(result.error().describe(), "The file “left.txt” couldn't be read for comparison.");
 }
 
@@ -191,7 +185,6 @@ TEST(CompareReportTest, LayoutLimitAndSaving) {
   const auto failed = saveReport(f.dir.path() / "absent" / "r.txt", "report\n");
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().describe().rfind("open(", 0), 0u);
-  EXPECT_EQ(ReportSaveError::title(), "Couldn't save the report");
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <random>
 #include <thread>
 
 #include "csv/CSVRecordIndex.h"
 #include "csv/CsvTestSupport.h"
 #include "dispatch/SerialQueue.h"
+#include "support/ManualExecutor.h"
 
 namespace quorin::csv {
 namespace {
@@ -66,24 +66,6 @@ TEST(CsvRecordScannerTest, FastAndBytewiseScansAgreeWithAPlainReaderOnRandomTabl
   }
 }
 
-TEST(CsvRecordScannerTest, EveryCutPositionGivesTheSameRecords) {
-  // Quoted line breaks of both kinds, a CR LF pair, an escaped quote and data
-  // after a closing quote, with the 64-byte blocks of the fast path landing
-  // in different places as the text is shifted.
-  for (const std::string lineEnd : {"\n", "\r\n"}) {
-    for (size_t pad = 0; pad < 70; pad += 23) {
-      const std::string text = std::string(pad, 'p') + ",\"two" + lineEnd + "lines\",\"a\"\"b\"" + lineEnd +
-                               "\"x\"y,z" + lineEnd + "\"last\"" + lineEnd + "\"open";
-      const Table expected = readRfc4180(text, ',', '\n');
-      ASSERT_EQ(expected.starts.size(), 4u);
-      for (size_t cut = 0; cut <= text.size(); ++cut) {
-        ASSERT_EQ(scanInPieces(text, ',', '\n', false, {cut}), expected) << cut;
-        ASSERT_EQ(scanInPieces(text, ',', '\n', true, {cut}), expected) << cut;
-      }
-    }
-  }
-}
-
 TEST(CsvRecordScannerTest, FollowsTheStateMachineOnOddInput) {
   // Fast and bytewise agree wherever the text is cut and wherever it falls
   // against the 64-byte blocks.
@@ -125,14 +107,7 @@ TEST(CsvRecordIndexTest, BuildMatchesThePlainReaderAtAnyChunkSize) {
   }
 }
 
-TEST(CsvRecordIndexTest, AQuotedLineBreakAcrossAChunkBoundaryStaysInOneRow) {
-  const std::string text = "id,note\n1,\"first\nsecond\"\n2,\"a\r\nb\"\r\n3,x";
-  const Table expected = readRfc4180(text, ',', '\n');
-  ASSERT_EQ(expected.starts.size(), 4u);
-  for (int64_t chunk = 1; chunk <= static_cast<int64_t>(text.size()); ++chunk)
-    ASSERT_EQ(imageOf(*buildIndex(text, ',', '\n', chunk)).table, expected) << chunk;
-
-  // And at the real 4 MiB boundary.
+TEST(CsvRecordIndexTest, AQuotedLineBreakAcrossTheChunkBoundaryStaysInOneRow) {
   std::string big(static_cast<size_t>(kIndexChunkBytes) - 10, 'x');
   big += ",\"line\nbreak\",y\nlast";
   const auto index = buildIndex(big);
@@ -299,15 +274,9 @@ TEST(CsvRecordIndexTest, PatchesThatMakeNoSenseAreIgnored) {
 
 // ---- Background build ----
 
-class QueuedExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks.push_back(std::move(task)); }
-  std::deque<dispatch::Task> tasks;
-};
-
 TEST(CsvRecordIndexTest, BackgroundBuildReportsProgressAndStopsWhenCancelled) {
   jobs::JobRegistry registry;
-  QueuedExecutor executor;
+  quorin::testing::ManualExecutor executor;
   const std::string text = tableText(50, 4);
   int finished = 0;
 

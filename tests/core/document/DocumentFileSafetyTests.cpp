@@ -46,11 +46,7 @@ TEST(DocumentFileSafety, OpeningAFileRemovesWhatAKilledRewriteLeftBesideIt) {
   const auto file = dir.write("app.log", "text\n");
 
   dispatch::ManualMainQueue main;
-  OpenOptions options;
-  options.mainQueue = &main;
-  options.watchFile = false;
-  options.watchMemoryPressure = false;
-  ASSERT_TRUE(Document::open(file.string(), options));
+  ASSERT_TRUE(Document::open(file.string(), quietOptions(main, std::make_shared<InlineExecutor>())));
   EXPECT_FALSE(std::filesystem::exists(leftover));
 }
 
@@ -153,11 +149,7 @@ TEST(DocumentFileSafety, ABulkEditThatAppliesNothingLeavesTheIndexBuilding) {
   auto queue = std::make_shared<testing::ManualExecutor>();
   std::string text;
   for (int i = 0; i < 200; ++i) text += "line " + std::to_string(i) + "\n";
-  OpenOptions options;
-  options.mainQueue = &main;
-  options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
-  options.watchMemoryPressure = false;
-  options.watchFile = false;
+  OpenOptions options = quietOptions(main, queue);
   options.lineIndexLimits.firstPassLines = 4;
   options.lineIndexLimits.passLines = 6;
   auto doc = Document::open(dir.write("t.txt", text).string(), options).value();
@@ -173,10 +165,7 @@ TEST(DocumentFileSafety, AProgressHandlerMayClearItselfWhileItRuns) {
   testing::TempDir dir;
   dispatch::ManualMainQueue main;
   auto queue = std::make_shared<testing::ManualExecutor>();
-  OpenOptions options;
-  options.mainQueue = &main;
-  options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
-  options.watchFile = options.watchMemoryPressure = false;
+  OpenOptions options = quietOptions(main, queue);
   options.lineIndexLimits.firstPassLines = 2;
   options.lineIndexLimits.passLines = 2;
   auto doc = Document::open(dir.write("t.txt", "a\nb\nc\nd\ne\nf\n").string(), options).value();

@@ -3,9 +3,7 @@
 #include <fstream>
 #include <random>
 
-#include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
-#include "storage/StorageTestSupport.h"
+#include "document/DocumentTestSupport.h"
 #include "support/ManualExecutor.h"
 #include "text/Encoder.h"
 
@@ -16,13 +14,10 @@ using testing::ManualExecutor;
 
 using persistence::TextSelection;
 
-class FixedMemory final : public persistence::AvailableMemoryProvider {
+// No memory to spare: the undo history keeps to its floor.
+class NoSpareMemory final : public persistence::AvailableMemoryProvider {
  public:
-  explicit FixedMemory(int64_t bytes = 0) : bytes_(bytes) {}
-  int64_t availableBytes() const override { return bytes_; }
-
- private:
-  int64_t bytes_;
+  int64_t availableBytes() const override { return 0; }
 };
 
 bool changed(const std::expected<EditOutcome, EditRefusal>& outcome) {
@@ -30,14 +25,8 @@ bool changed(const std::expected<EditOutcome, EditRefusal>& outcome) {
 }
 
 OpenOptions testOptions(dispatch::MainQueue& main, std::shared_ptr<ManualExecutor> queue) {
-  OpenOptions options;
-  options.mainQueue = &main;
-  options.lineIndexQueue = queue;
-  options.compactionQueue = queue;
-  options.saveQueue = queue;
-  options.watchMemoryPressure = false;
-  options.watchFile = false;
-  options.memory = std::make_shared<FixedMemory>();
+  OpenOptions options = quietOptions(main, queue);
+  options.memory = std::make_shared<NoSpareMemory>();
   options.lineIndexLimits.firstPassLines = 4;
   options.lineIndexLimits.passLines = 6;
   options.lineIndexLimits.chunkBytes = 16;
@@ -148,28 +137,6 @@ TEST(DocumentModel, RandomEditsUndoRedoAndSavesMatchTheHistory) {
   }
 }
 
-TEST(Document, ReplaceAllIsOneUndoStepAndUndoRestoresEveryByte) {
-  testing::TempDir dir;
-  dispatch::ManualMainQueue main;
-  auto queue = std::make_shared<ManualExecutor>();
-  std::string text;
-  for (int i = 0; i < 200'000; ++i) text += "ab\n";
-  OpenOptions options = testOptions(main, queue);
-  options.memory = std::make_shared<FixedMemory>(int64_t{4} << 30);
-  auto doc = Document::open(dir.write("big.txt", text).string(), options).value();
-  std::vector<storage::PieceTable::BulkEditSite> sites;
-  for (int64_t i = 0; i < 200'000; ++i) sites.push_back({{3 * i, 3 * i + 1}, "xyz"});
-  ASSERT_TRUE(doc->replaceAll(sites, "Replace All", {}, {})->undoable);
-  EXPECT_EQ(doc->canUndo(), true);
-  EXPECT_EQ(doc->length(), 1'000'000);
-  EXPECT_TRUE(doc->isModified());
-  doc->undo();
-  EXPECT_EQ(testing::wholeText(doc->snapshot().text), text);
-  EXPECT_FALSE(doc->isModified());
-  doc->redo();
-  EXPECT_EQ(doc->snapshot().text.text({0, 9}), "xyzb\nxyzb");
-}
-
 TEST(Document, ReadOnlyAndWindowedDocumentsRefuseEditsOutsideWhatTheyShow) {
   testing::TempDir dir;
   dispatch::ManualMainQueue main;
@@ -229,11 +196,6 @@ std::expected<persistence::SaveOutcome, persistence::SaveError> saveNow(Document
   queue.runAll();
   main.runPending();
   return result.value();
-}
-
-std::string fileBytes(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {

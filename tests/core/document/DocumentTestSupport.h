@@ -32,6 +32,16 @@ inline void append(const std::filesystem::path& p, const std::string& bytes) {
   std::ofstream(p, std::ios::binary | std::ios::app) << bytes;
 }
 
+// A document's options with its background work on `queue` and nothing watched.
+inline OpenOptions quietOptions(dispatch::MainQueue& main, std::shared_ptr<dispatch::Executor> queue) {
+  OpenOptions options;
+  options.mainQueue = &main;
+  options.lineIndexQueue = options.compactionQueue = options.saveQueue = std::move(queue);
+  options.watchMemoryPressure = false;
+  options.watchFile = false;
+  return options;
+}
+
 struct Opened {
   testing::TempDir dir;
   std::filesystem::path file;
@@ -42,11 +52,7 @@ struct Opened {
 
   explicit Opened(const std::string& bytes, bool watch = true, storage::LargeFileOpenRequest mode = {}) {
     file = dir.write("app.log", bytes);
-    OpenOptions options;
-    options.mainQueue = &main;
-    auto inline_ = std::make_shared<InlineExecutor>();
-    options.lineIndexQueue = options.compactionQueue = options.saveQueue = inline_;
-    options.watchMemoryPressure = false;
+    OpenOptions options = quietOptions(main, std::make_shared<InlineExecutor>());
     options.watchFile = watch;
     options.mode = mode;
     options.journalDirectory = dir.path() / "journals";

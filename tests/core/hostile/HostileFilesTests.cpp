@@ -7,7 +7,7 @@
 #include "csv/CSVRecordIndex.h"
 #include "csv/DelimiterDetection.h"
 #include "dispatch/ManualMainQueue.h"
-#include "document/Document.h"
+#include "document/DocumentTestSupport.h"
 #include "hostile/HostileCorpus.h"
 #include "search/SearchEngine.h"
 #include "support/FakeFileIo.h"
@@ -18,7 +18,7 @@ namespace {
 
 using testing::ManualExecutor;
 
-std::optional<std::string> fileBytes(const std::filesystem::path& path) {
+std::optional<std::string> bytesIfReadable(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::nullopt;
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -33,13 +33,7 @@ struct Harness {
   }
 
   OpenOptions options(std::optional<text::DetectedEncoding> encoding = std::nullopt) {
-    OpenOptions o;
-    o.mainQueue = &main;
-    o.lineIndexQueue = queue;
-    o.compactionQueue = queue;
-    o.saveQueue = queue;
-    o.watchMemoryPressure = false;
-    o.watchFile = false;
+    OpenOptions o = quietOptions(main, queue);
     o.encoding = encoding;
     o.fileIo = &io;
     return o;
@@ -112,7 +106,7 @@ TEST(HostileFiles, EveryOperationEndsInAResultOrAMessageAndOnlySavingWrites) {
   Harness h;
   for (const testing::HostileFile& file : testing::makeHostileCorpus(dir)) {
     SCOPED_TRACE(file.name);
-    const auto before = file.regular ? fileBytes(file.path) : std::nullopt;
+    const auto before = file.regular ? bytesIfReadable(file.path) : std::nullopt;
     auto doc = h.open(file.path);
     if (!doc) {
       // Refused with a message that names the file.
@@ -122,7 +116,7 @@ TEST(HostileFiles, EveryOperationEndsInAResultOrAMessageAndOnlySavingWrites) {
     }
     runReaders(h, **doc);
     if (before) {
-      EXPECT_EQ(fileBytes(file.path), before);
+      EXPECT_EQ(bytesIfReadable(file.path), before);
     }
     if ((*doc)->isReadOnly()) continue;
 
@@ -134,7 +128,7 @@ TEST(HostileFiles, EveryOperationEndsInAResultOrAMessageAndOnlySavingWrites) {
     if (!saved) {
       EXPECT_FALSE(saved.error().describe().empty());
       if (before) {
-        EXPECT_EQ(fileBytes(file.path), before);
+        EXPECT_EQ(bytesIfReadable(file.path), before);
       }
       continue;
     }
@@ -158,10 +152,10 @@ TEST(HostileFiles, AFileTruncatedWhileOpenIsReadAsFarAsItGoesAndNeverSavedFromMi
   const auto modified = std::filesystem::last_write_time(path);
   std::filesystem::resize_file(path, 1000);
   std::filesystem::last_write_time(path, modified);
-  const std::string left = fileBytes(path).value();
+  const std::string left = bytesIfReadable(path).value();
 
   runReaders(h, **doc);
-  EXPECT_EQ(fileBytes(path), left);
+  EXPECT_EQ(bytesIfReadable(path), left);
 
   // The bytes past the new end are gone: the document shows the text as far
   // as it goes, and a save writes exactly that (an in-place patch must not
@@ -170,7 +164,7 @@ TEST(HostileFiles, AFileTruncatedWhileOpenIsReadAsFarAsItGoesAndNeverSavedFromMi
   const std::string shown = wholeText(**doc);
   EXPECT_EQ(shown.find('\0'), std::string::npos) << "zeros shown for bytes the file no longer has";
   const auto saved = h.save(**doc);
-  const auto after = fileBytes(path).value();
+  const auto after = bytesIfReadable(path).value();
   if (saved) {
     EXPECT_EQ(saved->strategy, persistence::SaveStrategy::atomicRewrite);
     EXPECT_EQ(after, shown);

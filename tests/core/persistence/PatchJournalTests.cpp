@@ -72,21 +72,6 @@ TEST(PatchJournal, EveryMalformationIsDetected) {
   bad = good;
   bad[13] = '\xFF';  // the path's second byte
   EXPECT_EQ(PatchJournal::decode(bad, url).error().kind, PatchJournalError::Kind::badPathEncoding);
-  EXPECT_EQ(PatchJournalError::truncated(std::nullopt).describe(), "patch journal truncated");
-
-  // Any single corrupted byte either still decodes or is reported: never a crash or a huge allocation.
-  const std::string rich = PatchJournal::encode(
-      "/var/log/x", {1, 2, 3, 4, 5}, std::vector<Entry>{{7, "abcd", "efgh"}, {90, "", ""}, {3, "q", "r"}});
-  for (size_t at = 0; at < rich.size(); ++at) {
-    for (int value : {0x00, 0x7F, 0x80, 0xFF}) {
-      std::string flipped = rich;
-      flipped[at] = static_cast<char>(value);
-      const auto r = PatchJournal::decode(flipped, url);
-      if (r) {
-        EXPECT_LE(r->entries.size(), 3u);
-      }
-    }
-  }
 }
 
 TEST(PatchJournal, FailedWritesLeaveNoJournal) {

@@ -26,19 +26,6 @@ TEST(SaveEditList, MergesDeleteThenInsertAndFlattensBatches) {
             (std::vector<PatchEdit>{{8, "abc", "xyz"}, {20, "q", "r"}, {20, "q", "r"}, {8, "abc", ""}}));
 }
 
-TEST(SaveInPlace, PatchesJustTheEditedBytesAndLeavesNoJournal) {
-  Case c;
-  c.edit(10, "HELLO");
-  c.edit(4000, "WORLD");
-  const auto inode = c.opened.inode;
-  SaveCoordinator coordinator(FileIo::system(), VolumeInfo::system(), c.dir.path());
-  const auto result = coordinator.save(c.job()).value();
-  EXPECT_EQ(result.outcome.strategy, SaveStrategy::inPlacePatch);
-  EXPECT_EQ(result.newIdentity.inode, inode);
-  EXPECT_EQ(readFile(c.file), c.expected());
-  EXPECT_TRUE(PatchJournal::listPending(c.dir.path()).empty());
-}
-
 // Every reason not to patch leads to a rewrite with exactly the document's bytes.
 TEST(SaveInPlace, EveryRejectionFallsBackToAByteExactRewrite) {
   struct Scenario {

@@ -11,7 +11,6 @@
 #include "persistence/PatchJournalRecovery.h"
 #include "persistence/SaveDirectory.h"
 #include "persistence/SaveTestSupport.h"
-#include "text/Encoder.h"
 
 extern char** environ;
 
@@ -28,20 +27,10 @@ SaveCoordinator coordinatorFor(const Case& c, FileIo& io = FileIo::system()) {
   return SaveCoordinator(io, VolumeInfo::system(), c.dir.path());
 }
 
-// The document begins after the mark: its offsets are the file's less 3.
-TEST(SaveByteOrderMark, BothStrategiesKeepTheMarkAndPatchAtTheRightPlace) {
-  for (const bool inPlace : {true, false}) {
-    SCOPED_TRACE(inPlace);
-    Case c(kMark + "abcabcabcQ");
-    c.edit(6, "XYZ");  // what `replace --regex '(?<=abcabc)abc' XYZ` makes
-    SaveJob job = c.job();
-    job.inPlaceEnabled = inPlace;
-    const auto result = coordinatorFor(c).save(job).value();
-    EXPECT_EQ(result.outcome.strategy, inPlace ? SaveStrategy::inPlacePatch : SaveStrategy::atomicRewrite);
-    EXPECT_EQ(readFile(c.file), kMark + "abcabcXYZQ");
-  }
-
-  // A patch that fails after touching the file keeps a journal in file offsets, locked until the save ends.
+// The document begins after the mark, so its offsets are the file's less 3:
+// a patch that fails after touching the file keeps a journal in file
+// offsets, locked until the save ends.
+TEST(SaveByteOrderMark, AFailedPatchJournalsInFileOffsets) {
   Case c(kMark + "abcabcabcQ");
   c.edit(6, "XYZ");
   FakeFileIo io;
@@ -62,26 +51,6 @@ TEST(SaveByteOrderMark, BothStrategiesKeepTheMarkAndPatchAtTheRightPlace) {
   const auto journal = PatchJournal::read(PatchJournal::listPending(c.dir.path()).at(0)).value();
   EXPECT_EQ(journal.entries, (std::vector<PatchJournal::Entry>{{9, "abc", "XYZ"}}));
   EXPECT_EQ(PatchJournalRecovery::assess(journal).verdict, PatchJournalRecovery::Verdict::completed);
-}
-
-// A transcoded document's bytes are not the file's: never patched, always
-// re-encoded, with the mark the file had.
-TEST(SaveByteOrderMark, TranscodedDocumentsAreRewrittenInTheirEncoding) {
-  Case c("ab");
-  c.edit(0, "x");
-  SaveJob job = c.job();
-  job.transcoded = true;
-  auto encoder = std::make_shared<text::Encoder>(text::DetectedEncoding::utf16LE, true);
-  job.encoder = [encoder](std::string_view chunk, bool last) -> std::expected<std::string, std::string> {
-    std::string out;
-    if (!encoder->encode({reinterpret_cast<const uint8_t*>(chunk.data()), chunk.size()}, last, out))
-      return std::unexpected(std::string("UTF-16 LE"));
-    return out;
-  };
-  const auto result = coordinatorFor(c).save(job).value();
-  EXPECT_EQ(result.outcome.strategy, SaveStrategy::atomicRewrite);
-  EXPECT_EQ(result.outcome.rejection->kind, K::transcodedDocument);
-  EXPECT_EQ(readFile(c.file), std::string("\xFF\xFEx\0b\0", 6));
 }
 
 // A source cut short underneath (Keep Mine after an outside truncation) reads

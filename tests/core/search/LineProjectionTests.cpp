@@ -78,19 +78,10 @@ TEST(LineVisibilityProjectionTest, AnswersLikeAPlainVectorAfterAppendsSetsAndSpl
   }
 }
 
-TEST(LineVisibilityProjectionTest, SparseLinesAcrossBlocksAndTheEmptyBitset) {
+TEST(LineVisibilityProjectionTest, EmptyBitsetAndLinesInsertedIntoAShownLine) {
   const LineVisibilityBitset empty(0);
   expectMatchesModel(empty, {});
   EXPECT_EQ(LineVisibilityBitset(-5).lineCount(), 0);
-
-  LineVisibilityBitset bits(1'000'001);
-  for (const int64_t line : {0, 511, 512, 1'000'000}) bits.set(line, true);
-  EXPECT_EQ(bits.row(512), 2);
-  EXPECT_EQ(bits.line(3), 1'000'000);
-  EXPECT_EQ(bits.nextVisibleLine(513), 1'000'000);
-  EXPECT_EQ(bits.previousVisibleLine(510), 0);
-  EXPECT_EQ(bits.nextVisibleLine(-5), 0);
-  EXPECT_EQ(bits.row(1), std::nullopt);
 
   LineVisibilityBitset one(100);
   one.set(42, true);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,17 +8,9 @@
 #include "search/SearchEngine.h"
 #include "storage/InMemoryLineIndex.h"
 #include "storage/StorageTestSupport.h"
+#include "support/ManualExecutor.h"
 
 namespace quorin::search {
-
-// A build queue nobody pumps: the index stays at its first pass.
-class IdleExecutor final : public dispatch::Executor {
- public:
-  void async(dispatch::Task task) override { tasks_.push_back(std::move(task)); }
-
- private:
-  std::deque<dispatch::Task> tasks_;
-};
 
 // A document on disk with its piece table and a line index.
 struct SearchDoc {
@@ -32,7 +23,7 @@ struct SearchDoc {
     table = std::make_shared<storage::PieceTable>(testing::bufferOver(dir, text));
     storage::LineIndexBuildOptions options;
     if (!completeIndex) {
-      options.queue = std::make_shared<IdleExecutor>();
+      options.queue = std::make_shared<testing::ManualExecutor>();  // never pumped
       options.limits.firstPassLines = 3;
       options.limits.firstPassBytes = 64;
       options.limits.chunkBytes = 16;

@@ -174,31 +174,6 @@ TEST(LineIndexModel, RandomEditsDuringBuildMatchNaiveSplit) {
   }
 }
 
-TEST(LineIndex, NewlineTypedAtTenPercentShiftsLaterLines) {
-  std::string text;
-  for (int i = 0; i < 1000; ++i) text += "row " + std::to_string(1000 + i) + "\n";  // 9 bytes a line
-  LineIndexLimits limits;
-  limits.firstPassLines = 100;
-  limits.passLines = 100;
-  limits.chunkBytes = 64;
-  Fixture f(text, limits);
-  const auto before = f.index->snapshot();
-  EXPECT_EQ(before.knownLineCount(), 101);  // the first pass: about 10%
-  EXPECT_FALSE(before.isComplete);
-
-  f.index->apply(f.table->insert("\n", 450));  // inside line 50
-  const auto after = f.index->snapshot();
-  EXPECT_FALSE(before.isCurrent());
-  EXPECT_EQ(after.lineStart(50), 450);
-  EXPECT_EQ(after.lineStart(51), 451);
-  EXPECT_EQ(after.lineStart(101), 901);  // old line 100 (at 900) moved by one line and one byte
-
-  f.queue->runAll();
-  const auto done = f.index->snapshot();
-  EXPECT_TRUE(done.isComplete);
-  EXPECT_EQ(knownStarts(done), naiveStarts(testing::wholeText(*f.table), '\n'));
-}
-
 TEST(LineIndex, RestartMakesOldSnapshotsStaleAndRebuilds) {
   Fixture f("a\nb\nc\n");
   f.queue->runAll();
@@ -278,10 +253,9 @@ TEST(LineIndexTiers, DiskBackedGrowsManyTimesAndLeavesNothingBehind) {
 TEST(LineIndexTiers, UncreatableScratchFileFallsBackToMemory) {
   Fixture f("a\nb\n", tinyLimits(), LineIndexWindow::wholeDocument(),
             LineIndexTier::diskBacked("/nonexistent-dir/lineindex.bin", 10));
-  EXPECT_TRUE(
-      f.index->tierName().starts_with("1 (in-memory; tier-2 fallback: open(/nonexistent-dir/lineindex.bin"))
-      << f.index->tierName();
-  EXPECT_TRUE(f.index->tierName().ends_with(")"));
+  EXPECT_EQ(f.index->tierName(),
+            "1 (in-memory; tier-2 fallback: open(/nonexistent-dir/lineindex.bin) failed: No such file or "
+            "directory)");
   f.queue->runAll();
   EXPECT_EQ(knownStarts(f.index->snapshot()), (std::vector<int64_t>{0, 2, 4}));
 }

@@ -10,7 +10,6 @@
 
 #include "storage/DiskBackedLineOffsets.h"
 #include "storage/InMemoryLineOffsets.h"
-#include "storage/LineIndexTier.h"
 #include "support/TempDir.h"
 
 namespace quorin::storage {
@@ -116,15 +115,6 @@ TEST(LineOffsetStorageDiskBacked, FileSizeModeGrowthFailedGrowthAndRemoval) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-TEST(LineOffsetStorageDiskBacked, UncreatableScratchFileFallsBackToMemory) {
-  TempDir dir;
-  const fs::path path = dir.path() / "missing" / "lineindex.bin";
-  auto made = DiskBackedLineOffsets::create(path, 100);
-  ASSERT_FALSE(made);
-  EXPECT_EQ(made.error().kind, LineOffsetStorageError::Kind::open);
-  EXPECT_EQ(made.error().describe(), "open(" + path.string() + ") failed: No such file or directory");
-}
-
 TEST(LineOffsetStorageHandOver, CopiesEverythingAndLeavesSourceAlone) {
   TempDir dir;
   InMemoryLineOffsets memory, back;
@@ -162,14 +152,6 @@ TEST(LineOffsetStorageConcurrency, ReadersSeeWholeBatchesWhileStoreGrows) {
   for (auto& reader : readers) reader.join();
   EXPECT_EQ(faults, 0);
   EXPECT_EQ(store->count(), kBatch * kBatches);
-}
-
-TEST(LineIndexTierChoice, BoundaryAndScratchDirectory) {
-  const fs::path scratch = "/scratch/doc-1";
-  EXPECT_EQ(chooseLineIndexTier(1'599'999'919, scratch), LineIndexTier::inMemory());
-  EXPECT_EQ(chooseLineIndexTier(1'599'999'920, scratch),
-            LineIndexTier::diskBacked(scratch / "lineindex.bin", 24'000'000));
-  EXPECT_EQ(chooseLineIndexTier(1'599'999'920, std::nullopt), LineIndexTier::inMemory());
 }
 
 }  // namespace

@@ -36,36 +36,6 @@ TEST(PieceTable, EmptyDocument) {
   EXPECT_EQ(table->snapshot().pieces(), (std::vector<Piece>{{PieceSource::append, 0, 1}}));
 }
 
-TEST(PieceTable, DocumentStartsAfterTheByteOrderMark) {
-  TempDir dir;
-  PieceTable table(testing::bufferOver(dir, "\xEF\xBB\xBFhello"));
-  EXPECT_EQ(table.snapshot().pieces(), (std::vector<Piece>{{PieceSource::original, 3, 5}}));
-  EXPECT_EQ(wholeText(table), "hello");
-  EXPECT_EQ(table.byte(0), uint8_t{'h'});
-}
-
-TEST(PieceTable, InsertAtEdgesAndBoundariesLeavesNoEmptyPieces) {
-  TempDir dir;
-  auto table = tableOver(dir, "0123456789");
-  table->insert("<", 0);
-  table->insert(">", table->totalLength());
-  table->insert("|", 6);  // inside the original piece
-  table->insert("+", 6);  // exactly on the boundary before "|"
-  EXPECT_EQ(wholeText(*table), "<01234+|56789>");
-  for (const auto& piece : table->snapshot().pieces()) EXPECT_GT(piece.length, 0);
-  EXPECT_EQ(table->pieceCount(), 6u);
-  EXPECT_EQ(table->version(), 4);
-}
-
-TEST(PieceTable, NoOpEditsKeepTheVersion) {
-  TempDir dir;
-  auto table = tableOver(dir, digits(20));
-  EXPECT_EQ(table->insert("", 5), (EditResult{5, 0, 0, 0, 5, 0, {}}));
-  EXPECT_EQ(table->deleteRange({5, 5}).newVersion, 0);
-  EXPECT_EQ(table->deleteRange({20, 30}).newVersion, 0);
-  EXPECT_EQ(table->version(), 0);
-}
-
 TEST(PieceTable, EditResults) {
   TempDir dir;
   auto table = tableOver(dir, digits(200));
@@ -77,18 +47,6 @@ TEST(PieceTable, EditResults) {
   auto cr = std::make_unique<PieceTable>(testing::bufferOver(dir, "x\ry"));
   EXPECT_EQ(cr->insert("a\nb\n", 1).insertedNewlineOffsets, std::vector<int64_t>{});
   EXPECT_EQ(cr->insert("\r\r", 0).insertedNewlineOffsets, (std::vector<int64_t>{1, 2}));
-}
-
-TEST(PieceTable, DeleteAcrossPiecesKeepsTheOuterHalves) {
-  TempDir dir;
-  auto table = tableOver(dir, digits(30));
-  table->insert("AAAA", 10);
-  table->insert("BBBB", 20);
-  ASSERT_EQ(table->pieceCount(), 5u);
-  table->deleteRange({5, 30});  // from inside the first piece to inside the last
-  EXPECT_EQ(wholeText(*table), "01234" + digits(30).substr(22));
-  EXPECT_EQ(table->snapshot().pieces(),
-            (std::vector<Piece>{{PieceSource::original, 0, 5}, {PieceSource::original, 22, 8}}));
 }
 
 TEST(PieceTable, ImpossibleEditsStopTheProgram) {
@@ -171,18 +129,6 @@ TEST(PieceTable, AnEditDuringCompactionWins) {
     discarded += result.swapped ? 0 : 1;
   }
   EXPECT_GT(discarded, 0);
-}
-
-TEST(PieceTable, SnapshotKeepsReadingItsVersion) {
-  TempDir dir;
-  auto table = tableOver(dir, "hello world");
-  const auto before = table->snapshot();
-  table->deleteRange({0, 6});
-  table->insert("big ", 0);
-  table->compact(10);
-  EXPECT_EQ(wholeText(before), "hello world");
-  EXPECT_EQ(before.version(), 0);
-  EXPECT_EQ(wholeText(*table), "big world");
 }
 
 TEST(PieceTable, ReadsClampAndDecode) {

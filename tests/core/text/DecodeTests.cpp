@@ -44,13 +44,5 @@ TEST(Decode, Utf16Utf32AndLatin1) {
   EXPECT_EQ(decode("caf\xE9", isoLatin1), "caf\xC3\xA9");
 }
 
-TEST(DetectedEncoding, NamesRoundTripInDeclarationOrder) {
-  for (int i = 0; i < kDetectedEncodingCount; ++i) {
-    EXPECT_EQ(encodingFromName(name(static_cast<DetectedEncoding>(i))), static_cast<DetectedEncoding>(i));
-  }
-  EXPECT_EQ(name(isoLatin1), "isoLatin1");
-  EXPECT_EQ(encodingFromName("latin1"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace quorin::text

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <string>
 
@@ -154,26 +153,10 @@ TEST(Transcoding, SingleByteLegacyEncodingsKeepEveryByte) {
   }
 }
 
-TEST(Transcoding, MalformedInputIsReplacedCountedAndIndependentOfBlockSize) {
+// Arbitrary bytes in every encoding and block size are left to the encoding
+// fuzz target; here, known bad sequences and how many replacements they make.
+TEST(Transcoding, MalformedInputIsReplacedAndCounted) {
   testing::TempDir dir;
-  std::mt19937 random(20240315);
-  std::string noise(3000, '\0');
-  for (char& c : noise) c = static_cast<char>(random());
-  for (int e = 0; e < kDetectedEncodingCount; ++e) {
-    const auto encoding = static_cast<DetectedEncoding>(e);
-    SCOPED_TRACE(name(encoding));
-    const fs::path source = dir.write("noise-" + std::to_string(e), noise);
-    const std::string whole = decodeToUtf8(bytesOf(noise), encoding);
-    EXPECT_EQ(validUtf8Prefix(bytesOf(whole)), whole.size());
-    for (const size_t block : {1uz, 5uz, 1000uz}) {
-      const fs::path working = dir.path() / ("w-" + std::to_string(e) + "-" + std::to_string(block));
-      const auto summary = transcodeFileToUtf8(source, encoding, working, inBlocksOf(block));
-      ASSERT_TRUE(summary.has_value());
-      EXPECT_EQ(readFile(working), whole) << block;
-      EXPECT_EQ(summary->substitutions > 0, whole.find(kFFFD) != std::string::npos);
-    }
-  }
-
   // A lead byte with an invalid trail, an unassigned pair and a lead byte cut
   // off at the end of the file.
   const fs::path sjis = dir.write("bad-sjis.txt",
@@ -235,14 +218,6 @@ TEST(Transcoding, CancellationAndFailuresLeaveNoWorkingCopy) {
   struct stat st {};
   ASSERT_EQ(::stat((dir.path() / "w3").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
-}
-
-TEST(Transcoding, WorkingCopyNamesAreFreshUuids) {
-  const std::string a = newWorkingCopyFileName(), b = newWorkingCopyFileName();
-  EXPECT_NE(a, b);
-  EXPECT_EQ(a.size(), 36 + std::string_view("-utf8-working.txt").size());
-  EXPECT_TRUE(a.ends_with("-utf8-working.txt"));
-  EXPECT_EQ(a[14], '4');  // a version-4 (random) UUID
 }
 
 }  // namespace
