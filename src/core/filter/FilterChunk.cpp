@@ -204,8 +204,8 @@ class ChunkEvaluator {
   }
 
   void markBookmarks() {
-    if (!f_.includeBookmarked && !f_.excludeBookmarked) return;
-    const auto marks = job_.context.bookmarkedLines;
+    if ((!f_.includeBookmarked && !f_.excludeBookmarked) || !job_.context.bookmarkedLines) return;
+    const auto& marks = *job_.context.bookmarkedLines;
     for (auto it = std::lower_bound(marks.begin(), marks.end(), firstLine_);
          it != marks.end() && *it < endLine_; ++it) {
       if (f_.includeBookmarked) setBit(inc_, *it - firstLine_);

@@ -4,8 +4,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
+#include <vector>
 
 #include "dispatch/WorkerPool.h"
 #include "filter/CompiledFilter.h"
@@ -29,6 +29,9 @@ struct FilterLimits {
   // that stops at endLine before the document's end is incomplete.
   int64_t firstLine = 0;
   std::optional<int64_t> endLine;
+  // How far above the old end appended lines are evaluated again from (a
+  // live filter's): the longest message followed back across the old end.
+  int64_t appendSlackLines = 1024;
 };
 
 // What a filter reads besides the text.
@@ -38,7 +41,8 @@ struct FilterContext {
   // a clock time alone). Without it lines have no times.
   std::shared_ptr<const logs::LogIndexData> logData;
   logs::SeverityRules rules;
-  std::span<const int64_t> bookmarkedLines;  // ascending, 0-based
+  // The bookmarked lines, ascending, 0-based (none when null).
+  std::shared_ptr<const std::vector<int64_t>> bookmarkedLines;
   int64_t snapshotVersion = 0;
 };
 

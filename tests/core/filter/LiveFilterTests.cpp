@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "filter/FilterTestSupport.h"
+#include "filter/LiveFilter.h"
+#include "search/SearchTestSupport.h"
+#include "support/ManualExecutor.h"
+
+namespace quorin::filter {
+namespace {
+
+std::shared_ptr<logs::LogIndexData> isoLog() {
+  auto data = std::make_shared<logs::LogIndexData>();
+  data->format = logs::TimestampFormat::iso8601;
+  data->firstYear = 2026;
+  return data;
+}
+
+FilterLimits smallLimits() {
+  FilterLimits limits;
+  limits.chunkLines = 64;
+  limits.windowBytes = 64;
+  limits.maxLineBytes = kMaxLineBytes;
+  limits.appendSlackLines = 16;  // so that appends merge over the earlier rows
+  return limits;
+}
+
+logs::LogSource sourceOf(const search::SearchDoc& doc) {
+  return {doc.table->snapshot(), doc.index->snapshot()};
+}
+
+std::vector<bool> shown(const FilterProjection& projection) {
+  std::vector<bool> lines(static_cast<size_t>(projection.linesEvaluated()));
+  for (size_t i = 0; i < lines.size(); ++i) lines[i] = projection.isVisible(static_cast<int64_t>(i));
+  return lines;
+}
+
+// What evaluating the whole document from scratch shows.
+std::vector<bool> fromScratch(const FilterOptions& options, const search::SearchDoc& doc) {
+  const auto compiled = compileFilter(options);
+  return shown(*evaluateFilter(*compiled, sourceOf(doc), {isoLog()}, smallLimits()).projection);
+}
+
+struct Harness {
+  std::shared_ptr<testing::ManualExecutor> worker = std::make_shared<testing::ManualExecutor>();
+  std::shared_ptr<testing::ManualExecutor> main = std::make_shared<testing::ManualExecutor>();
+  std::vector<std::shared_ptr<const FilterProjection>> published;
+  std::shared_ptr<LiveFilter> filter = LiveFilter::create(
+      worker, main,
+      [this](auto projection, const FilterStatus&) { published.push_back(std::move(projection)); },
+      smallLimits());
+
+  void settle() {
+    while (worker->runOne() || main->runOne()) {
+    }
+  }
+};
+
+TEST(LiveFilter, AppendedLinesAndEditsEndWhereAFreshEvaluationWould) {
+  std::mt19937 random(77);
+  for (int round = 0; round < 25; ++round) {
+    const Doc before = randomLog(random);
+    const Doc more = randomLog(random);
+    const FilterOptions options = randomOptions(random);
+    if (!compileFilter(options)) continue;
+    const search::SearchDoc old(before.text);
+    Harness h;
+    ASSERT_TRUE(h.filter->start(options, sourceOf(old), {isoLog()}).has_value());
+    h.settle();
+    ASSERT_EQ(shown(*h.filter->projection()), fromScratch(options, old)) << "round " << round;
+
+    // A followed file grows.
+    const search::SearchDoc grown(before.text + more.text);
+    h.filter->noteAppend(sourceOf(grown), 2);
+    h.settle();
+    ASSERT_EQ(shown(*h.filter->projection()), fromScratch(options, grown)) << "round " << round;
+
+    // A line break typed in the middle: spliced at once, exact once evaluated.
+    const size_t at = grown.table->snapshot().totalLength() / 2;
+    std::string text = before.text + more.text;
+    text.insert(at, "\n");
+    const search::SearchDoc edited(text);
+    storage::EditResult edit{.docByteStart = static_cast<int64_t>(at),
+                             .bytesInserted = 1,
+                             .netByteDelta = 1,
+                             .insertedNewlineOffsets = {static_cast<int64_t>(at) + 1}};
+    h.filter->noteEdit(edit, sourceOf(edited), 3);
+    ASSERT_EQ(h.filter->projection()->linesEvaluated(), edited.index->snapshot().knownLineCount());
+    EXPECT_EQ(h.filter->projection()->snapshotVersion(), 3);
+    h.settle();
+    ASSERT_EQ(shown(*h.filter->projection()), fromScratch(options, edited)) << "round " << round;
+  }
+}
+
+TEST(LiveFilter, ANewFilterSupersedesOneStillQueued) {
+  const search::SearchDoc doc("2026-03-20 10:00:00 ERROR a\n2026-03-20 10:00:01 INFO b\n");
+  Harness h;
+  FilterOptions errors, infos;
+  errors.rules = {{true, RuleAction::include, PatternCondition{{"ERROR"}}}};
+  infos.rules = {{true, RuleAction::include, PatternCondition{{"INFO"}}}};
+  ASSERT_TRUE(h.filter->start(errors, sourceOf(doc), {isoLog()}).has_value());
+  ASSERT_TRUE(h.filter->start(infos, sourceOf(doc), {isoLog()}).has_value());
+  h.settle();
+  ASSERT_EQ(h.published.size(), 1u);
+  EXPECT_EQ(h.published[0]->options(), infos);
+  EXPECT_EQ(shown(*h.published[0]), (std::vector<bool>{false, true, false}));
+  EXPECT_FALSE(h.filter->status().computing);
+}
+
+TEST(LiveFilter, ABrokenRuleIsReportedAndTheOthersStillWork) {
+  const search::SearchDoc doc("ERROR a\nINFO b\n");
+  Harness h;
+  FilterOptions options;
+  options.rules = {{true, RuleAction::include, PatternCondition{{"(unclosed", true, false, true}}},
+                   {true, RuleAction::include, PatternCondition{{"INFO"}}}};
+  const auto errors = h.filter->start(options, sourceOf(doc), {});
+  ASSERT_TRUE(errors.has_value());
+  EXPECT_TRUE((*errors)[0].starts_with("Invalid regex: ")) << (*errors)[0];
+  EXPECT_EQ((*errors)[1], "");
+  h.settle();
+  EXPECT_EQ(shown(*h.filter->projection()), (std::vector<bool>{false, true, false}));
+
+  FilterOptions reversed;
+  reversed.rules = {{true, RuleAction::include, TimeWindowCondition{"2026-03-20 12:00", "2026-03-20 11:00"}}};
+  const auto refused = h.filter->start(reversed, sourceOf(doc), {});
+  ASSERT_FALSE(refused.has_value());
+  EXPECT_EQ(refused.error().describe(), kWindowReversedMessage);
+  EXPECT_EQ(h.filter->projection()->options(), options);  // unchanged
+}
+
+}  // namespace
+}  // namespace quorin::filter
