@@ -66,7 +66,7 @@ std::expected<TimeJump, TimeRefusal> resolveTime(const LogIndexData& data, const
   LineHeads lines(source);
   // The first timestamp stands in for the caret's where only its zone and
   // whether the log has dates matter.
-  const auto first = firstHeadAtOrAfter(data, lines, INT64_MIN + 1);
+  const auto first = firstHeadAtOrAfter(data, source, INT64_MIN + 1);
   if (data.timedLines == 0 || !first) return refuse(TimeRefusal::Kind::notIndexed);
   const auto caret = headAtOrAbove(data, lines, std::max<int64_t>(caretLine, 0));
 
@@ -87,7 +87,7 @@ std::expected<TimeJump, TimeRefusal> resolveTime(const LogIndexData& data, const
     target = targetMicros(time, reference, caretWallDay);
   }
 
-  if (const auto head = firstHeadAtOrAfter(data, lines, target)) return TimeJump{head->line, false, {}};
+  if (const auto head = firstHeadAtOrAfter(data, source, target)) return TimeJump{head->line, false, {}};
 
   // Every indexed time is earlier: the last line, and say why.
   LineTime last = first->time;
