@@ -16,6 +16,7 @@ constexpr int64_t kMicrosPerDay = 86'400 * kMicrosPerSecond;
 // Lines past the index read back, one by one, before the search goes on
 // from the index's last block.
 constexpr int64_t kUnindexedReadBack = 2 * kLogBlockLines;
+constexpr int64_t kScanSliceLines = 256;
 
 int64_t floorDiv(int64_t a, int64_t b) {
   const int64_t q = a / b;
@@ -175,12 +176,18 @@ std::optional<HeadLine> firstHeadAtOrAfter(const LogIndexData& data, const LogSo
     if (block.maxMicros == kNoTime || block.maxMicros < micros) continue;
     BlockClock clock(data, index);
     std::optional<HeadLine> found;
-    reader.forEachLine(block.firstLine, block.firstLine + block.lineCount,
-                       [&](int64_t line, std::string_view text) {
-                         if (found) return;
-                         const auto time = clock.parse(text);
-                         if (time && time->micros >= micros) found = HeadLine{line, *time};
-                       });
+    const int64_t end = block.firstLine + block.lineCount;
+    // In slices, so that an answer near the block's start reads little.
+    for (int64_t from = block.firstLine; from < end && !found; from += kScanSliceLines) {
+      const bool read = reader.forEachLine(from, std::min(from + kScanSliceLines, end),
+                                           [&](int64_t line, std::string_view text) {
+                                             if (found) return;
+                                             const auto time = clock.parse(text);
+                                             if (time && time->micros >= micros)
+                                               found = HeadLine{line, *time};
+                                           });
+      if (!read) break;
+    }
     if (found) return found;
   }
   return std::nullopt;
