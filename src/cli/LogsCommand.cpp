@@ -213,7 +213,8 @@ int runLogs(std::span<const std::string> args, std::ostream& out, std::ostream& 
   const Summary summary = summarize(data, source);
   if (interruptRequested()) return kExitInterrupted;
   std::optional<logs::Timeline> timeline;
-  if (buckets) timeline = logs::buildTimeline(data, *buckets);
+  if (buckets)
+    timeline = logs::buildTimeline(data, *buckets, summary.first ? summary.first->offsetSeconds : 0);
 
   if (parsed->has("--json")) {
     printJson(path, data, summary, timeline, out);

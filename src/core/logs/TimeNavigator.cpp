@@ -74,7 +74,8 @@ std::expected<TimeJump, TimeRefusal> resolveTime(const LogIndexData& data, const
   int64_t target = 0;
   if (const auto* offset = std::get_if<TimeOffsetTarget>(&input)) {
     if (!caret) return refuse(TimeRefusal::Kind::caretWithoutTime);
-    const double micros = std::clamp(offset->seconds * 1e6, -kLongestOffsetMicros, kLongestOffsetMicros);
+    const double seconds = std::isfinite(offset->seconds) ? offset->seconds : 0.0;
+    const double micros = std::clamp(seconds * 1e6, -kLongestOffsetMicros, kLongestOffsetMicros);
     target = caret->time.micros + std::llround(micros);
   } else {
     const TimeTarget& time = std::get<TimeTarget>(input);
