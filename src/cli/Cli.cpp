@@ -6,6 +6,7 @@
 
 #include "CompareCommand.h"
 #include "CsvCommand.h"
+#include "FilterCommand.h"
 #include "FollowCommand.h"
 #include "GotoCommand.h"
 #include "IndexCommand.h"
@@ -88,6 +89,24 @@ constexpr std::array kCommands = {
             "  --json         one JSON object\n"
             "exit status: 0 done, 2 error, 130 interrupted\n",
             &runLogs},
+    Command{"filter",
+            "[-e PATTERN]... [-v PATTERN]... [--regex] [-i] [-w] [--level LEVEL] [--from TIME] [--to TIME] "
+            "[-B N] [-A N] [--messages] [--count|--json] FILE",
+            "print the lines a filter shows, with their original line numbers",
+            "  -e PATTERN     show lines matching PATTERN (repeatable; any of them)\n"
+            "  -v PATTERN     hide lines matching PATTERN (repeatable)\n"
+            "  --regex        patterns are regular expressions (PCRE2 syntax)\n"
+            "  -i             ignore case\n"
+            "  -w             whole words only\n"
+            "  --level LEVEL  only messages at LEVEL or above (trace … fatal)\n"
+            "  --from TIME    only messages at or after TIME (the Go to Time forms)\n"
+            "  --to TIME      only messages at or before TIME (a minute or a day given whole)\n"
+            "  -B N, -A N     also N lines before / after each shown line\n"
+            "  --messages     show whole messages (a line and its continuation lines)\n"
+            "  --count        print only the number of lines shown\n"
+            "  --json         one JSON object with the shown lines\n"
+            "exit status: 0 a line is shown, 1 none, 2 error, 130 interrupted\n",
+            &runFilter},
     Command{"follow", "[--from-start] [--json] FILE",
             "print what is appended to FILE as it arrives (like tail -F)",
             "  --from-start  print the file's present content first\n"

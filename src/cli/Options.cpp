@@ -12,6 +12,14 @@ std::optional<std::string> ParsedOptions::value(std::string_view name) const {
   return it->second;
 }
 
+std::vector<std::string> ParsedOptions::values(std::string_view name) const {
+  std::vector<std::string> found;
+  for (const auto& [option, value] : inOrder) {
+    if (option == name) found.push_back(value);
+  }
+  return found;
+}
+
 std::expected<ParsedOptions, std::string> parseOptions(std::span<const std::string> args,
                                                        std::span<const OptionSpec> specs) {
   ParsedOptions parsed;
@@ -44,6 +52,7 @@ std::expected<ParsedOptions, std::string> parseOptions(std::span<const std::stri
     } else {
       return std::unexpected("option '" + std::string(name) + "' needs a value");
     }
+    parsed.inOrder.emplace_back(name, parsed.options[std::string(name)]);
   }
   return parsed;
 }

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quorin::cli {
@@ -19,10 +20,13 @@ struct OptionSpec {
 
 struct ParsedOptions {
   std::vector<std::string> positionals;
-  std::map<std::string, std::string, std::less<>> options;  // a flag maps to ""
+  std::map<std::string, std::string, std::less<>> options;   // a flag maps to ""; the last value wins
+  std::vector<std::pair<std::string, std::string>> inOrder;  // every option as given, repeats included
 
   bool has(std::string_view name) const { return options.contains(name); }
   std::optional<std::string> value(std::string_view name) const;
+  // Every value of an option that may be repeated ("-e A -e B"), in order.
+  std::vector<std::string> values(std::string_view name) const;
 };
 
 // Splits a subcommand's arguments into options and positionals. Options may

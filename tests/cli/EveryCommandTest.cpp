@@ -20,8 +20,8 @@ extern char** environ;
 namespace quorin::cli {
 namespace {
 
-const std::vector<std::string> kCommands = {"info", "index", "search", "replace", "compare",
-                                            "csv",  "goto",  "follow", "recover", "logs"};
+const std::vector<std::string> kCommands = {"info", "index",  "search",  "replace", "compare", "csv",
+                                            "goto", "follow", "recover", "logs",    "filter"};
 
 TEST(EveryCommandTest, HelpPrintsUsageOptionsAndExitStatusesToStdout) {
   const Outcome tool = run({"--help"});
@@ -89,6 +89,8 @@ TEST(EveryCommandTest, ExitStatusesFollowGrepAndErrorsUseTheEditorsWords) {
       {{"csv", f.table}, 0, ""},
       {{"goto", "-30s"}, 0, ""},
       {{"logs", f.log}, 0, ""},
+      {{"filter", "-e", "ERROR", f.log}, 0, ""},
+      {{"filter", "-e", "FATAL", f.log}, 1, ""},
       {{"recover", "--json", f.missing}, 2, "*"},
       // 2: errors, each as "quorin-cli: " and the message the editor shows.
       {{"info", f.missing}, 2, "quorin-cli: " + noSuchFile + "\n"},
@@ -103,6 +105,10 @@ TEST(EveryCommandTest, ExitStatusesFollowGrepAndErrorsUseTheEditorsWords) {
       {{"follow", f.missing}, 2, "*"},
       {{"logs", f.missing}, 2, "quorin-cli: " + noSuchFile + "\n"},
       {{"goto", "--file", f.missing, "1"}, 2, "quorin-cli: " + noSuchFile + "\n"},
+      {{"filter", "--regex", "-e", "a(", f.log},
+       2,
+       "quorin-cli: Invalid regex: missing closing parenthesis\n"},
+      {{"filter", "--level", "loud", f.log}, 2, "*"},
       // Usage mistakes.
       {{"search", "x"}, 2, "*"},
       {{"compare", f.log, f.same, f.other}, 2, "*"},
@@ -134,6 +140,7 @@ TEST(EveryCommandTest, JsonIsOneObjectPerLineOnStdout) {
       {"goto", "nonsense"},
       {"goto", "--file", f.log, "2"},
       {"logs", "--histogram", "4", f.log},
+      {"filter", "-e", "ERROR", "-A", "1", f.log},
       {"recover", f.missing},
       {"replace", "--dry-run", "INFO", "x", f.log},
   };

@@ -33,6 +33,9 @@ class LineHits final : public search::MatchCollector {
   size_t cursor_ = 0;
 };
 
+// A time as the log's own clock shows it: windows are typed in it.
+int64_t wallMicros(const logs::LineTime& time) { return time.micros + int64_t{time.offsetSeconds} * 1'000'000; }
+
 // The message a line belongs to, as far as levels and times go.
 struct Message {
   logs::Level level = logs::Level::none;
@@ -159,7 +162,7 @@ class ChunkEvaluator {
     const bool head = !parser_ || parser_->parseInto(text, time);
     if (head) {
       message_.seenHead = true;
-      message_.micros = parser_ ? time.micros : logs::kNoTime;
+      message_.micros = parser_ ? wallMicros(time) : logs::kNoTime;
       if (f_.needsLevels()) message_.level = job_.context.rules.detect(text, parser_ ? time.end : 0);
       setBit(out_.heads, index);
     } else if (!message_.seenHead && firstLine_ + index == 0 && f_.needsLevels()) {
@@ -196,7 +199,7 @@ class ChunkEvaluator {
       logs::LineTime time;
       if (fresh.parseInto(text, time)) {
         message_ = {f_.needsLevels() ? job_.context.rules.detect(text, time.end) : logs::Level::none,
-                    time.micros, true};
+                    wallMicros(time), true};
         return;
       }
       if (l == 0 && f_.needsLevels()) message_.level = job_.context.rules.detect(text, 0);
