@@ -7,6 +7,7 @@
 #include "base/PageAligned.h"
 #include "logs/SeverityRules.h"
 #include "logs/TimestampParser.h"
+#include "search/ByteSearch.h"
 
 namespace quorin::filter {
 namespace {
@@ -34,7 +35,36 @@ class LineHits final : public search::MatchCollector {
 };
 
 // A time as the log's own clock shows it: windows are typed in it.
-int64_t wallMicros(const logs::LineTime& time) { return time.micros + int64_t{time.offsetSeconds} * 1'000'000; }
+int64_t wallMicros(const logs::LineTime& time) {
+  return time.micros + int64_t{time.offsetSeconds} * 1'000'000;
+}
+
+// The same without the lines' starts: line breaks are counted only up to
+// each match, so a window where nothing matches costs no per-line work.
+class CountingLineHits final : public search::MatchCollector {
+ public:
+  CountingLineHits(const uint8_t* data, uint8_t terminator, LineWords& words, int64_t firstIndex,
+                   const std::function<bool()>& shouldStop)
+      : data_(data), terminator_(terminator), words_(words), index_(firstIndex), shouldStop_(shouldStop) {}
+
+  bool add(size_t start, size_t) override {
+    if (start > at_) {
+      index_ += static_cast<int64_t>(search::countByte(data_ + at_, start - at_, terminator_));
+      at_ = start;
+    }
+    setBit(words_, index_);
+    return true;
+  }
+  bool keepGoing() override { return !shouldStop_(); }
+
+ private:
+  const uint8_t* data_;
+  const uint8_t terminator_;
+  LineWords& words_;
+  int64_t index_;
+  const std::function<bool()>& shouldStop_;
+  size_t at_ = 0;
+};
 
 // The message a line belongs to, as far as levels and times go.
 struct Message {
@@ -103,10 +133,24 @@ class ChunkEvaluator {
       want = std::min(want * 4, std::max(job_.limits.maxLineBytes, want));
     }
     piece_ = piece;
-    splitLines(piece);
-    evaluateWindow(line - firstLine_);
-    line += static_cast<int64_t>(starts_.size()) - 1;
+    if (f_.needsMessages()) {
+      splitLines(piece);
+      evaluateWindow(line - firstLine_);
+      line += static_cast<int64_t>(starts_.size()) - 1;
+    } else {
+      // Patterns alone: the line index says how many lines the window held.
+      starts_.clear();
+      evaluateWindow(line - firstLine_);
+      line = piece ? line + 1 : linesBefore(windowEnd);
+    }
     return std::max(windowEnd, pos + 1);
+  }
+
+  // The number of lines that start before `offset`, a line start or the document's end.
+  int64_t linesBefore(int64_t offset) const {
+    const auto& lines = job_.source.lines;
+    const int64_t at = lines.lineContaining(offset).value_or(0);
+    return lines.lineStart(at) == offset ? at : at + 1;
   }
 
   void read(int64_t from, int64_t to) {
@@ -133,8 +177,8 @@ class ChunkEvaluator {
   }
 
   void evaluateWindow(int64_t firstIndex) {
-    const size_t count = starts_.size() - 1;
     if (f_.needsMessages()) {
+      const size_t count = starts_.size() - 1;
       for (size_t i = 0; i < count; ++i) {
         const auto* begin = reinterpret_cast<const char*>(buffer_.data()) + starts_[i];
         const size_t length = std::min<size_t>(starts_[i + 1] - starts_[i], logs::kUserRuleWindowBytes);
@@ -150,8 +194,13 @@ class ChunkEvaluator {
       // Windows hold whole lines, so their edges are line edges, as at the
       // document's ends; a piece of a very long line ends cut.
       search::ScanWindow w{buffer_.data(), buffer_.size(), 0, buffer_.size(), job_.terminator, true, !piece_};
-      LineHits hits(starts_, words, firstIndex, job_.shouldStop);
-      matcher.makeScanner()->scan(w, hits);
+      if (starts_.empty()) {
+        CountingLineHits hits(buffer_.data(), job_.terminator, words, firstIndex, job_.shouldStop);
+        matcher.makeScanner()->scan(w, hits);
+      } else {
+        LineHits hits(starts_, words, firstIndex, job_.shouldStop);
+        matcher.makeScanner()->scan(w, hits);
+      }
     };
     for (const auto& matcher : f_.includes) scanWith(*matcher, inc_);
     for (const auto& matcher : f_.excludes) scanWith(*matcher, exc_);
