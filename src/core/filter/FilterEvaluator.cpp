@@ -7,6 +7,7 @@
 #include "base/ByteCount.h"
 #include "dispatch/Clock.h"
 #include "filter/FilterChunk.h"
+#include "filter/LevelFromIndex.h"
 #include "filter/LineBits.h"
 #include "search/QueryText.h"
 #include "text/LineEnding.h"
@@ -105,6 +106,16 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
     }
   };
 
+  dispatch::WorkerPool& workers = pool != nullptr ? *pool : dispatch::WorkerPool::shared();
+  if (start == 0 && total == documentLines) {
+    if (auto words = levelFromIndex(job, total, workers)) {
+      // Whole messages already: a level applies to the message.
+      LineWords shown = withContext(*words, total, filter.options.contextBefore, filter.options.contextAfter);
+      if (progress) progress({total, total});
+      return finish(std::move(shown), total, true);
+    }
+  }
+
   const int64_t chunkLines = std::max<int64_t>(64, (limits.chunkLines + 63) / 64 * 64);
   const auto chunks = static_cast<size_t>((total - start + chunkLines - 1) / chunkLines);
   std::vector<ChunkOutput> outputs(chunks);
@@ -112,7 +123,6 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
     const int64_t first = start + static_cast<int64_t>(i) * chunkLines;
     outputs[i] = evaluateChunk(job, first, std::min(first + chunkLines, total));
   };
-  dispatch::WorkerPool& workers = pool != nullptr ? *pool : dispatch::WorkerPool::shared();
   if (chunks == 1) {
     body(0);
   } else if (chunks > 1) {

@@ -112,8 +112,8 @@ void LiveFilter::noteAppend(logs::LogSource after, int64_t newVersion) {
     return;
   }
   const auto& options = compiled_->options;
-  const int64_t firstLine = std::max<int64_t>(
-      0, current->linesEvaluated() - 1 - limits_.appendSlackLines - options.contextBefore - options.contextAfter);
+  const int64_t firstLine = std::max<int64_t>(0, current->linesEvaluated() - 1 - limits_.appendSlackLines -
+                                                     options.contextBefore - options.contextAfter);
   schedule(std::move(after), firstLine, current);
 }
 

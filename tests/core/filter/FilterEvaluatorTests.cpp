@@ -143,5 +143,27 @@ TEST(FilterEvaluator, AgreesWithALineByLineReferenceOnRandomLogsAndRules) {
   }
 }
 
+TEST(FilterEvaluator, LevelsFromTheLogIndexMatchTheReference) {
+  std::mt19937 random(99);
+  dispatch::WorkerPool pool(2);
+  for (int round = 0; round < 40; ++round) {
+    const Doc doc = randomLog(random);
+    const search::SearchDoc searchDoc(doc.text);
+    const logs::LogSource source{searchDoc.table->snapshot(), searchDoc.index->snapshot()};
+    FilterOptions options;
+    options.rules = {{true, RuleAction::include, LevelCondition{static_cast<Level>(5 + random() % 4)}}};
+    options.contextAfter = random() % 2;
+    auto data = std::make_shared<const logs::LogIndexData>(logs::buildLogIndex(
+        source, {}, {.modificationYear = 2026, .chunkLines = logs::kLogBlockLines}, &pool));
+    const auto result = evaluateFilter(*compileFilter(options), source, {data}, {}, nullptr, nullptr, &pool);
+    const std::vector<bool> expected = reference(doc, options, {});
+    ASSERT_EQ(result.projection->linesEvaluated(), static_cast<int64_t>(expected.size()));
+    for (size_t i = 0; i < expected.size(); ++i) {
+      ASSERT_EQ(result.projection->isVisible(static_cast<int64_t>(i)), expected[i])
+          << "round " << round << " line " << i << ": " << doc.lines[i];
+    }
+  }
+}
+
 }  // namespace
 }  // namespace quorin::filter
