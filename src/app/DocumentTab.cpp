@@ -130,6 +130,7 @@ void DocumentTab::startLogIndex() {
                              [self = QPointer(this)](std::shared_ptr<const logs::LogIndexData> data) {
                                if (!self || !data) return;
                                self->logData_ = std::move(data);
+                               self->view_->setLogData(self->logData_, self->rules_);
                                emit self->logDataChanged();
                              });
   const logs::LogSource source = logSource();
