@@ -248,7 +248,8 @@ std::optional<LineTime> parseAccessLog(std::string_view line) {
         tail.end >= static_cast<int32_t>(line.size()) || line[static_cast<size_t>(tail.end)] != ']')
       continue;
     const int64_t micros = headMicros(h) + tail.micros - int64_t{tail.offsetMinutes} * kMicrosPerMinute;
-    return LineTime{micros, tail.zoned, true, true, static_cast<int32_t>(h.begin), tail.end};
+    return LineTime{
+        micros, tail.zoned, true, true, static_cast<int32_t>(h.begin), tail.end, tail.offsetMinutes * 60};
   }
   return std::nullopt;
 }
@@ -270,7 +271,7 @@ std::optional<LineTime> parseEpoch(std::string_view line, bool millis) {
     micros = value * kMicrosPerSecond + fraction(c, false);
     if (c.digitAt(0)) return std::nullopt;
   }
-  return LineTime{micros, true, true, true, static_cast<int32_t>(begin), static_cast<int32_t>(c.i)};
+  return LineTime{micros, true, true, true, static_cast<int32_t>(begin), static_cast<int32_t>(c.i), 0};
 }
 
 }  // namespace
@@ -338,6 +339,7 @@ bool parseSplit(TimestampFormat format, std::string_view line, int32_t yearForYe
   time.hasYear = h.hasYear;
   time.begin = static_cast<int32_t>(h.begin);
   time.end = end;
+  time.offsetSeconds = split.tail.offsetMinutes * 60;
   return true;
 }
 

@@ -46,6 +46,10 @@ struct LineTime {
   bool hasYear = false;
   // Byte span of the timestamp in the line (brackets and priority excluded).
   int32_t begin = 0, end = 0;
+  // The zone's offset east of UTC as written (+05:30 is 19800); 0 for Z,
+  // epoch numbers and times without a zone. micros + offsetSeconds is the
+  // wall time the line shows.
+  int32_t offsetSeconds = 0;
   bool operator==(const LineTime&) const = default;
 };
 

@@ -74,6 +74,7 @@ bool TimestampParser::parseWith(TimestampFormat format, std::string_view line, L
         time.hasYear = cache_.time.hasYear;
         time.begin = cache_.time.begin;
         time.end = tail.end;
+        time.offsetSeconds = tail.offsetMinutes * 60;
         return true;
       }
     }

@@ -131,6 +131,11 @@ TEST(TimestampParserTest, ReusesTheMinuteButReadsSecondsZoneAndMeridiem) {
   const auto zoned = iso.parse("2026-11-23 10:00:03+01:00 c");
   EXPECT_EQ(zoned->micros, at(2026, 11, 23, 9, 0, 3));
   EXPECT_TRUE(zoned->zoned);
+  EXPECT_EQ(zoned->offsetSeconds, 3600);
+  // The same minute with another zone: the offset is read again, not reused.
+  EXPECT_EQ(iso.parse("2026-11-23 10:00:04-05:30 c")->offsetSeconds, -19800);
+  EXPECT_EQ(iso.parse("2026-11-23 10:00:05Z c")->offsetSeconds, 0);
+  EXPECT_EQ(parseTimestamp(F::accessLog, "[10/Oct/2026:13:55:36 -0700]", 0)->offsetSeconds, -25200);
   EXPECT_FALSE(iso.parse("2026-11-23 10:00:99 bad"));
   EXPECT_FALSE(iso.parse("    at Main.run(Main.java:1)"));
   EXPECT_EQ(iso.parse("2026-11-23 10:01:00 d")->micros, at(2026, 11, 23, 10, 1));
