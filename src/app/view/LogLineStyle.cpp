@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "logs/TimeNavigator.h"
+
 namespace quorin::app {
 namespace {
 
@@ -87,15 +89,20 @@ LineLogStyle LogLineStyler::ownStyle(const TextLines& lines, const VisibleLine& 
 logs::Level LogLineStyler::messageLevelAbove(const TextLines& lines, const VisibleLine& row) {
   if (const auto cached = messageCache_.find(row.lineStart); cached != messageCache_.end())
     return cached->second;
-  logs::TimestampParser parser(*data_->format, data_->firstYear);
   logs::Level level = logs::Level::none;
-  std::optional<int64_t> start = lines.previousLineStart(row.lineStart);
-  for (int i = 0; start && i < kMessageLookBack; ++i, start = lines.previousLineStart(*start)) {
-    const VisibleLine above{*start, lines.contentEnd(*start), std::nullopt};
-    const LineLogStyle style = ownStyle(lines, above, parser);
-    if (style.head) {
-      level = style.level;
-      break;
+  if (row.lineNumber) {
+    const logs::LogSource source{.text = lines.text(), .lines = lines.lines()};
+    level = logs::messageAt(*data_, source, rules_, *row.lineNumber).level;
+  } else {
+    // Past the lines the line index has counted: look up a bounded way.
+    logs::TimestampParser parser(*data_->format, data_->firstYear);
+    std::optional<int64_t> start = lines.previousLineStart(row.lineStart);
+    for (int i = 0; start && i < kMessageLookBack; ++i, start = lines.previousLineStart(*start)) {
+      const LineLogStyle style = ownStyle(lines, {*start, lines.contentEnd(*start), std::nullopt}, parser);
+      if (style.head) {
+        level = style.level;
+        break;
+      }
     }
   }
   if (messageCache_.size() > 256) messageCache_.clear();
