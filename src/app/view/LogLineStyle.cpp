@@ -135,7 +135,7 @@ std::vector<LineLogStyle> LogLineStyler::style(const TextLines& lines, std::span
   return styles;
 }
 
-QColor LevelColors::word(logs::Level level, const QPalette& palette) {
+QColor LogLineColors::word(logs::Level level, const QPalette& palette) {
   const QColor base = palette.color(QPalette::Base);
   const QColor text = palette.color(QPalette::Text);
   switch (level) {
@@ -152,7 +152,7 @@ QColor LevelColors::word(logs::Level level, const QPalette& palette) {
   return text;
 }
 
-QColor LevelColors::lineTint(logs::Level level, const QPalette& palette) {
+QColor LogLineColors::lineTint(logs::Level level, const QPalette& palette) {
   if (level < logs::Level::warning) return Qt::transparent;
   QColor tint = word(level, palette);
   // Faint: the text stays the thing to read; dark backgrounds need a little more.
@@ -161,7 +161,7 @@ QColor LevelColors::lineTint(logs::Level level, const QPalette& palette) {
   return tint;
 }
 
-QColor LevelColors::timestamp(const QPalette& palette) {
+QColor LogLineColors::timestamp(const QPalette& palette) {
   return blend(palette.color(QPalette::Base), palette.color(QPalette::Text), 0.55);
 }
 
