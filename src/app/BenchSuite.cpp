@@ -156,6 +156,11 @@ void tourLogLevels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   tab->stepToMessage(logs::Level::error, true);
   pump(200);
   shots.take(window, QStringLiteral("log-levels"));
+  tab->goToField()->activateTime();
+  tab->goToField()->setText(QStringLiteral("09:14:30"));
+  pump(100);
+  shots.take(window, QStringLiteral("go-to-time"));
+  tab->goToField()->go();
   QPalette dark;
   dark.setColor(QPalette::Window, QColor(0x2b, 0x2d, 0x31));
   dark.setColor(QPalette::WindowText, QColor(0xdf, 0xe1, 0xe5));

@@ -157,7 +157,7 @@ QColor LogLineColors::lineTint(logs::Level level, const QPalette& palette) {
   QColor tint = word(level, palette);
   // Faint: the text stays the thing to read; dark backgrounds need a little more.
   const double alpha = level == logs::Level::warning ? 0.10 : 0.14;
-  tint.setAlphaF(static_cast<float>(isDark(palette) ? alpha * 1.6 : alpha));
+  tint.setAlphaF(static_cast<float>(isDark(palette) ? alpha * 1.3 : alpha));
   return tint;
 }
 
