@@ -43,20 +43,26 @@ struct GeneratedLog {
 };
 
 struct Tab {
-  explicit Tab(std::string_view text, const std::string& name = "app.log") {
+  // `firstPassLines`: the tab opens while the line index knows only these lines.
+  explicit Tab(std::string_view text, const std::string& name = "app.log", int64_t firstPassLines = 0) {
     document::OpenOptions options;
     options.mainQueue = &main;
     options.watchFile = false;
     options.watchMemoryPressure = false;
     options.lineIndexQueue = lineQueue;
+    if (firstPassLines > 0) options.lineIndexLimits.firstPassLines = firstPassLines;
     document = document::Document::open(dir.write(name, text).string(), options).value();
-    lineQueue->runAll();
+    if (firstPassLines == 0) lineQueue->runAll();
     tab = std::make_unique<DocumentTab>(document, main, jobs);
     tab->resize(800, 400);
-    for (int i = 0; i < 2000 && !tab->logData()->complete; ++i)
-      main.waitAndRun(std::chrono::milliseconds(10));
-    EXPECT_TRUE(tab->logData()->complete);
+    lineQueue->runAll();
+    for (int i = 0; i < 2000 && !indexedAll(); ++i) main.waitAndRun(std::chrono::milliseconds(10));
+    EXPECT_TRUE(indexedAll());
     QObject::connect(tab.get(), &DocumentTab::statusMessage, [this](const QString& text) { status = text; });
+  }
+  bool indexedAll() const {
+    const auto lines = document->snapshot().lines;
+    return lines.isComplete && tab->logData()->complete && tab->logData()->linesIndexed == lines.lineCount();
   }
   int64_t caretLine() const { return *tab->view()->caretPosition().line - 1; }
   void moveTo(int64_t line) { tab->view()->setCaret(*document->snapshot().lines.lineStart(line)); }
@@ -78,8 +84,8 @@ struct Tab {
 };
 
 TEST(AppLogNavigationTest, LevelStepsLandOnMessageHeadsAndSayWhenThereIsNoMore) {
-  const GeneratedLog log(9'000);  // three blocks of lines
-  Tab t(log.text);
+  const GeneratedLog log(9'000);      // three blocks of lines
+  Tab t(log.text, "app.log", 1'000);  // the log index starts before the line index is done
   const auto& at = log.lineOf;
   t.tab->stepToMessage(logs::Level::error, true);
   EXPECT_EQ(t.caretLine(), at[500]);
@@ -105,6 +111,30 @@ TEST(AppLogNavigationTest, LevelStepsLandOnMessageHeadsAndSayWhenThereIsNoMore) 
   t.moveTo(at[50]);
   t.tab->stepToMessage(logs::Level::warning, false);
   EXPECT_EQ(t.status, "No more warnings or errors above");
+}
+
+TEST(AppLogNavigationTest, EditsAndAppendedLinesReachTheIndex) {
+  const GeneratedLog log(3'000);
+  Tab t(log.text);
+  auto caughtUp = [&] {
+    for (int i = 0; i < 2000; ++i) {
+      const auto data = t.tab->logData();
+      if (data->complete && data->snapshotVersion == t.document->version()) return true;
+      t.main.waitAndRun(std::chrono::milliseconds(10));
+    }
+    return false;
+  };
+  const int64_t second = *t.document->snapshot().lines.lineStart(1);
+  ASSERT_TRUE(t.document->insert(second, "2026-03-20 12:00:00.500 FATAL inserted\n", {}, {}));
+  ASSERT_TRUE(caughtUp());
+  t.tab->stepToMessage(logs::Level::error, true);
+  EXPECT_EQ(t.caretLine(), 1);
+
+  ASSERT_TRUE(t.document->acceptFollowedBytes("2026-03-20 13:00:00.000 ERROR appended\n"));
+  ASSERT_TRUE(caughtUp());
+  t.moveTo(log.lines - 1);
+  t.tab->stepToMessage(logs::Level::error, true);
+  EXPECT_EQ(t.caretLine(), log.lines + 1);
 }
 
 TEST(AppLogNavigationTest, GoToTimesLandOnTheFirstMessageAtOrAfterThem) {
