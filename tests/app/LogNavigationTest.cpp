@@ -1,8 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <QAction>
+#include <QLabel>
+#include <QStatusBar>
+#include <QTest>
 #include <cstdio>
 
 #include "app/DocumentTab.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
 #include "app/goto/GoToField.h"
 #include "app/view/TextView.h"
 #include "dispatch/ManualMainQueue.h"
@@ -173,6 +179,34 @@ TEST(AppLogNavigationTest, ADocumentWithoutTimestampsRefusesTimesAndHasNoTime) {
   EXPECT_EQ(t.tab->goToField()->helpText(), QString::fromUtf8(logs::kGoToHelp.data()));
   t.tab->goToField()->setText("12:00");
   EXPECT_EQ(t.tab->goToField()->helpText(), QString::fromUtf8(logs::kGoToTimeHelp.data()));
+}
+
+TEST(AppLogNavigationTest, TheGoMenuStepsByLevelAndTheStatusBarShowsTheTime) {
+  const GeneratedLog log(3'000);
+  testing::TempDir dir;
+  QtMainQueue queue;
+  MainWindow window(queue);
+  ASSERT_EQ(window.openFileWithMode(QString::fromStdString(dir.write("app.log", log.text).string()), {}),
+            std::nullopt);
+  DocumentTab* tab = window.currentTab();
+  for (int i = 0; i < 1000 && !tab->logData()->complete; ++i) QTest::qWait(10);
+  auto trigger = [&](const QKeySequence& keys) {
+    for (QAction* action : window.findChildren<QAction*>()) {
+      if (action->shortcut() == keys) return action->trigger();
+    }
+    FAIL() << "no action for " << keys.toString().toStdString();
+  };
+  auto caretLine = [&] { return *tab->view()->caretPosition().line - 1; };
+  trigger(QKeySequence(Qt::Key_F8));
+  EXPECT_EQ(caretLine(), log.lineOf[500]);
+  trigger(QKeySequence(Qt::SHIFT | Qt::Key_F6));  // the step level is info unless chosen
+  EXPECT_EQ(caretLine(), log.lineOf[499]);
+  bool timeShown = false;
+  for (QLabel* label : window.statusBar()->findChildren<QLabel*>())
+    timeShown = timeShown || label->text() == "2026-03-20 12:08:19 · +1 s since previous";
+  EXPECT_TRUE(timeShown);
+  trigger(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
+  EXPECT_TRUE(tab->goToField()->isTimeForm());
 }
 
 }  // namespace
