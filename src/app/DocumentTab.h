@@ -126,6 +126,7 @@ class DocumentTab : public QWidget {
   // The log index was started while the line index was still counting: it
   // is told as the line index learns more lines.
   bool logIndexTrailsLines_ = false;
+  bool logPublished_ = false;
 };
 
 }  // namespace quorin::app

@@ -52,6 +52,7 @@ void DocumentTab::startLogIndex() {
                              [self = QPointer(this)](std::shared_ptr<const logs::LogIndexData> data) {
                                if (!self || !data) return;
                                self->logData_ = std::move(data);
+                               self->logPublished_ = true;
                                self->view_->setLogData(self->logData_, self->rules_);
                                emit self->logDataChanged();
                              });
@@ -82,8 +83,9 @@ int64_t DocumentTab::caretLine() const {
 
 std::expected<GoToField::TimeLanding, QString> DocumentTab::landingForTime(
     const logs::TimeInput& input) const {
-  // Before the first publication nothing is known, not even whether this is a log.
-  if (!logData_->format && !logData_->complete) return std::unexpected(LogTexts::notReadYet());
+  // Before the first publication nothing is known, not even whether this is a log;
+  // the first one has sampled the format.
+  if (!logPublished_) return std::unexpected(LogTexts::notReadYet());
   const logs::LogSource source = logSource();
   const auto jump = logs::resolveTime(*logData_, source, input, caretLine());
   if (!jump) return std::unexpected(qt(jump.error().describe()));
@@ -99,7 +101,7 @@ void DocumentTab::stepToMessage(logs::Level atLeast, bool forward) {
     return;
   }
   if (logData_->complete) return emit statusMessage(LogTexts::noMore(atLeast, forward));
-  if (!logData_->format && logData_->linesIndexed == 0) return emit statusMessage(LogTexts::notReadYet());
+  if (!logPublished_) return emit statusMessage(LogTexts::notReadYet());
   // Still building: say how far it has read rather than nothing.
   const double total = static_cast<double>(std::max<int64_t>(source.lines.lineCount(), 1));
   const int percent =
