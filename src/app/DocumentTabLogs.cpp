@@ -45,7 +45,13 @@ void DocumentTab::startLogIndex() {
   const QFileInfo file(path());
   options.modificationYear =
       !path().isEmpty() && file.exists() ? file.lastModified().date().year() : QDate::currentDate().year();
-  logData_ = std::make_shared<const logs::LogIndexData>();
+  const logs::LogSource source = logSource();
+  // Until the index publishes, the sampled format alone lets the first screen show levels and times.
+  auto sampled = std::make_shared<logs::LogIndexData>();
+  sampled->format = logs::sampleTimestampFormat(source);
+  sampled->firstYear = options.modificationYear;
+  logData_ = sampled;
+  view_->setLogData(logData_, rules_);
   logQueue_ = std::make_shared<dispatch::SerialQueue>("quorin.logindex");
   logIndex_ =
       logs::LogIndex::create(rules_, options, logQueue_, std::make_shared<MainQueueExecutor>(mainQueue_),
@@ -56,7 +62,6 @@ void DocumentTab::startLogIndex() {
                                self->view_->setLogData(self->logData_, self->rules_);
                                emit self->logDataChanged();
                              });
-  const logs::LogSource source = logSource();
   logIndexTrailsLines_ = !source.lines.isComplete;
   logIndex_->start(source, &jobs_);
 }

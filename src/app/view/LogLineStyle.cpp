@@ -51,10 +51,9 @@ QColor hue(const QPalette& palette, float h, float saturation) {
 
 void LogLineStyler::setLog(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
   const bool sameFormat = data_ && data && data_->format == data->format;
-  if (!sameFormat || rules.generation() != rules_.generation()) {
-    cache_.clear();
-    messageCache_.clear();
-  }
+  if (!sameFormat || rules.generation() != rules_.generation()) cache_.clear();
+  // Messages are found with the index's help: new data may place them better.
+  messageCache_.clear();
   data_ = std::move(data);
   rules_ = std::move(rules);
 }
@@ -90,11 +89,11 @@ logs::Level LogLineStyler::messageLevelAbove(const TextLines& lines, const Visib
   if (const auto cached = messageCache_.find(row.lineStart); cached != messageCache_.end())
     return cached->second;
   logs::Level level = logs::Level::none;
-  if (row.lineNumber) {
+  if (row.lineNumber && *row.lineNumber < data_->linesIndexed) {
     const logs::LogSource source{.text = lines.text(), .lines = lines.lines()};
     level = logs::messageAt(*data_, source, rules_, *row.lineNumber).level;
   } else {
-    // Past the lines the line index has counted: look up a bounded way.
+    // Past the lines the indexes have read: look up a bounded way.
     logs::TimestampParser parser(*data_->format, data_->firstYear);
     std::optional<int64_t> start = lines.previousLineStart(row.lineStart);
     for (int i = 0; start && i < kMessageLookBack; ++i, start = lines.previousLineStart(*start)) {
