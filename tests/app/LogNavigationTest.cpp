@@ -189,6 +189,7 @@ TEST(AppLogNavigationTest, TheGoMenuStepsByLevelAndTheStatusBarShowsTheTime) {
   ASSERT_EQ(window.openFileWithMode(QString::fromStdString(dir.write("app.log", log.text).string()), {}),
             std::nullopt);
   DocumentTab* tab = window.currentTab();
+  EXPECT_TRUE(tab->logData()->format.has_value());  // sampled at once: the first screen shows levels
   for (int i = 0; i < 1000 && !tab->logData()->complete; ++i) QTest::qWait(10);
   auto trigger = [&](const QKeySequence& keys) {
     for (QAction* action : window.findChildren<QAction*>()) {
