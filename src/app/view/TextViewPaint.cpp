@@ -97,7 +97,8 @@ void TextView::paintEvent(QPaintEvent*) {
     if (i < logStyles.size()) {
       const LineLogStyle& style = logStyles[i];
       if (style.level >= logs::Level::warning)
-        painter.fillRect(QRectF(left - 2, top, width, rowHeight()), LogLineColors::lineTint(style.level, pal));
+        painter.fillRect(QRectF(left - 2, top, width, rowHeight()),
+                         LogLineColors::lineTint(style.level, pal));
       if (style.timestamp.length() > 0) spans.push_back({style.timestamp, timestampColor});
       if (style.levelWord.length() > 0)
         spans.push_back({style.levelWord, LogLineColors::word(style.level, pal)});
