@@ -175,6 +175,8 @@ void MainWindow::createStatusBar() {
   // Wide enough for big numbers, so the fields do not jump about as the caret moves.
   positionLabel_->setMinimumWidth(
       fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
+  timeLabel_->setMinimumWidth(
+      fontMetrics().horizontalAdvance(QStringLiteral("2026-03-20 12:00:01.250 · +1.25 s since previous")));
   indexLabel_->setMinimumWidth(
       fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
 }
