@@ -104,6 +104,17 @@ TEST(LogIndexLive, AppendsExtendTheIndex) {
   EXPECT_EQ(live.seen.back(), live.index->data());
 }
 
+TEST(LogIndexLive, AFollowedFileThatStartsEmptyBecomesALog) {
+  LogDoc doc("");
+  Live live;
+  live.index->start(doc.source());
+  EXPECT_FALSE(live.settle().format.has_value());
+  doc.insert(generatedLog(5, 300), 0);
+  live.index->noteAppend(doc.source());
+  EXPECT_EQ(live.settle().format, TimestampFormat::iso8601);
+  expectReference(doc, *live.index->data());
+}
+
 // A build over a line index that is still scanning covers the lines whose
 // end is known; as the line index goes on, appends carry the index along.
 TEST(LogIndexLive, FollowsALineIndexStillBuilding) {
