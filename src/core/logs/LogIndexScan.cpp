@@ -155,6 +155,9 @@ LogIndexData ScanJoin::take(int64_t snapshotVersion, uint64_t rulesGeneration, b
   LogIndexData data;
   data.blocks = std::move(blocks_);
   data.alertLines = std::move(alertLines_);
+  // The lists grew by doubling; the index keeps them for the document's life.
+  data.blocks.shrink_to_fit();
+  for (auto& lines : data.alertLines) lines.shrink_to_fit();
   settle(data, snapshotVersion, rulesGeneration, complete);
   return data;
 }
