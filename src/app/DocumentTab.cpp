@@ -63,19 +63,26 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     if (!grid_) return std::unexpected(GoToTexts::noRecordIndex());
     return grid_->recordResolver()(record);
   });
+  goTo_->setTimeResolver([this](const logs::TimeInput& input) { return landingForTime(input); });
   connect(view_, &TextView::statusMessage, this, &DocumentTab::statusMessage);
   // Find and Go to place the selection in the text; the table shows the same place.
   connect(view_, &TextView::selectionPlaced, this, [this](qint64 begin, qint64) {
     if (isShowingTable()) grid_->showOffset(begin);
   });
-  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange&) {
+  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange& change) {
     // A complete index takes edits and appended lines without a progress
     // report: the count comes from the text as it is now.
     if (progress_.isComplete) progress_.lineCount = doc_->snapshot().lines.lineCount();
+    logIndexFollow(change);
     emit stateChanged();
   });
   doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
     progress_ = progress;
+    if (logIndexTrailsLines_ && logIndex_) {
+      // The lines the line index has just counted are new to the log index.
+      logIndex_->noteAppend(logSource());
+      logIndexTrailsLines_ = !progress.isComplete;
+    }
     view_->refreshText();
     emit stateChanged();
   });
@@ -86,6 +93,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   if (looksBinary())
     openNotice_ = tr("“%1” looks like a binary file; it is shown as %2 text")
                       .arg(QFileInfo(path()).fileName(), encodingText());
+  startLogIndex();
 }
 
 bool DocumentTab::looksBinary() const {
@@ -103,6 +111,8 @@ DocumentTab::~DocumentTab() {
   delete find_;
   delete goTo_;
   delete grid_;
+  if (logIndex_) logIndex_->cancel();
+  logIndex_.reset();
   doc_->setIndexProgressHandler(nullptr);
   doc_->setStatusHandler(nullptr);
   doc_->setLiveFileHandler(nullptr);
