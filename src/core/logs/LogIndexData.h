@@ -34,10 +34,13 @@ struct LogBlock {
   int64_t firstMicros = kNoTime;
   int64_t lastMicros = kNoTime;
   int64_t maxMicros = kNoTime;
+  // Lines in the block with a timestamp (head lines of timestamped messages).
+  uint32_t timedLines = 0;
   // Times never fell from one timestamped line to the next inside the block.
   bool monotonic = true;
-  // The level of the message still open at the block's first line (from a
-  // head line in an earlier block): what a leading continuation line takes.
+  // The level of the message open just before the block's first line (the
+  // last head line in an earlier block): what a leading continuation line
+  // takes. Level::none at line 0.
   Level enteringLevel = Level::none;
   // The year a yearless format's parser is in at the block's first line, so
   // that the block can be parsed again on its own.

@@ -35,9 +35,12 @@ struct TimeRefusal {
 // first line, in file order, whose message time is at or after the target.
 // A clock time alone takes the caret line's day; an offset counts from the
 // caret line's message time. Typed times without a zone are compared as wall
-// time as written (with the timestamps' own offset when they carry one);
-// binary search over the blocks' running maximum, then an exact scan of one
-// block. Blocking but short (one block read); any thread.
+// time as written (with the timestamps' own offset when they carry one: the
+// caret line's message's, else the first timestamp's). A typed date against
+// a log of times of day alone keeps only its clock. The first block whose
+// largest time reaches the target holds the answer (every block before it
+// lies wholly earlier), so one pass over the blocks and an exact scan of one
+// block find it. Blocking but short (one block read); any thread.
 std::expected<TimeJump, TimeRefusal> resolveTime(const LogIndexData& data, const LogSource& source,
                                                  const TimeInput& input, int64_t caretLine);
 
