@@ -1,5 +1,7 @@
 #include "app/DocumentTab.h"
 
+#include <QDate>
+#include <QDateTime>
 #include <QFileInfo>
 #include <QLocale>
 #include <QMessageBox>
@@ -7,12 +9,14 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include "app/SeverityRulesSetting.h"
 #include "app/csv/CsvGridView.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
 #include "app/goto/GoToTexts.h"
 #include "app/view/TextView.h"
 #include "base/ByteCount.h"
+#include "dispatch/SerialQueue.h"
 #include "text/BinarySniff.h"
 #include "text/DetectedEncoding.h"
 
@@ -36,6 +40,16 @@ QString ask(QWidget* parent, QMessageBox::Icon icon, const QString& text, const 
   }
   return {};
 }
+
+// Runs tasks on the main queue: where the log index publishes its data.
+class MainQueueExecutor final : public dispatch::Executor {
+ public:
+  explicit MainQueueExecutor(dispatch::MainQueue& queue) : queue_(queue) {}
+  void async(dispatch::Task task) override { queue_.post(std::move(task)); }
+
+ private:
+  dispatch::MainQueue& queue_;
+};
 
 }  // namespace
 
@@ -68,14 +82,20 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   connect(view_, &TextView::selectionPlaced, this, [this](qint64 begin, qint64) {
     if (isShowingTable()) grid_->showOffset(begin);
   });
-  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange&) {
+  listenerToken_ = doc_->addChangeListener([this](const document::DocumentChange& change) {
     // A complete index takes edits and appended lines without a progress
     // report: the count comes from the text as it is now.
     if (progress_.isComplete) progress_.lineCount = doc_->snapshot().lines.lineCount();
+    logIndexFollow(change);
     emit stateChanged();
   });
   doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
     progress_ = progress;
+    if (logIndexTrailsLines_ && logIndex_) {
+      // The lines the line index has just counted are new to the log index.
+      logIndex_->noteAppend(logSource());
+      logIndexTrailsLines_ = !progress.isComplete;
+    }
     view_->refreshText();
     emit stateChanged();
   });
@@ -86,6 +106,50 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   if (looksBinary())
     openNotice_ = tr("“%1” looks like a binary file; it is shown as %2 text")
                       .arg(QFileInfo(path()).fileName(), encodingText());
+  startLogIndex();
+}
+
+logs::LogSource DocumentTab::logSource() const {
+  auto snapshot = doc_->snapshot();
+  return {.text = std::move(snapshot.text), .lines = std::move(snapshot.lines)};
+}
+
+void DocumentTab::startLogIndex() {
+  QString problem;
+  rules_ = loadSeverityRules(&problem);
+  if (!problem.isEmpty() && openNotice_.isEmpty()) openNotice_ = problem;
+  logs::LogIndexOptions options;
+  // Yearless timestamps (syslog, glog) end in the year the file was last written.
+  const QFileInfo file(path());
+  options.modificationYear =
+      !path().isEmpty() && file.exists() ? file.lastModified().date().year() : QDate::currentDate().year();
+  logData_ = std::make_shared<const logs::LogIndexData>();
+  logQueue_ = std::make_shared<dispatch::SerialQueue>("quorin.logindex");
+  logIndex_ =
+      logs::LogIndex::create(rules_, options, logQueue_, std::make_shared<MainQueueExecutor>(mainQueue_),
+                             [self = QPointer(this)](std::shared_ptr<const logs::LogIndexData> data) {
+                               if (!self || !data) return;
+                               self->logData_ = std::move(data);
+                               emit self->logDataChanged();
+                             });
+  const logs::LogSource source = logSource();
+  logIndexTrailsLines_ = !source.lines.isComplete;
+  logIndex_->start(source, &jobs_);
+}
+
+void DocumentTab::logIndexFollow(const document::DocumentChange& change) {
+  if (!logIndex_) return;
+  using Kind = document::DocumentChange::Kind;
+  const logs::LogSource source = logSource();
+  if (change.kind == Kind::reload || change.lineIndexRestarted) {
+    // The text was read again, or line numbers past the edit are unknown for now: from scratch.
+    logIndexTrailsLines_ = !source.lines.isComplete;
+    logIndex_->start(source, &jobs_);
+  } else if (change.kind == Kind::append) {
+    logIndex_->noteAppend(source);
+  } else {
+    logIndex_->noteEdit(change.edit, source);
+  }
 }
 
 bool DocumentTab::looksBinary() const {
@@ -103,6 +167,8 @@ DocumentTab::~DocumentTab() {
   delete find_;
   delete goTo_;
   delete grid_;
+  if (logIndex_) logIndex_->cancel();
+  logIndex_.reset();
   doc_->setIndexProgressHandler(nullptr);
   doc_->setStatusHandler(nullptr);
   doc_->setLiveFileHandler(nullptr);

@@ -9,6 +9,8 @@
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
 #include "jobs/JobRegistry.h"
+#include "logs/LogIndex.h"
+#include "logs/SeverityRules.h"
 
 class QStackedWidget;
 class QVBoxLayout;
@@ -23,7 +25,9 @@ class TextView;
 // One open document in a tab: the document, its text view or its table view,
 // the find bar above and the go-to field below. It turns the document's notices into
 // prompts and status texts, and runs saves (off the GUI thread) with their
-// alerts. Thread-safety: GUI thread only. Lifetime: owns the document.
+// alerts. It keeps the document's log index (levels and times, built in the
+// background and kept current through edits, appends and reloads).
+// Thread-safety: GUI thread only. Lifetime: owns the document.
 class DocumentTab : public QWidget {
   Q_OBJECT
 
@@ -57,6 +61,12 @@ class DocumentTab : public QWidget {
   // Said once when the tab opens (e.g. that the file looks binary); empty when there is nothing to say.
   QString openNotice() const { return openNotice_; }
   QString followText() const { return followText_; }
+
+  // The log index's latest data (never null; empty until the first
+  // publication), the rules it was built with, and the text it reads.
+  std::shared_ptr<const logs::LogIndexData> logData() const { return logData_; }
+  const logs::SeverityRules& severityRules() const { return rules_; }
+  logs::LogSource logSource() const;
   bool canCatchUp() const { return canCatchUp_; }
 
   // Saves; the outcome arrives as saveFinished. Untitled documents need saveAs.
@@ -73,6 +83,8 @@ class DocumentTab : public QWidget {
   void stateChanged();
   void saveFinished(bool saved);
   void tableViewChanged(bool showing);
+  // The log index published new data (blocks filled in, an edit folded in).
+  void logDataChanged();
 
  private:
   void showLiveNotice(const document::LiveFileNotice& notice);
@@ -80,6 +92,8 @@ class DocumentTab : public QWidget {
   void finishSave(const std::expected<persistence::SaveOutcome, persistence::SaveError>& result);
   bool confirmLossySave();
   bool looksBinary() const;
+  void startLogIndex();
+  void logIndexFollow(const document::DocumentChange& change);
 
   std::shared_ptr<document::Document> doc_;
   dispatch::MainQueue& mainQueue_;
@@ -96,6 +110,13 @@ class DocumentTab : public QWidget {
   QString openNotice_;
   bool canCatchUp_ = false;
   bool warnedTooLargeToUndo_ = false;
+  logs::SeverityRules rules_;
+  std::shared_ptr<dispatch::Executor> logQueue_;
+  std::shared_ptr<logs::LogIndex> logIndex_;
+  std::shared_ptr<const logs::LogIndexData> logData_;
+  // The log index was started while the line index was still counting: it
+  // is told as the line index learns more lines.
+  bool logIndexTrailsLines_ = false;
 };
 
 }  // namespace quorin::app
