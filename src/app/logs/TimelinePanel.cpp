@@ -1,5 +1,7 @@
 #include "app/logs/TimelinePanel.h"
 
+#include "app/DocumentTab.h"
+#include "app/logs/LogPicturesWiring.h"
 #include "app/logs/TimelineChart.h"
 
 namespace quorin::app {
@@ -11,6 +13,18 @@ TimelinePanel::TimelinePanel(QWidget* parent)
   setWidget(chart_);
   connect(chart_, &TimelineChart::timeRequested, this, &TimelinePanel::timeRequested);
   connect(chart_, &TimelineChart::timeRangeSelected, this, &TimelinePanel::timeRangeSelected);
+  connect(this, &TimelinePanel::timeRequested, this, [this](qint64 micros) {
+    if (tab_) goToLogTime(tab_, micros);
+  });
+}
+
+void TimelinePanel::showTab(DocumentTab* tab) {
+  if (tab == tab_) return;
+  disconnect(tabData_);
+  tab_ = tab;
+  chart_->clearSelection();
+  setData(tab ? tab->logData() : nullptr);
+  if (tab) tabData_ = connect(tab, &DocumentTab::logDataChanged, this, [this] { setData(tab_->logData()); });
 }
 
 void TimelinePanel::setData(std::shared_ptr<const logs::LogIndexData> data) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDockWidget>
+#include <QPointer>
 #include <cstdint>
 #include <memory>
 
@@ -8,12 +9,13 @@
 
 namespace quorin::app {
 
+class DocumentTab;
 class TimelineChart;
 
 // View ▸ Timeline: a dock with the histogram of the current document's
-// messages over time (TimelineChart). The window gives it the current tab's
-// log data and turns its requests into jumps; the selected range is for a
-// time filter to take up.
+// messages over time (TimelineChart). It follows the tab the window shows:
+// its log data as it fills in, and a click on a bar moves that tab's caret
+// to the time. The selected range is for a time filter to take up.
 // Thread-safety: GUI thread only.
 class TimelinePanel : public QDockWidget {
   Q_OBJECT
@@ -21,6 +23,8 @@ class TimelinePanel : public QDockWidget {
  public:
   explicit TimelinePanel(QWidget* parent = nullptr);
 
+  // Shows `tab`'s log (none: null) until another tab is shown.
+  void showTab(DocumentTab* tab);
   void setData(std::shared_ptr<const logs::LogIndexData> data);
   TimelineChart* chart() const { return chart_; }
 
@@ -32,6 +36,8 @@ class TimelinePanel : public QDockWidget {
 
  private:
   TimelineChart* chart_;
+  QPointer<DocumentTab> tab_;
+  QMetaObject::Connection tabData_;
 };
 
 }  // namespace quorin::app
