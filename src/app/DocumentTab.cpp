@@ -3,6 +3,7 @@
 #include <QDate>
 #include <QDateTime>
 #include <QFileInfo>
+#include <QHBoxLayout>
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
@@ -14,6 +15,8 @@
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
 #include "app/goto/GoToTexts.h"
+#include "app/logs/LogPicturesWiring.h"
+#include "app/logs/OverviewStrip.h"
 #include "app/view/TextView.h"
 #include "base/ByteCount.h"
 #include "dispatch/SerialQueue.h"
@@ -68,7 +71,12 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   layout_->setSpacing(0);
   stack_->addWidget(view_);
   layout_->addWidget(find_);
-  layout_->addWidget(stack_, 1);
+  // The text (or table) with the overview strip beside its scroll bar.
+  auto* middle = new QHBoxLayout;
+  middle->setSpacing(0);
+  middle->addWidget(stack_, 1);
+  middle->addWidget(overview_ = new OverviewStrip(this));
+  layout_->addLayout(middle, 1);
   layout_->addWidget(goTo_);
   setFocusProxy(view_);
   connect(find_, &FindBar::closed, view_, [this] { view_->setFocus(); });
@@ -107,6 +115,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     openNotice_ = tr("“%1” looks like a binary file; it is shown as %2 text")
                       .arg(QFileInfo(path()).fileName(), encodingText());
   startLogIndex();
+  connectOverviewStrip(overview_, this);
 }
 
 logs::LogSource DocumentTab::logSource() const {
