@@ -1,7 +1,5 @@
 #include "app/DocumentTab.h"
 
-#include <QDate>
-#include <QDateTime>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLocale>
@@ -10,7 +8,6 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
-#include "app/SeverityRulesSetting.h"
 #include "app/csv/CsvGridView.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
@@ -19,7 +16,6 @@
 #include "app/logs/OverviewStrip.h"
 #include "app/view/TextView.h"
 #include "base/ByteCount.h"
-#include "dispatch/SerialQueue.h"
 #include "text/BinarySniff.h"
 #include "text/DetectedEncoding.h"
 
@@ -43,16 +39,6 @@ QString ask(QWidget* parent, QMessageBox::Icon icon, const QString& text, const 
   }
   return {};
 }
-
-// Runs tasks on the main queue: where the log index publishes its data.
-class MainQueueExecutor final : public dispatch::Executor {
- public:
-  explicit MainQueueExecutor(dispatch::MainQueue& queue) : queue_(queue) {}
-  void async(dispatch::Task task) override { queue_.post(std::move(task)); }
-
- private:
-  dispatch::MainQueue& queue_;
-};
 
 }  // namespace
 
@@ -85,6 +71,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     if (!grid_) return std::unexpected(GoToTexts::noRecordIndex());
     return grid_->recordResolver()(record);
   });
+  goTo_->setTimeResolver([this](const logs::TimeInput& input) { return landingForTime(input); });
   connect(view_, &TextView::statusMessage, this, &DocumentTab::statusMessage);
   // Find and Go to place the selection in the text; the table shows the same place.
   connect(view_, &TextView::selectionPlaced, this, [this](qint64 begin, qint64) {
@@ -116,49 +103,6 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
                       .arg(QFileInfo(path()).fileName(), encodingText());
   startLogIndex();
   connectOverviewStrip(overview_, this);
-}
-
-logs::LogSource DocumentTab::logSource() const {
-  auto snapshot = doc_->snapshot();
-  return {.text = std::move(snapshot.text), .lines = std::move(snapshot.lines)};
-}
-
-void DocumentTab::startLogIndex() {
-  QString problem;
-  rules_ = loadSeverityRules(&problem);
-  if (!problem.isEmpty() && openNotice_.isEmpty()) openNotice_ = problem;
-  logs::LogIndexOptions options;
-  // Yearless timestamps (syslog, glog) end in the year the file was last written.
-  const QFileInfo file(path());
-  options.modificationYear =
-      !path().isEmpty() && file.exists() ? file.lastModified().date().year() : QDate::currentDate().year();
-  logData_ = std::make_shared<const logs::LogIndexData>();
-  logQueue_ = std::make_shared<dispatch::SerialQueue>("quorin.logindex");
-  logIndex_ =
-      logs::LogIndex::create(rules_, options, logQueue_, std::make_shared<MainQueueExecutor>(mainQueue_),
-                             [self = QPointer(this)](std::shared_ptr<const logs::LogIndexData> data) {
-                               if (!self || !data) return;
-                               self->logData_ = std::move(data);
-                               emit self->logDataChanged();
-                             });
-  const logs::LogSource source = logSource();
-  logIndexTrailsLines_ = !source.lines.isComplete;
-  logIndex_->start(source, &jobs_);
-}
-
-void DocumentTab::logIndexFollow(const document::DocumentChange& change) {
-  if (!logIndex_) return;
-  using Kind = document::DocumentChange::Kind;
-  const logs::LogSource source = logSource();
-  if (change.kind == Kind::reload || change.lineIndexRestarted) {
-    // The text was read again, or line numbers past the edit are unknown for now: from scratch.
-    logIndexTrailsLines_ = !source.lines.isComplete;
-    logIndex_->start(source, &jobs_);
-  } else if (change.kind == Kind::append) {
-    logIndex_->noteAppend(source);
-  } else {
-    logIndex_->noteEdit(change.edit, source);
-  }
 }
 
 bool DocumentTab::looksBinary() const {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "app/goto/GoToField.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
 #include "jobs/JobRegistry.h"
@@ -19,7 +20,6 @@ namespace quorin::app {
 
 class CsvGridView;
 class FindBar;
-class GoToField;
 class OverviewStrip;
 class TextView;
 
@@ -69,6 +69,12 @@ class DocumentTab : public QWidget {
   std::shared_ptr<const logs::LogIndexData> logData() const { return logData_; }
   const logs::SeverityRules& severityRules() const { return rules_; }
   logs::LogSource logSource() const;
+  // Go ▸ Next/Previous Error and the like: the caret to the next (previous)
+  // message at `atLeast` or above, or a status message saying why not.
+  void stepToMessage(logs::Level atLeast, bool forward);
+  // The caret line's time and the time since the previous message; empty
+  // when the document has no timestamps.
+  QString caretTimeText() const;
   bool canCatchUp() const { return canCatchUp_; }
 
   // Saves; the outcome arrives as saveFinished. Untitled documents need saveAs.
@@ -96,6 +102,9 @@ class DocumentTab : public QWidget {
   bool looksBinary() const;
   void startLogIndex();
   void logIndexFollow(const document::DocumentChange& change);
+  // The caret's 0-based line (0 where the line index has not counted yet).
+  int64_t caretLine() const;
+  std::expected<GoToField::TimeLanding, QString> landingForTime(const logs::TimeInput& input) const;
 
   std::shared_ptr<document::Document> doc_;
   dispatch::MainQueue& mainQueue_;

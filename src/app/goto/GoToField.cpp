@@ -15,6 +15,10 @@
 namespace quorin::app {
 namespace {
 
+QString qt(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
 constexpr int64_t kLineReach = 1 << 20;  // how far back a percentage looks for its line's start
 constexpr int64_t kStep = 64 * 1024;
 
@@ -64,13 +68,8 @@ GoToField::GoToField(std::shared_ptr<document::Document> document, EditorSurface
   layout->setSpacing(2);
   input_ = new QLineEdit(this);
   input_->setObjectName("goToInput");
-  input_->setPlaceholderText(
-      QString::fromUtf8(logs::kGoToHint.data(), static_cast<qsizetype>(logs::kGoToHint.size())));
-  const QString help =
-      QString::fromUtf8(logs::kGoToHelp.data(), static_cast<qsizetype>(logs::kGoToHelp.size()));
-  input_->setToolTip(help);
   input_->installEventFilter(this);
-  help_ = new QLabel(help, this);
+  help_ = new QLabel(this);
   help_->setObjectName("goToHelp");
   help_->setWordWrap(true);
   help_->setStyleSheet("color: palette(mid)");
@@ -85,7 +84,9 @@ GoToField::GoToField(std::shared_ptr<document::Document> document, EditorSurface
   connect(input_, &QLineEdit::textEdited, this, [this] {
     stopWaiting();
     showError({});
+    updateHelp();
   });
+  showForm(false);
   auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
   escape->setContext(Qt::WidgetWithChildrenShortcut);
   connect(escape, &QShortcut::activated, this, &GoToField::close);
@@ -101,6 +102,14 @@ void GoToField::installShortcuts(QWidget* scope) {
 }
 
 void GoToField::activate() {
+  showForm(false);
+  show();
+  input_->setFocus(Qt::ShortcutFocusReason);
+  input_->selectAll();
+}
+
+void GoToField::activateTime() {
+  showForm(true);
   show();
   input_->setFocus(Qt::ShortcutFocusReason);
   input_->selectAll();
@@ -120,9 +129,40 @@ void GoToField::setText(const QString& text) {
   input_->setText(text);
 }
 QString GoToField::errorText() const { return error_->text(); }
+QString GoToField::helpText() const { return help_->text(); }
+
+void GoToField::showForm(bool time) {
+  timeForm_ = time;
+  input_->setPlaceholderText(time ? GoToTexts::timeHint() : qt(logs::kGoToHint));
+  input_->setToolTip(time ? qt(logs::kGoToTimeHelp) : qt(logs::kGoToHelp));
+  updateHelp();
+}
+
+void GoToField::updateHelp() {
+  // What is being typed decides: a time, in either form, is read against the caret line's day.
+  bool time = timeForm_;
+  if (!time) {
+    const auto parsed = logs::parseGoToTarget(input_->text().toStdString());
+    time = parsed && (std::holds_alternative<logs::TimeTarget>(*parsed) ||
+                      std::holds_alternative<logs::TimeOffsetTarget>(*parsed));
+  }
+  help_->setText(time ? qt(logs::kGoToTimeHelp) : qt(logs::kGoToHelp));
+}
 
 void GoToField::go() {
   stopWaiting();
+  if (timeForm_) {
+    const auto time = logs::parseTimeInput(input_->text().toStdString());
+    if (!time) {
+      // The general hint lists forms this field does not take.
+      showError(time.error().kind == logs::ParseFailure::Kind::notRecognized
+                    ? GoToTexts::notATime()
+                    : QString::fromStdString(time.error().message()));
+      return;
+    }
+    followTime(*time);
+    return;
+  }
   const auto parsed = logs::parseGoToTarget(input_->text().toStdString());
   if (!parsed) {
     showError(QString::fromStdString(parsed.error().message()));
@@ -157,11 +197,25 @@ void GoToField::follow(const logs::GoToTarget& target) {
       return;
     }
     land(std::clamp<int64_t>(*offset, 0, total));
+  } else if (const auto* time = std::get_if<logs::TimeTarget>(&target)) {
+    followTime(*time);
   } else {
-    // Times and time offsets need a log whose lines carry timestamps.
-    showError(QString::fromUtf8(logs::kNoTimestampsMessage.data(),
-                                static_cast<qsizetype>(logs::kNoTimestampsMessage.size())));
+    followTime(std::get<logs::TimeOffsetTarget>(target));
   }
+}
+
+void GoToField::followTime(const logs::TimeInput& input) {
+  // Times and time offsets need a log whose lines carry timestamps.
+  if (!times_) {
+    showError(qt(logs::kNoTimestampsMessage));
+    return;
+  }
+  const auto landing = times_(input);
+  if (!landing) {
+    showError(landing.error());
+    return;
+  }
+  land(std::clamp<int64_t>(landing->offset, 0, document_->length()), landing->notice);
 }
 
 void GoToField::goToLine(int64_t line) {

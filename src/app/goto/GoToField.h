@@ -22,8 +22,9 @@ struct GoToFieldConfig {
 };
 
 // The go-to field of one document tab (Ctrl+L): a line, a percentage of the
-// file, a byte offset or a CSV record. Why a text cannot be followed is shown
-// under the field in the parser's own words.
+// file, a byte offset, a CSV record, a time or a time offset. Why a text
+// cannot be followed is shown under the field in the parser's own words. Its
+// time form (Go to Time) takes times and offsets only.
 //
 // Lines come from the document's line index. A line the index has not
 // reached yet is waited for (with the index's progress under the field)
@@ -43,6 +44,14 @@ class GoToField final : public QWidget {
   // The byte offset where a 1-based record starts, or why it cannot be
   // given; owned by whoever keeps the CSV index. May be empty.
   using RecordResolver = std::function<std::expected<int64_t, QString>(int64_t record)>;
+  // Where a time or a time offset lands (a line start, and what to say in
+  // the status bar), or why it cannot; owned by whoever keeps the log index.
+  // Empty: the document has no timestamps.
+  struct TimeLanding {
+    int64_t offset = 0;
+    QString notice;
+  };
+  using TimeResolver = std::function<std::expected<TimeLanding, QString>(const logs::TimeInput& input)>;
 
   GoToField(std::shared_ptr<document::Document> document, EditorSurface& surface,
             dispatch::MainQueue& mainQueue, QWidget* parent = nullptr, RecordResolver records = {},
@@ -50,9 +59,13 @@ class GoToField final : public QWidget {
   ~GoToField() override;
 
   void setRecordResolver(RecordResolver records) { records_ = std::move(records); }
+  void setTimeResolver(TimeResolver times) { times_ = std::move(times); }
 
   // Ctrl+L: show, focus and select the text.
   void activate();
+  // Go to Time: the same field, taking times and time offsets only.
+  void activateTime();
+  bool isTimeForm() const { return timeForm_; }
   // Esc: hide and stop any wait.
   void close();
   // Creates the Ctrl+L shortcut on `scope`, usually the tab.
@@ -64,6 +77,7 @@ class GoToField final : public QWidget {
   QString text() const;
   void setText(const QString& text);
   QString errorText() const;
+  QString helpText() const;
   bool isWaitingForIndex() const { return waitingFor_.has_value(); }
 
  signals:
@@ -76,6 +90,9 @@ class GoToField final : public QWidget {
 
  private:
   void follow(const logs::GoToTarget& target);
+  void followTime(const logs::TimeInput& input);
+  void showForm(bool time);
+  void updateHelp();
   void goToLine(int64_t line);
   void land(int64_t offset, const QString& note = {});
   void showError(const QString& text);
@@ -85,6 +102,8 @@ class GoToField final : public QWidget {
   EditorSurface& surface_;
   dispatch::MainQueue& mainQueue_;
   RecordResolver records_;
+  TimeResolver times_;
+  bool timeForm_ = false;
   const GoToFieldConfig config_;
   std::shared_ptr<GoToField*> alive_;  // lets queued polls see that the field is gone
 

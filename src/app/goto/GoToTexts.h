@@ -14,6 +14,8 @@ class GoToTexts {
   Q_DECLARE_TR_FUNCTIONS(GoToTexts)
 
  public:
+  static QString timeHint() { return tr("12:34:56 · 2026-09-04 12:34 · +5m · -90s"); }
+  static QString notATime() { return tr("Not a time: try 12:34:56, 2026-09-04 12:34, +5m or -90s"); }
   static QString noRecordIndex() {
     return tr("Records need the CSV index: open this document in the Table view first");
   }

@@ -18,16 +18,10 @@
 namespace quorin::app {
 namespace {
 
-constexpr int kGutterPadding = 10;
 constexpr double kTextMargin = 6;
 constexpr double kExtraLeading = 3;  // air between lines, which reads better than the font's own
 constexpr int kTypingPauseMs = 1000;
 
-QColor blend(const QColor& a, const QColor& b, double amountOfB) {
-  return QColor::fromRgbF(static_cast<float>(a.redF() + (b.redF() - a.redF()) * amountOfB),
-                          static_cast<float>(a.greenF() + (b.greenF() - a.greenF()) * amountOfB),
-                          static_cast<float>(a.blueF() + (b.blueF() - a.blueF()) * amountOfB));
-}
 }  // namespace
 
 TextView::TextView(std::shared_ptr<document::Document> document, QWidget* parent)
@@ -312,73 +306,6 @@ TextView::CaretPosition TextView::caretPosition() const {
   if (const auto line = lines_->lineNumberOf(caret_)) position.line = *line + 1;
   position.column = cellOfOffsetInLine(start, lines_->contentEnd(start), caret_) + 1;
   return position;
-}
-
-// ---- painting --------------------------------------------------------------
-
-void TextView::paintEvent(QPaintEvent*) {
-  QPainter painter(viewport());
-  const QPalette& pal = palette();
-  const QColor base = pal.color(QPalette::Base);
-  const QColor text = pal.color(QPalette::Text);
-  const int gutter = gutterWidth();
-  const double left = textLeft();
-  const int width = viewport()->width();
-  painter.fillRect(0, 0, gutter, viewport()->height(), blend(base, text, 0.05));
-
-  const auto visibleCells = static_cast<int64_t>((width - left) / cellWidth_) + 2;
-  const int64_t selectionStart = std::min(anchor_, caret_);
-  const int64_t selectionEnd = std::max(anchor_, caret_);
-  std::vector<storage::ByteRange> marks;
-  if (highlights_ && !rows_.empty()) marks = highlights_({rows_.front().lineStart, rows_.back().contentEnd});
-  const QColor markColor(255, 200, 0, 110);
-  const QColor selectionColor =
-      pal.color(hasFocus() ? QPalette::Active : QPalette::Inactive, QPalette::Highlight);
-  const int64_t caretLine = lines_->lineStartOf(caret_);
-
-  painter.setClipRect(QRectF(left - 2, 0, width, viewport()->height()));
-  for (size_t i = 0; i < rows_.size(); ++i) {
-    const Row& row = rows_[i];
-    const double top = static_cast<double>(i) * rowHeight();
-    const RowLayout layout = layoutRow(lines_->text(), row.lineStart, row.contentEnd, hCell_, visibleCells);
-    auto xOf = [&](int64_t offset) {
-      return left + static_cast<double>(layout.cellOf(offset) - hCell_) * cellWidth_;
-    };
-    if (row.lineStart == caretLine && selectionStart == selectionEnd) {
-      painter.fillRect(QRectF(left - 2, top, width, rowHeight()), blend(base, text, 0.04));
-    }
-    auto tint = [&](int64_t from, int64_t to, const QColor& color, bool throughLineEnd) {
-      const int64_t a = std::max(from, row.lineStart);
-      const int64_t b = std::min(to, row.contentEnd);
-      if (a > b || (a == b && !throughLineEnd)) return;
-      double right = xOf(b);
-      if (throughLineEnd && to > row.contentEnd) right += cellWidth_ * 0.6;  // the selected line break
-      painter.fillRect(QRectF(xOf(a), top, std::max(1.0, right - xOf(a)), rowHeight()), color);
-    };
-    for (const auto& mark : marks) tint(mark.start, mark.end, markColor, false);
-    if (selectionStart != selectionEnd) tint(selectionStart, selectionEnd, selectionColor, true);
-    painter.setPen(text);
-    painter.drawText(
-        QPointF(left + static_cast<double>(layout.firstCell - hCell_) * cellWidth_, top + ascent_ + 1),
-        layout.display);
-    if (row.lineStart == caretLine && hasFocus() && caret_ >= row.lineStart && caret_ <= row.contentEnd) {
-      painter.fillRect(QRectF(xOf(caret_) - 1, top + 1, 2, rowHeight() - 2), text);
-    }
-  }
-  painter.setClipping(false);
-  // The gutter: line numbers where the index knows them.
-  const QColor numberColor = blend(base, text, 0.45);
-  for (size_t i = 0; i < rows_.size(); ++i) {
-    if (!rows_[i].lineNumber) continue;
-    const bool current = rows_[i].lineStart == caretLine;
-    painter.setPen(current ? text : numberColor);
-    const QRectF cell(0, static_cast<double>(i) * rowHeight(), gutter - kGutterPadding, rowHeight());
-    painter.drawText(cell.adjusted(0, 1, 0, 0), Qt::AlignRight | Qt::AlignTop,
-                     QString::number(*rows_[i].lineNumber + 1));
-  }
-  if (rows_.empty() || (lines_->range().length() == 0 && !hasFocus())) {
-    painter.setPen(numberColor);
-  }
 }
 
 }  // namespace quorin::app

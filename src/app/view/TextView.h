@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/EditorSurface.h"
+#include "app/view/LogLineStyle.h"
 #include "app/view/TextLines.h"
 #include "document/Document.h"
 
@@ -36,6 +37,9 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   Selection selection() const override { return {anchor_, caret_}; }
   void select(int64_t begin, int64_t end) override;
   void setHighlightProvider(HighlightProvider provider) override;
+  // The document's log index and severity rules: log lines are drawn with
+  // their level's colours and their timestamps dimmed.
+  void setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules);
   void refreshHighlights() override;
   void showStatusMessage(const QString& text) override { emit statusMessage(text); }
 
@@ -102,6 +106,8 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void scrollContentsBy(int dx, int dy) override;
 
  private:
+  static constexpr int kGutterPadding = 10;
+
   struct Row {
     int64_t lineStart = 0;
     int64_t contentEnd = 0;
@@ -148,6 +154,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   bool updatingScrollBars_ = false;
   bool selecting_ = false;
   HighlightProvider highlights_;
+  LogLineStyler logStyler_;
   double cellWidth_ = 8;
   double ascent_ = 10;
   double lineSpacing_ = 16;

@@ -1,0 +1,136 @@
+// The text view's painting.
+#include <QPainter>
+#include <algorithm>
+
+#include "app/view/TextView.h"
+
+namespace quorin::app {
+namespace {
+
+QColor blend(const QColor& a, const QColor& b, double amountOfB) {
+  return QColor::fromRgbF(static_cast<float>(a.redF() + (b.redF() - a.redF()) * amountOfB),
+                          static_cast<float>(a.greenF() + (b.greenF() - a.greenF()) * amountOfB),
+                          static_cast<float>(a.blueF() + (b.blueF() - a.blueF()) * amountOfB));
+}
+
+// A stretch of a row drawn in a colour of its own (a timestamp, a level word).
+struct ColoredSpan {
+  storage::ByteRange bytes;
+  QColor color;
+};
+
+// Draws a laid-out row, its coloured spans in their colours and the rest in `text`.
+void drawRow(QPainter& painter, const RowLayout& layout, const std::vector<ColoredSpan>& spans,
+             const QColor& text, double x0, double cellWidth, int64_t hCell, double baseline) {
+  const size_t characters = layout.byteAt.size() - 1;
+  auto characterAt = [&](int64_t offset) {
+    return static_cast<size_t>(std::lower_bound(layout.byteAt.begin(), layout.byteAt.end() - 1, offset) -
+                               layout.byteAt.begin());
+  };
+  auto draw = [&](size_t from, size_t to, const QColor& color) {
+    if (from >= to) return;
+    painter.setPen(color);
+    const int32_t first = layout.charAt[from];
+    painter.drawText(QPointF(x0 + static_cast<double>(layout.cellAt[from] - hCell) * cellWidth, baseline),
+                     layout.display.mid(first, layout.charAt[to] - first));
+  };
+  size_t done = 0;
+  for (const ColoredSpan& span : spans) {
+    const size_t from = std::max(done, characterAt(span.bytes.start));
+    const size_t to = std::max(from, characterAt(span.bytes.end));
+    draw(done, from, text);
+    draw(from, to, span.color);
+    done = to;
+  }
+  draw(done, characters, text);
+}
+
+}  // namespace
+
+void TextView::setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
+  const bool wasActive = logStyler_.active();
+  logStyler_.setLog(std::move(data), std::move(rules));
+  if (wasActive || logStyler_.active()) viewport()->update();
+}
+
+void TextView::paintEvent(QPaintEvent*) {
+  QPainter painter(viewport());
+  const QPalette& pal = palette();
+  const QColor base = pal.color(QPalette::Base);
+  const QColor text = pal.color(QPalette::Text);
+  const int gutter = gutterWidth();
+  const double left = textLeft();
+  const int width = viewport()->width();
+  painter.fillRect(0, 0, gutter, viewport()->height(), blend(base, text, 0.05));
+
+  const auto visibleCells = static_cast<int64_t>((width - left) / cellWidth_) + 2;
+  const int64_t selectionStart = std::min(anchor_, caret_);
+  const int64_t selectionEnd = std::max(anchor_, caret_);
+  std::vector<storage::ByteRange> marks;
+  if (highlights_ && !rows_.empty()) marks = highlights_({rows_.front().lineStart, rows_.back().contentEnd});
+  const QColor markColor(255, 200, 0, 110);
+  const QColor selectionColor =
+      pal.color(hasFocus() ? QPalette::Active : QPalette::Inactive, QPalette::Highlight);
+  const int64_t caretLine = lines_->lineStartOf(caret_);
+  std::vector<LineLogStyle> logStyles;
+  if (logStyler_.active()) {
+    std::vector<VisibleLine> visible;
+    visible.reserve(rows_.size());
+    for (const Row& row : rows_) visible.push_back({row.lineStart, row.contentEnd, row.lineNumber});
+    logStyles = logStyler_.style(*lines_, visible);
+  }
+  const QColor timestampColor = LevelColors::timestamp(pal);
+
+  painter.setClipRect(QRectF(left - 2, 0, width, viewport()->height()));
+  std::vector<ColoredSpan> spans;
+  for (size_t i = 0; i < rows_.size(); ++i) {
+    const Row& row = rows_[i];
+    const double top = static_cast<double>(i) * rowHeight();
+    const RowLayout layout = layoutRow(lines_->text(), row.lineStart, row.contentEnd, hCell_, visibleCells);
+    auto xOf = [&](int64_t offset) {
+      return left + static_cast<double>(layout.cellOf(offset) - hCell_) * cellWidth_;
+    };
+    if (row.lineStart == caretLine && selectionStart == selectionEnd) {
+      painter.fillRect(QRectF(left - 2, top, width, rowHeight()), blend(base, text, 0.04));
+    }
+    spans.clear();
+    if (i < logStyles.size()) {
+      const LineLogStyle& style = logStyles[i];
+      if (style.level >= logs::Level::warning)
+        painter.fillRect(QRectF(left - 2, top, width, rowHeight()), LevelColors::lineTint(style.level, pal));
+      if (style.timestamp.length() > 0) spans.push_back({style.timestamp, timestampColor});
+      if (style.levelWord.length() > 0)
+        spans.push_back({style.levelWord, LevelColors::word(style.level, pal)});
+    }
+    auto tint = [&](int64_t from, int64_t to, const QColor& color, bool throughLineEnd) {
+      const int64_t a = std::max(from, row.lineStart);
+      const int64_t b = std::min(to, row.contentEnd);
+      if (a > b || (a == b && !throughLineEnd)) return;
+      double right = xOf(b);
+      if (throughLineEnd && to > row.contentEnd) right += cellWidth_ * 0.6;  // the selected line break
+      painter.fillRect(QRectF(xOf(a), top, std::max(1.0, right - xOf(a)), rowHeight()), color);
+    };
+    for (const auto& mark : marks) tint(mark.start, mark.end, markColor, false);
+    if (selectionStart != selectionEnd) tint(selectionStart, selectionEnd, selectionColor, true);
+    drawRow(painter, layout, spans, text, left, cellWidth_, hCell_, top + ascent_ + 1);
+    if (row.lineStart == caretLine && hasFocus() && caret_ >= row.lineStart && caret_ <= row.contentEnd) {
+      painter.fillRect(QRectF(xOf(caret_) - 1, top + 1, 2, rowHeight() - 2), text);
+    }
+  }
+  painter.setClipping(false);
+  // The gutter: line numbers where the index knows them.
+  const QColor numberColor = blend(base, text, 0.45);
+  for (size_t i = 0; i < rows_.size(); ++i) {
+    if (!rows_[i].lineNumber) continue;
+    const bool current = rows_[i].lineStart == caretLine;
+    painter.setPen(current ? text : numberColor);
+    const QRectF cell(0, static_cast<double>(i) * rowHeight(), gutter - kGutterPadding, rowHeight());
+    painter.drawText(cell.adjusted(0, 1, 0, 0), Qt::AlignRight | Qt::AlignTop,
+                     QString::number(*rows_[i].lineNumber + 1));
+  }
+  if (rows_.empty() || (lines_->range().length() == 0 && !hasFocus())) {
+    painter.setPen(numberColor);
+  }
+}
+
+}  // namespace quorin::app
