@@ -7,13 +7,10 @@
 
 namespace quorin::app {
 
-// Whether a palette is dark (light text on a dark base): the pictures pick
-// brighter, less saturated colours there so that they read on black.
-bool isDarkPalette(const QPalette& palette);
-
-// The colour of a level in the overview strip and the timeline: reds for
-// error and above, amber for warning, blue for notice and info, greys
-// below; `none` a neutral grey. Chosen to stay apart on light and dark bases.
-QColor levelColor(logs::Level level, bool dark);
+// The colour of a level in the overview strip and the timeline: the text
+// view's level colours (LevelColors::word), so that a red bar means what a
+// red word means, and for messages without a level a grey between the base
+// and the text that stays in the background.
+QColor pictureColor(logs::Level level, const QPalette& palette);
 
 }  // namespace quorin::app

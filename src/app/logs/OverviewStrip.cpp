@@ -16,13 +16,13 @@ constexpr int kMatchLeft = 1, kMatchRight = 4;
 constexpr int kWarningLeft = 5, kWarningRight = 9;
 constexpr int kErrorLeft = 9, kErrorRight = OverviewStrip::kWidth;
 
-// A row's share of alerts as an opacity. A logarithmic scale keeps one error
-// among thousands of lines visible and a burst of them clearly darker; the
-// same share looks the same in every file.
-double opacityOf(float share) {
-  if (share <= 0) return 0;
-  const double scaled = std::log10(1.0 + 999.0 * std::min(1.0, static_cast<double>(share))) / 3.0;
-  return 0.3 + 0.7 * scaled;
+// A row's share of alerts as an opacity, against the document's densest
+// row: the usual rate stays pale and a burst stands out in full colour,
+// while any row with an alert keeps a visible floor. The square root keeps
+// rows at a tenth of the peak from vanishing.
+double opacityOf(float share, float peak) {
+  if (share <= 0 || peak <= 0) return 0;
+  return 0.15 + 0.85 * std::sqrt(std::min(1.0, static_cast<double>(share) / static_cast<double>(peak)));
 }
 
 QRgb blend(QRgb under, const QColor& over, double opacity) {
@@ -104,18 +104,22 @@ int64_t OverviewStrip::lineAt(int y) const {
 
 void OverviewStrip::render() {
   const int rows = std::max(1, height());
-  const bool dark = isDarkPalette(palette());
   const QRgb background = palette().color(QPalette::Base).rgb();
   const QColor separator = palette().color(QPalette::Mid);
   const QColor hatch = palette().color(QPalette::Text);
-  const QColor errorColor = levelColor(logs::Level::error, dark);
-  const QColor warningColor = levelColor(logs::Level::warning, dark);
+  const QColor errorColor = pictureColor(logs::Level::error, palette());
+  const QColor warningColor = pictureColor(logs::Level::warning, palette());
   const QColor matchColor = palette().color(QPalette::Highlight);
 
   std::vector<logs::OverviewRow> levels;
   if (data_ && totalLines_ > 0) levels = logs::buildOverview(*data_, totalLines_, rows);
   std::vector<uint8_t> marks;
   if (matchRows_ && totalLines_ > 0) marks = matchRows_(totalLines_, rows);
+  float errorPeak = 0, warningPeak = 0;
+  for (const logs::OverviewRow& row : levels) {
+    errorPeak = std::max(errorPeak, row.errors);
+    warningPeak = std::max(warningPeak, row.warnings);
+  }
   // Rows past what the index has read are hatched until it gets there.
   const int64_t indexedLines = data_ && !data_->complete ? data_->linesIndexed : INT64_MAX;
 
@@ -131,9 +135,9 @@ void OverviewStrip::render() {
     }
     const auto row = static_cast<size_t>(y);
     if (row < levels.size()) {
-      if (const double a = opacityOf(levels[row].warnings); a > 0)
+      if (const double a = opacityOf(levels[row].warnings, warningPeak); a > 0)
         for (int x = kWarningLeft; x < kWarningRight; ++x) line[x] = blend(background, warningColor, a);
-      if (const double a = opacityOf(levels[row].errors); a > 0)
+      if (const double a = opacityOf(levels[row].errors, errorPeak); a > 0)
         for (int x = kErrorLeft; x < kErrorRight; ++x) line[x] = blend(background, errorColor, a);
     }
     if (row < marks.size() && marks[row])
@@ -153,11 +157,11 @@ void OverviewStrip::paintEvent(QPaintEvent*) {
                             static_cast<double>(totalLines_));
   };
   const int top = rowOf(visibleFirst_);
-  const int bottom = std::max(rowOf(visibleFirst_ + visibleCount_), top + 4);
+  const int bottom = std::max(rowOf(visibleFirst_ + visibleCount_), top + 6);
   QColor frame = palette().color(QPalette::Text);
-  frame.setAlphaF(0.12f);
+  frame.setAlphaF(0.15f);
   painter.fillRect(QRect(1, top, kWidth - 1, bottom - top), frame);
-  frame.setAlphaF(0.45f);
+  frame.setAlphaF(0.85f);
   painter.setPen(frame);
   painter.drawRect(QRect(1, top, kWidth - 2, bottom - top - 1));
 }

@@ -138,7 +138,8 @@ void TimelineChart::renderBars() {
   }
   int64_t peak = 1;
   for (const auto& counts : buckets) peak = std::max(peak, totalOf(counts));
-  const bool dark = isDarkPalette(palette());
+  std::array<QColor, logs::kLevelCount> colors;
+  for (const logs::Level level : kStackOrder) colors[logs::levelSlot(level)] = pictureColor(level, palette());
   for (size_t b = 0; b < buckets.size(); ++b) {
     const int left = xOfBucket(static_cast<int>(b));
     const int right = xOfBucket(static_cast<int>(b) + 1);
@@ -154,7 +155,7 @@ void TimelineChart::renderBars() {
       const int y = std::min(
           top - 1, plot.bottom() + 1 -
                        static_cast<int>(std::lround(below * plot.height() / static_cast<double>(peak))));
-      painter.fillRect(QRect(left, y, barWidth, top - y), levelColor(level, dark));
+      painter.fillRect(QRect(left, y, barWidth, top - y), colors[logs::levelSlot(level)]);
       top = y;
     }
   }

@@ -41,6 +41,7 @@ class TimelineChart : public QWidget {
   // The selected range of buckets' times, [start, end).
   std::optional<std::pair<int64_t, int64_t>> selection() const { return selection_; }
   void clearSelection();
+  QSize sizeHint() const override { return {600, 150}; }
 
  signals:
   // A click: show the first line at or after this time.
