@@ -85,6 +85,11 @@ class LogIndex : public std::enable_shared_from_this<LogIndex> {
   // The latest published data; an empty index before the first publication.
   std::shared_ptr<const LogIndexData> data() const;
 
+  // Cancels the work in progress; nothing is published after it.
+  ~LogIndex();
+  LogIndex(const LogIndex&) = delete;
+  LogIndex& operator=(const LogIndex&) = delete;
+
   struct State;
 
  private:

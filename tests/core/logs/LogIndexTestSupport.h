@@ -21,12 +21,12 @@ struct LogDoc {
   std::shared_ptr<storage::PieceTable> table;
   std::shared_ptr<storage::InMemoryLineIndex> index;
 
-  explicit LogDoc(std::string_view text) {
+  explicit LogDoc(std::string_view text, storage::LineIndexBuildOptions options = {}, bool wait = true) {
     table = std::make_shared<storage::PieceTable>(testing::bufferOver(dir, text));
     index = storage::InMemoryLineIndex::create(table, storage::LineIndexTier::inMemory(),
-                                               storage::LineIndexWindow::wholeDocument(), {});
+                                               storage::LineIndexWindow::wholeDocument(), std::move(options));
     index->startBuild();
-    index->waitUntilComplete(std::chrono::seconds(30));
+    if (wait) index->waitUntilComplete(std::chrono::seconds(30));
   }
   LogSource source() const { return {table->snapshot(), index->snapshot()}; }
   storage::EditResult insert(std::string_view bytes, int64_t offset) {
