@@ -19,7 +19,7 @@ TimelinePanel::TimelinePanel(QWidget* parent)
 }
 
 void TimelinePanel::showTab(DocumentTab* tab) {
-  if (tab == tab_) return;
+  if (tab && tab == tab_) return;
   disconnect(tabData_);
   tab_ = tab;
   chart_->clearSelection();

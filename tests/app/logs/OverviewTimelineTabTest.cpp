@@ -95,6 +95,10 @@ TEST(TimelineTabTest, AClickOnABarGoesToItsFirstLineAndTheViewMenuTogglesThePane
   ASSERT_EQ(chart.timeline().bucketMicros, 10'000'000);  // 1,000 s in at most 100 bars
   click(chart, {chart.plotRect().left() + 37 * 4 + 2, 80});
   EXPECT_EQ(log.caretLine(), 370);  // 12:06:10
+  // The tab closes: the panel shows nothing.
+  log.tab.reset();
+  panel.showTab(nullptr);
+  EXPECT_TRUE(chart.timeline().buckets.empty());
 
   MainWindow* window = new MainWindow(lastingQueue());
   QAction* toggle = nullptr;
