@@ -65,6 +65,7 @@ void connectOverviewStrip(OverviewStrip* strip, DocumentTab* tab) {
   };
   QObject::connect(view->verticalScrollBar(), &QScrollBar::valueChanged, strip, showVisible);
   QObject::connect(view->verticalScrollBar(), &QScrollBar::rangeChanged, strip, showVisible);
+  showVisible();
   QObject::connect(strip, &OverviewStrip::lineRequested, tab, [tab](qint64 line) { goToLine(tab, line); });
 }
 
