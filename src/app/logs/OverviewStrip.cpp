@@ -16,13 +16,15 @@ constexpr int kMatchLeft = 1, kMatchRight = 4;
 constexpr int kWarningLeft = 5, kWarningRight = 9;
 constexpr int kErrorLeft = 9, kErrorRight = OverviewStrip::kWidth;
 
-// A row's share of alerts as an opacity, against the document's densest
-// row: the usual rate stays pale and a burst stands out in full colour,
-// while any row with an alert keeps a visible floor. The square root keeps
-// rows at a tenth of the peak from vanishing.
-double opacityOf(float share, float peak) {
-  if (share <= 0 || peak <= 0) return 0;
-  return 0.15 + 0.85 * std::sqrt(std::min(1.0, static_cast<double>(share) / static_cast<double>(peak)));
+// A row's share of alerts as an opacity, on a logarithmic scale: 1% of a
+// row's messages is a pale tint, a quarter of them three quarters of full
+// colour, so an incident stands out from a log's usual rate, while any row
+// with an alert keeps a visible floor. The same share looks the same in
+// every file.
+double opacityOf(float share) {
+  if (share <= 0) return 0;
+  const double scaled = std::log1p(100.0 * std::min(1.0, static_cast<double>(share))) / std::log1p(100.0);
+  return 0.15 + 0.85 * scaled;
 }
 
 QRgb blend(QRgb under, const QColor& over, double opacity) {
@@ -115,11 +117,6 @@ void OverviewStrip::render() {
   if (data_ && totalLines_ > 0) levels = logs::buildOverview(*data_, totalLines_, rows);
   std::vector<uint8_t> marks;
   if (matchRows_ && totalLines_ > 0) marks = matchRows_(totalLines_, rows);
-  float errorPeak = 0, warningPeak = 0;
-  for (const logs::OverviewRow& row : levels) {
-    errorPeak = std::max(errorPeak, row.errors);
-    warningPeak = std::max(warningPeak, row.warnings);
-  }
   // Rows past what the index has read are hatched until it gets there.
   const int64_t indexedLines = data_ && !data_->complete ? data_->linesIndexed : INT64_MAX;
 
@@ -135,9 +132,9 @@ void OverviewStrip::render() {
     }
     const auto row = static_cast<size_t>(y);
     if (row < levels.size()) {
-      if (const double a = opacityOf(levels[row].warnings, warningPeak); a > 0)
+      if (const double a = opacityOf(levels[row].warnings); a > 0)
         for (int x = kWarningLeft; x < kWarningRight; ++x) line[x] = blend(background, warningColor, a);
-      if (const double a = opacityOf(levels[row].errors, errorPeak); a > 0)
+      if (const double a = opacityOf(levels[row].errors); a > 0)
         for (int x = kErrorLeft; x < kErrorRight; ++x) line[x] = blend(background, errorColor, a);
     }
     if (row < marks.size() && marks[row])

@@ -213,7 +213,7 @@ void TimelineChart::paintEvent(QPaintEvent*) {
                                                         span * plot.width()));
     };
     const QRect band(QPoint(xOf(start), plot.top()), QPoint(xOf(end) - 1, plot.bottom()));
-    mark.setAlphaF(0.22f);
+    mark.setAlphaF(0.16f);
     painter.fillRect(band, mark);
     mark.setAlphaF(0.8f);
     painter.setPen(mark);
