@@ -174,10 +174,18 @@ void benchPictures(MainWindow* window, const std::function<void(const char*, dou
   window->timeline()->show();
   pump(200);
 
+  // A search with matches all through the file, so that the strip marks them too.
+  tab->findBar()->activate();
+  tab->findBar()->setQuery(QStringLiteral("Slow query"));
+  pump(500);  // the count starts after a typing pause
+  waiting.restart();
+  while (tab->findBar()->isCounting() && waiting.elapsed() < 120'000) pump(100);
+  figure("overview_matches", static_cast<double>(tab->findBar()->matches().size()), "count");
+
   OverviewStrip* strip = tab->overviewStrip();
   std::vector<double> full, cached;
   for (int i = 0; i < kFrames; ++i) {
-    // New matches: the rows are computed again from the index and the matches.
+    // New matches: the rows are computed again from the index, the line index and the matches.
     full.push_back(frame(strip, [&] { strip->matchesChanged(); }));
     cached.push_back(frame(strip, [&] { strip->setVisibleLines(i * 1000, 50); }));
   }
