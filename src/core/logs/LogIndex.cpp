@@ -10,6 +10,7 @@ namespace quorin::logs {
 namespace {
 
 constexpr auto kPublishInterval = std::chrono::milliseconds(250);
+constexpr int64_t kResampleBelowLines = 1000;
 constexpr const char* kJobTitle = "Indexing log levels and times";
 
 }  // namespace
@@ -36,7 +37,8 @@ struct LogIndex::State {
 
   // Worker only: the index the edits and appends fold into, when a build
   // finished (valid), and the registry a rebuild reports to.
-  LogIndexData working;
+  // Shared with `latest` once published: one copy in memory between edits.
+  std::shared_ptr<const LogIndexData> working;
   bool workingValid = false;
   // Edits not folded into `working` yet, as one span of the newest text
   // (their union); kept while the line snapshots that come with them are
@@ -50,8 +52,8 @@ struct LogIndex::State {
 
   // Makes `data` the latest unless a newer epoch began, and hands it to the
   // handler on `notify` unless something newer was published by then.
-  static void publish(const std::shared_ptr<State>& state, uint64_t taskEpoch, LogIndexData data) {
-    auto shared = std::make_shared<const LogIndexData>(std::move(data));
+  static void publish(const std::shared_ptr<State>& state, uint64_t taskEpoch,
+                      std::shared_ptr<const LogIndexData> shared) {
     {
       base::MutexLock hold(state->lock);
       if (state->epoch != taskEpoch) return;
@@ -93,12 +95,14 @@ struct LogIndex::State {
           if (now - lastPublish < kPublishInterval || token->isCancelled() || !source.lines.isCurrent())
             return;
           lastPublish = now;
-          publish(state, taskEpoch, join.data(version, rules.generation(), false));
+          publish(state, taskEpoch,
+                  std::make_shared<const LogIndexData>(join.data(version, rules.generation(), false)));
         });
     // A line snapshot that went stale during the build may have given wrong
     // line starts: the edit that made it stale brings a newer one.
     if (outcome.complete && !token->isCancelled() && source.lines.isCurrent()) {
-      state->working = outcome.join.data(version, rules.generation(), source.lines.isComplete);
+      state->working = std::make_shared<const LogIndexData>(
+          std::move(outcome.join).take(version, rules.generation(), source.lines.isComplete));
       state->workingValid = true;
       publish(state, taskEpoch, state->working);
     }
@@ -115,11 +119,18 @@ struct LogIndex::State {
       return;
     }
     if (!after.lines.isCurrent()) return;
-    const bool grew = state->working.snapshotVersion != after.text.version() ||
-                      state->working.linesIndexed != detail::coveredLineCount(after) ||
-                      state->working.complete != after.lines.isComplete;
+    const bool grew = state->working->snapshotVersion != after.text.version() ||
+                      state->working->linesIndexed != detail::coveredLineCount(after) ||
+                      state->working->complete != after.lines.isComplete;
     if (!state->pending && !grew) return;
-    LogIndexData next = state->working;
+    // A followed file that started empty (or short) becomes a log as lines
+    // arrive: its format is sampled again while it is within one sample.
+    if (!state->working->format && state->working->linesIndexed < kResampleBelowLines &&
+        sampleTimestampFormat(after)) {
+      State::rebuild(state, taskEpoch, after, rules, jobs ? jobs->begin(kJobTitle) : nullptr);
+      return;
+    }
+    LogIndexData next = *state->working;
     bool folded = !state->pending || detail::foldEdit(next, *state->pending, after, rules);
     if (folded && (next.linesIndexed != detail::coveredLineCount(after) || !state->pending)) {
       folded = detail::foldAppend(next, after, rules);
@@ -130,7 +141,7 @@ struct LogIndex::State {
       return;
     }
     state->pending.reset();
-    state->working = std::move(next);
+    state->working = std::make_shared<const LogIndexData>(std::move(next));
     publish(state, taskEpoch, state->working);
   }
 };

@@ -90,8 +90,8 @@ LogIndexData buildLogIndex(const LogSource& source, const SeverityRules& rules,
   const auto format = sampleTimestampFormat(source);
   auto outcome = detail::buildInRounds(source, rules, format, options,
                                        pool ? *pool : dispatch::WorkerPool::shared(), token, nullptr);
-  return outcome.join.data(source.text.version(), rules.generation(),
-                           outcome.complete && source.lines.isComplete);
+  return std::move(outcome.join)
+      .take(source.text.version(), rules.generation(), outcome.complete && source.lines.isComplete);
 }
 
 }  // namespace quorin::logs

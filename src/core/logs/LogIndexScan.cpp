@@ -143,14 +143,31 @@ void ScanJoin::append(ScanResult&& run) {
   }
 }
 
-LogIndexData ScanJoin::data(int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) const {
+LogIndexData ScanJoin::data(int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) const& {
   LogIndexData data;
+  data.blocks = blocks_;
+  data.alertLines = alertLines_;
+  settle(data, snapshotVersion, rulesGeneration, complete);
+  return data;
+}
+
+LogIndexData ScanJoin::take(int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) && {
+  LogIndexData data;
+  data.blocks = std::move(blocks_);
+  data.alertLines = std::move(alertLines_);
+  // The lists grew by doubling; the index keeps them for the document's life.
+  data.blocks.shrink_to_fit();
+  for (auto& lines : data.alertLines) lines.shrink_to_fit();
+  settle(data, snapshotVersion, rulesGeneration, complete);
+  return data;
+}
+
+void ScanJoin::settle(LogIndexData& data, int64_t snapshotVersion, uint64_t rulesGeneration,
+                      bool complete) const {
   data.snapshotVersion = snapshotVersion;
   data.rulesGeneration = rulesGeneration;
   data.format = format_;
   data.firstYear = provisionalYear_ - yearOffsetAtEnd_;
-  data.blocks = blocks_;
-  data.alertLines = alertLines_;
   data.linesIndexed = lines_;
   data.timedLines = timedLines_;
   data.complete = complete;
@@ -164,7 +181,6 @@ LogIndexData ScanJoin::data(int64_t snapshotVersion, uint64_t rulesGeneration, b
     block.lastMicros = shiftYears(block.lastMicros, years);
     block.maxMicros = shiftYears(block.maxMicros, years);
   }
-  return data;
 }
 
 }  // namespace quorin::logs::detail

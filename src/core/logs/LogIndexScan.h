@@ -73,10 +73,14 @@ class ScanJoin {
 
   void append(ScanResult&& run);
   // The index so far (years settled as if no more runs came).
-  LogIndexData data(int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) const;
+  LogIndexData data(int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) const&;
+  // The same, moving the join's lists out instead of copying them.
+  LogIndexData take(int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) &&;
   int64_t linesJoined() const { return lines_; }
 
  private:
+  void settle(LogIndexData& data, int64_t snapshotVersion, uint64_t rulesGeneration, bool complete) const;
+
   std::optional<TimestampFormat> format_;
   int32_t provisionalYear_;
   std::vector<LogBlock> blocks_;
