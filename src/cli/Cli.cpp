@@ -10,6 +10,7 @@
 #include "GotoCommand.h"
 #include "IndexCommand.h"
 #include "InfoCommand.h"
+#include "LogsCommand.h"
 #include "RecoverCommand.h"
 #include "ReplaceCommand.h"
 #include "SearchCommand.h"
@@ -72,12 +73,21 @@ constexpr std::array kCommands = {
             "  --json         the structure as one JSON object\n"
             "exit status: 0 done, 2 error (also a file that cannot be parsed as a table), 130 interrupted\n",
             &runCsv},
-    Command{"goto", "[--json] TEXT...",
-            "parse a go-to target (42, 50%, b1234, r1234, 12:34, +5m) or say why not",
-            "  --json  one JSON object (a failure too, on stdout)\n"
+    Command{"goto", "[--file FILE [--at LINE]] [--json] TEXT...",
+            "parse a go-to target (42, 50%, b1234, r1234, 12:34, +5m); with --file, the line it lands on",
+            "  --file FILE  resolve the target in FILE and print the 1-based line it lands on\n"
+            "  --at LINE    the caret line (1-based, default 1) that clock times and offsets count from\n"
+            "  --json       one JSON object (a failure too, on stdout)\n"
             "Words are joined with spaces; -30s and other negative offsets are targets, not options.\n"
-            "exit status: 0 a target, 2 not a target or a usage error\n",
+            "exit status: 0 a target (resolved), 2 not a target, not resolvable in FILE, or a usage error,\n"
+            "130 interrupted\n",
             &runGoto},
+    Command{"logs", "[--histogram N] [--json] FILE",
+            "read FILE as a log: timestamp format, first and last time, messages per level",
+            "  --histogram N  also messages over time in at most N buckets of a round width, by level\n"
+            "  --json         one JSON object\n"
+            "exit status: 0 done, 2 error, 130 interrupted\n",
+            &runLogs},
     Command{"follow", "[--from-start] [--json] FILE",
             "print what is appended to FILE as it arrives (like tail -F)",
             "  --from-start  print the file's present content first\n"

@@ -21,7 +21,7 @@ namespace quorin::cli {
 namespace {
 
 const std::vector<std::string> kCommands = {"info", "index", "search", "replace", "compare",
-                                            "csv",  "goto",  "follow", "recover"};
+                                            "csv",  "goto",  "follow", "recover", "logs"};
 
 TEST(EveryCommandTest, HelpPrintsUsageOptionsAndExitStatusesToStdout) {
   const Outcome tool = run({"--help"});
@@ -88,6 +88,7 @@ TEST(EveryCommandTest, ExitStatusesFollowGrepAndErrorsUseTheEditorsWords) {
       {{"compare", f.log, f.other}, 1, ""},
       {{"csv", f.table}, 0, ""},
       {{"goto", "-30s"}, 0, ""},
+      {{"logs", f.log}, 0, ""},
       {{"recover", "--json", f.missing}, 2, "*"},
       // 2: errors, each as "quorin-cli: " and the message the editor shows.
       {{"info", f.missing}, 2, "quorin-cli: " + noSuchFile + "\n"},
@@ -100,6 +101,8 @@ TEST(EveryCommandTest, ExitStatusesFollowGrepAndErrorsUseTheEditorsWords) {
       {{"csv", "--delimiter", "ab", f.table}, 2, "*"},
       {{"goto", "0"}, 2, "quorin-cli: Line numbers start at 1\n"},
       {{"follow", f.missing}, 2, "*"},
+      {{"logs", f.missing}, 2, "quorin-cli: " + noSuchFile + "\n"},
+      {{"goto", "--file", f.missing, "1"}, 2, "quorin-cli: " + noSuchFile + "\n"},
       // Usage mistakes.
       {{"search", "x"}, 2, "*"},
       {{"compare", f.log, f.same, f.other}, 2, "*"},
@@ -129,6 +132,8 @@ TEST(EveryCommandTest, JsonIsOneObjectPerLineOnStdout) {
       {"csv", f.table},
       {"goto", "50%"},
       {"goto", "nonsense"},
+      {"goto", "--file", f.log, "2"},
+      {"logs", "--histogram", "4", f.log},
       {"recover", f.missing},
       {"replace", "--dry-run", "INFO", "x", f.log},
   };

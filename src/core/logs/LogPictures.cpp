@@ -23,18 +23,24 @@ int64_t floorDiv(int64_t a, int64_t b) {
   return (a % b != 0 && (a < 0) != (b < 0)) ? q - 1 : q;
 }
 
-// Bucket count for [first, last] at `width`, saturating far past any limit.
-int64_t bucketsFor(int64_t first, int64_t last, int64_t width) {
-  const int64_t start = floorDiv(first, width) * width;
-  return floorDiv(last - start, width) + 1;
+// The bucket edge at or before `micros`: a multiple of `width` in wall time.
+int64_t edgeBefore(int64_t micros, int64_t width, int64_t wallOffset) {
+  return floorDiv(micros + wallOffset, width) * width - wallOffset;
+}
+
+// Bucket count for [first, last] at `width`.
+int64_t bucketsFor(int64_t first, int64_t last, int64_t width, int64_t wallOffset) {
+  return floorDiv(last - edgeBefore(first, width, wallOffset), width) + 1;
 }
 
 bool timedBlock(const LogBlock& block) { return block.firstMicros != kNoTime; }
 
 }  // namespace
 
-Timeline buildTimeline(const LogIndexData& data, int maxBuckets) {
+Timeline buildTimeline(const LogIndexData& data, int maxBuckets, int32_t wallOffsetSeconds) {
   Timeline timeline;
+  timeline.wallOffsetSeconds = wallOffsetSeconds;
+  const int64_t wallOffset = int64_t{wallOffsetSeconds} * kSecond;
   timeline.zoned = data.format == TimestampFormat::epochSeconds ||
                    data.format == TimestampFormat::epochMillis || data.format == TimestampFormat::accessLog;
   if (maxBuckets < 1) return timeline;
@@ -50,12 +56,12 @@ Timeline buildTimeline(const LogIndexData& data, int maxBuckets) {
   int64_t width = kBucketWidths[0];
   for (const int64_t candidate : kBucketWidths) {
     width = candidate;
-    if (bucketsFor(first, last, width) <= maxBuckets) break;
+    if (bucketsFor(first, last, width, wallOffset) <= maxBuckets) break;
   }
-  while (bucketsFor(first, last, width) > maxBuckets) width *= 2;
+  while (bucketsFor(first, last, width, wallOffset) > maxBuckets) width *= 2;
   timeline.bucketMicros = width;
-  timeline.startMicros = floorDiv(first, width) * width;
-  timeline.buckets.resize(static_cast<size_t>(bucketsFor(first, last, width)));
+  timeline.startMicros = edgeBefore(first, width, wallOffset);
+  timeline.buckets.resize(static_cast<size_t>(bucketsFor(first, last, width, wallOffset)));
 
   const auto bucketOf = [&](int64_t micros) {
     return static_cast<size_t>((micros - timeline.startMicros) / width);

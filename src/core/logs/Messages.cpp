@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "logs/LogIndexLines.h"
 #include "logs/TimestampParser.h"
 
 namespace quorin::logs {
@@ -15,6 +16,7 @@ constexpr int64_t kMicrosPerDay = 86'400 * kMicrosPerSecond;
 // Lines past the index read back, one by one, before the search goes on
 // from the index's last block.
 constexpr int64_t kUnindexedReadBack = 2 * kLogBlockLines;
+constexpr int64_t kScanSliceLines = 256;
 
 int64_t floorDiv(int64_t a, int64_t b) {
   const int64_t q = a / b;
@@ -40,9 +42,46 @@ std::optional<LineTime> parseAlone(TimestampFormat format, std::string_view text
   return parser.parse(text);
 }
 
+// Reads one block's timestamps in order as the index did: from the year
+// the block was entered in, turning the year at the block's first timestamp
+// when that lies more than a day before the last one above it (a parser
+// started at the block has no earlier line to compare with).
+class BlockClock {
+ public:
+  BlockClock(const LogIndexData& data, size_t index)
+      : format_(*data.format), year_(data.blocks[index].enteringYear), parser_(format_, year_) {
+    for (size_t b = index; b-- > 0;) {
+      if (data.blocks[b].lastMicros != kNoTime) {
+        previous_ = data.blocks[b].lastMicros;
+        break;
+      }
+    }
+  }
+
+  std::optional<LineTime> parse(std::string_view text) {
+    auto time = parser_.parse(text);
+    if (time && !seen_) {
+      seen_ = true;
+      if (!time->hasYear && time->hasDate && previous_ != kNoTime &&
+          time->micros < previous_ - kMicrosPerDay) {
+        parser_ = TimestampParser(format_, year_ + 1);
+        time = parser_.parse(text);
+      }
+    }
+    return time;
+  }
+
+ private:
+  TimestampFormat format_;
+  int32_t year_;
+  TimestampParser parser_;
+  int64_t previous_ = kNoTime;
+  bool seen_ = false;
+};
+
 // The time of head `line` as the index reads it: a yearless timestamp
 // takes the year its block's parser is in at that line.
-LineTime exactTime(const LogIndexData& data, LineHeads& lines, int64_t line, const LineTime& alone) {
+LineTime exactTime(const LogIndexData& data, const LogSource& source, int64_t line, const LineTime& alone) {
   if (alone.hasYear || !alone.hasDate || data.blocks.empty()) return alone;
   const size_t index = blockAtOrBefore(data, line).value_or(0);
   const LogBlock& block = data.blocks[index];
@@ -50,9 +89,10 @@ LineTime exactTime(const LogIndexData& data, LineHeads& lines, int64_t line, con
   // block above the line.
   const int64_t from =
       inBlock(block, line) ? block.firstLine : std::max(block.firstLine, line - kLogBlockLines);
-  TimestampParser parser(*data.format, block.enteringYear);
+  BlockClock clock(data, index);
   std::optional<LineTime> time;
-  for (int64_t l = from; l <= line; ++l) time = parser.parse(lines.read(l));
+  detail::LineWindowReader reader(source);
+  reader.forEachLine(from, line + 1, [&](int64_t, std::string_view text) { time = clock.parse(text); });
   return time.value_or(alone);
 }
 
@@ -109,14 +149,14 @@ std::optional<HeadLine> headAtOrAbove(const LogIndexData& data, LineHeads& lines
         continue;
       }
       if (auto time = parseAlone(format, lines.read(l), data.firstYear))
-        return HeadLine{l, exactTime(data, lines, l, *time)};
+        return HeadLine{l, exactTime(data, lines.source(), l, *time)};
       --l;
       continue;
     }
     if (block.firstMicros != kNoTime) {
       for (; l >= block.firstLine; --l) {
         if (auto time = parseAlone(format, lines.read(l), block.enteringYear))
-          return HeadLine{l, exactTime(data, lines, l, *time)};
+          return HeadLine{l, exactTime(data, lines.source(), l, *time)};
       }
     }
     l = block.firstLine - 1;
@@ -127,15 +167,28 @@ std::optional<HeadLine> headAtOrAbove(const LogIndexData& data, LineHeads& lines
 // Every block before the first one whose largest time reaches `micros`
 // lies wholly before it, so that block holds the answer: the first pass
 // over the blocks is the search, and one block is read.
-std::optional<HeadLine> firstHeadAtOrAfter(const LogIndexData& data, LineHeads& lines, int64_t micros) {
+std::optional<HeadLine> firstHeadAtOrAfter(const LogIndexData& data, const LogSource& source,
+                                           int64_t micros) {
   if (!data.format) return std::nullopt;
-  for (const LogBlock& block : data.blocks) {
+  detail::LineWindowReader reader(source);
+  for (size_t index = 0; index < data.blocks.size(); ++index) {
+    const LogBlock& block = data.blocks[index];
     if (block.maxMicros == kNoTime || block.maxMicros < micros) continue;
-    TimestampParser parser(*data.format, block.enteringYear);
-    for (int64_t l = block.firstLine; l < block.firstLine + block.lineCount; ++l) {
-      const auto time = parser.parse(lines.read(l));
-      if (time && time->micros >= micros) return HeadLine{l, *time};
+    BlockClock clock(data, index);
+    std::optional<HeadLine> found;
+    const int64_t end = block.firstLine + block.lineCount;
+    // In slices, so that an answer near the block's start reads little.
+    for (int64_t from = block.firstLine; from < end && !found; from += kScanSliceLines) {
+      const bool read = reader.forEachLine(from, std::min(from + kScanSliceLines, end),
+                                           [&](int64_t line, std::string_view text) {
+                                             if (found) return;
+                                             const auto time = clock.parse(text);
+                                             if (time && time->micros >= micros)
+                                               found = HeadLine{line, *time};
+                                           });
+      if (!read) break;
     }
+    if (found) return found;
   }
   return std::nullopt;
 }

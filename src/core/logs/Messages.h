@@ -16,9 +16,9 @@
 
 namespace quorin::logs {
 
-// Bytes of a line read to find its timestamp: every parser reads fewer
-// (the access-log shape looks 128 bytes in).
-inline constexpr size_t kTimeWindowBytes = 512;
+// Bytes of a line read to find its timestamp: the window the index reads,
+// so that a line always parses as the index parsed it.
+inline constexpr size_t kTimeWindowBytes = kUserRuleWindowBytes;
 
 // Reads the first bytes of a source's lines, without their line break,
 // into one reused buffer.
@@ -31,6 +31,7 @@ class LineHeads {
   // At most `maxBytes` of `line`; empty past the known lines. Valid until
   // the next read.
   std::string_view read(int64_t line, size_t maxBytes = kTimeWindowBytes);
+  const LogSource& source() const { return source_; }
 
  private:
   const LogSource& source_;
@@ -51,7 +52,7 @@ std::optional<HeadLine> headAtOrAbove(const LogIndexData& data, LineHeads& lines
 
 // The first head line in file order whose time is at or after `micros`,
 // among the indexed lines; none when every indexed time is earlier.
-std::optional<HeadLine> firstHeadAtOrAfter(const LogIndexData& data, LineHeads& lines, int64_t micros);
+std::optional<HeadLine> firstHeadAtOrAfter(const LogIndexData& data, const LogSource& source, int64_t micros);
 
 // "2026-03-20 12:00:01.250" (the date left out for a time of day alone),
 // in the wall time the line was written in; fractions to the millisecond,

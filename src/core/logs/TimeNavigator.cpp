@@ -63,34 +63,35 @@ std::string TimeRefusal::describe() const {
 std::expected<TimeJump, TimeRefusal> resolveTime(const LogIndexData& data, const LogSource& source,
                                                  const TimeInput& input, int64_t caretLine) {
   if (!data.format || (data.complete && data.timedLines == 0)) return refuse(TimeRefusal::Kind::noTimestamps);
+  if (data.timedLines == 0) return refuse(TimeRefusal::Kind::notIndexed);
   LineHeads lines(source);
+  const auto caret = headAtOrAbove(data, lines, std::max<int64_t>(caretLine, 0));
   // The first timestamp stands in for the caret's where only its zone and
   // whether the log has dates matter.
-  const auto first = firstHeadAtOrAfter(data, lines, INT64_MIN + 1);
-  if (data.timedLines == 0 || !first) return refuse(TimeRefusal::Kind::notIndexed);
-  const auto caret = headAtOrAbove(data, lines, std::max<int64_t>(caretLine, 0));
+  const auto reference = caret ? caret : firstHeadAtOrAfter(data, source, INT64_MIN + 1);
+  if (!reference) return refuse(TimeRefusal::Kind::notIndexed);
 
   int64_t target = 0;
   if (const auto* offset = std::get_if<TimeOffsetTarget>(&input)) {
     if (!caret) return refuse(TimeRefusal::Kind::caretWithoutTime);
-    const double micros = std::clamp(offset->seconds * 1e6, -kLongestOffsetMicros, kLongestOffsetMicros);
+    const double seconds = std::isfinite(offset->seconds) ? offset->seconds : 0.0;
+    const double micros = std::clamp(seconds * 1e6, -kLongestOffsetMicros, kLongestOffsetMicros);
     target = caret->time.micros + std::llround(micros);
   } else {
     const TimeTarget& time = std::get<TimeTarget>(input);
-    const LineTime& reference = caret ? caret->time : first->time;
     std::optional<int64_t> caretWallDay;
-    if (!time.year && reference.hasDate) {
+    if (!time.year && reference->time.hasDate) {
       if (!caret) return refuse(TimeRefusal::Kind::caretWithoutTime);
       caretWallDay =
           floorDiv(caret->time.micros + int64_t{caret->time.offsetSeconds} * kMicrosPerSecond, kMicrosPerDay);
     }
-    target = targetMicros(time, reference, caretWallDay);
+    target = targetMicros(time, reference->time, caretWallDay);
   }
 
-  if (const auto head = firstHeadAtOrAfter(data, lines, target)) return TimeJump{head->line, false, {}};
+  if (const auto head = firstHeadAtOrAfter(data, source, target)) return TimeJump{head->line, false, {}};
 
   // Every indexed time is earlier: the last line, and say why.
-  LineTime last = first->time;
+  LineTime last = reference->time;
   last.micros = largestTime(data);
   const std::string when = formatLineTime(last);
   if (data.complete) {

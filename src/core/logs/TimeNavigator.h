@@ -13,8 +13,10 @@ namespace quorin::logs {
 
 // Where a time target lands.
 struct TimeJump {
-  int64_t line = 0;      // 0-based document line
-  bool pastEnd = false;  // the time is after the last timestamped line: `line` is the last line
+  int64_t line = 0;  // 0-based document line
+  // The time is after every indexed time: `line` is the document's last line
+  // (the last indexed line while the index is still building).
+  bool pastEnd = false;
   // Shown in the status bar with the jump; empty when there is nothing to say
   // ("Past the last timestamp (2026-03-20 11:59:58) — went to the last line").
   std::string notice;

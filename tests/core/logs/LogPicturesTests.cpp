@@ -51,6 +51,15 @@ TEST(LogPicturesTest, TimelineSpreadsBlocksOverRoundBuckets) {
   EXPECT_EQ(fine.buckets.size(), 101u);
   EXPECT_EQ(total(fine, Level::info), 19);
 
+  // Hour buckets of a +05:30 log start on its own hours.
+  const int64_t halfPast = 3600 * kSecond * 24 * 100 + 1800 * kSecond;  // 00:30 UTC, 06:00 at +05:30
+  LogIndexData zoned;
+  zoned.blocks = {block(0, 4, halfPast - 3600 * kSecond, halfPast + 5 * 3600 * kSecond, 4)};
+  const Timeline hours = buildTimeline(zoned, 8, 19'800);
+  EXPECT_EQ(hours.bucketMicros, 3600 * kSecond);
+  EXPECT_EQ(hours.startMicros, halfPast - 3600 * kSecond);
+  EXPECT_EQ(hours.buckets.size(), 7u);
+
   // A span of centuries still fits, in widths of whole years and more.
   data.blocks.push_back(block(24, 1, kSecond * 86400 * 365 * 300, kSecond * 86400 * 365 * 300, 1));
   const Timeline wide = buildTimeline(data, 50);

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "LogTestSupport.h"
+#include "NavigatorTestSupport.h"
 #include "logs/Messages.h"
 #include "logs/TimeNavigator.h"
 

@@ -1,51 +1,20 @@
 #pragma once
 
-#include <chrono>
-#include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
-#include "logs/LogIndex.h"
-#include "logs/TimestampParser.h"
-#include "storage/InMemoryLineIndex.h"
-#include "storage/StorageTestSupport.h"
+#include "LogIndexTestSupport.h"
 
 namespace quorin::logs {
 
-// A document on disk with its piece table and a complete line index.
-struct LogDoc {
-  testing::TempDir dir;
-  std::shared_ptr<storage::PieceTable> table;
-  std::shared_ptr<storage::InMemoryLineIndex> index;
-
-  explicit LogDoc(std::string_view text) {
-    table = std::make_shared<storage::PieceTable>(testing::bufferOver(dir, text));
-    index = storage::InMemoryLineIndex::create(table, storage::LineIndexTier::inMemory(),
-                                               storage::LineIndexWindow::wholeDocument(), {});
-    index->startBuild();
-    index->waitUntilComplete(std::chrono::seconds(30));
-  }
-  LogSource source() const { return {table->snapshot(), index->snapshot()}; }
-};
-
-inline std::vector<std::string> splitLines(std::string_view text) {
-  std::vector<std::string> lines;
-  size_t start = 0;
-  for (size_t nl; (nl = text.find('\n', start)) != std::string_view::npos; start = nl + 1)
-    lines.emplace_back(text.substr(start, nl - start));
-  lines.emplace_back(text.substr(start));
-  return lines;
-}
-
 // The times of a log's lines, read in order by one parser: the reference
 // both the hand-built index and the slow resolvers start from.
-inline std::vector<std::optional<LineTime>> lineTimes(const std::vector<std::string>& lines,
+inline std::vector<std::optional<LineTime>> lineTimes(const std::vector<std::string_view>& lines,
                                                       TimestampFormat format, int32_t firstYear,
                                                       std::vector<int32_t>* yearAfter = nullptr) {
   TimestampParser parser(format, firstYear);
   std::vector<std::optional<LineTime>> times;
-  for (const std::string& line : lines) {
+  for (const std::string_view line : lines) {
     times.push_back(parser.parse(line));
     if (yearAfter) yearAfter->push_back(firstYear + parser.yearSteps());
   }
@@ -53,9 +22,10 @@ inline std::vector<std::optional<LineTime>> lineTimes(const std::vector<std::str
 }
 
 // The times part of a log index, built the obvious way with blocks of
-// `blockLines` lines. A block's entering year is the one its first
-// timestamped line is read in.
-inline LogIndexData handBuiltIndex(const std::vector<std::string>& lines, TimestampFormat format,
+// `blockLines` lines. A block's entering year is the parser's before the
+// block's first line, as the index records it: a year that turns at the
+// block's first timestamp is not in it yet.
+inline LogIndexData handBuiltIndex(const std::vector<std::string_view>& lines, TimestampFormat format,
                                    int32_t firstYear, int64_t blockLines) {
   std::vector<int32_t> years;
   const auto times = lineTimes(lines, format, firstYear, &years);
@@ -76,7 +46,6 @@ inline LogIndexData handBuiltIndex(const std::vector<std::string>& lines, Timest
       ++data.timedLines;
       if (!seen) {
         block.firstMicros = block.maxMicros = t->micros;
-        block.enteringYear = years[static_cast<size_t>(l)];
       } else if (t->micros < block.lastMicros) {
         block.monotonic = false;
       }
