@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QMessageBox>
+#include <QPalette>
 #include <QPixmap>
 #include <QScrollBar>
 #include <QSpinBox>
@@ -124,6 +125,57 @@ QString writeFile(const QTemporaryDir& dir, const QString& name, const std::func
   return path;
 }
 
+// A service log with errors and their stack traces: level colours and dimmed
+// timestamps, in the palette of the desktop and in a dark one.
+void tourLogLevels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
+  const QString path = writeFile(
+      dir, QStringLiteral("payments.log"),
+      [](int i) {
+        static const char* levels[] = {"INFO ", "DEBUG", "INFO ", "TRACE", "INFO ", "NOTICE", "INFO "};
+        const char* level = i % 23 == 11 ? "ERROR" : i % 7 == 4 ? "WARN " : i == 40 ? "FATAL" : levels[i % 7];
+        QString line =
+            QStringLiteral("2026-03-20 09:14:%1.%2 %3 [worker-%4] payments: %5\n")
+                .arg(i / 4 % 60, 2, 10, QLatin1Char('0'))
+                .arg(i * 137 % 1000, 3, 10, QLatin1Char('0'))
+                .arg(QLatin1String(level))
+                .arg(i % 3)
+                .arg(i % 23 == 11 ? QStringLiteral("charge %1 failed: card issuer timed out").arg(i)
+                     : i % 7 == 4 ? QStringLiteral("retrying charge %1 (attempt 2 of 3)").arg(i)
+                                  : QStringLiteral("charge %1 settled in %2 ms").arg(i).arg(i * 31 % 400));
+        if (i % 23 == 11)
+          line += QStringLiteral(
+              "java.net.SocketTimeoutException: Read timed out\n"
+              "    at com.example.pay.IssuerClient.charge(IssuerClient.java:88)\n"
+              "    at com.example.pay.Worker.run(Worker.java:41)\n");
+        return line.toUtf8();
+      },
+      400);
+  if (window->openFileWithMode(path, {})) return;
+  DocumentTab* tab = window->currentTab();
+  pump(800);  // the log index
+  tab->stepToMessage(logs::Level::error, true);
+  tab->stepToMessage(logs::Level::error, true);
+  pump(200);
+  shots.take(window, QStringLiteral("log-levels"));
+  tab->goToField()->activateTime();
+  tab->goToField()->setText(QStringLiteral("09:14:30"));
+  pump(100);
+  shots.take(window, QStringLiteral("go-to-time"));
+  tab->goToField()->go();
+  QPalette dark;
+  dark.setColor(QPalette::Window, QColor(0x2b, 0x2d, 0x31));
+  dark.setColor(QPalette::WindowText, QColor(0xdf, 0xe1, 0xe5));
+  dark.setColor(QPalette::Base, QColor(0x1e, 0x1f, 0x22));
+  dark.setColor(QPalette::Text, QColor(0xdf, 0xe1, 0xe5));
+  dark.setColor(QPalette::Button, QColor(0x2b, 0x2d, 0x31));
+  dark.setColor(QPalette::ButtonText, QColor(0xdf, 0xe1, 0xe5));
+  dark.setColor(QPalette::Highlight, QColor(0x2e, 0x5c, 0x9a));
+  window->setPalette(dark);
+  pump(200);
+  shots.take(window, QStringLiteral("log-levels-dark"));
+  window->setPalette(QPalette());
+}
+
 // The find bar, the go-to field, the Table view and the compare window.
 void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   window->tabs()->setCurrentIndex(0);
@@ -191,6 +243,7 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
     shots.take(compare, QStringLiteral("compare-window"));
     compare->close();
   }
+  tourLogLevels(window, shots, dir);
   tourLogPictures(window, dir.path(),
                   [&shots](QWidget* widget, const QString& step) { shots.take(widget, step); });
 }

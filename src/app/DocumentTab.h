@@ -64,8 +64,9 @@ class DocumentTab : public QWidget {
   QString openNotice() const { return openNotice_; }
   QString followText() const { return followText_; }
 
-  // The log index's latest data (never null; empty until the first
-  // publication), the rules it was built with, and the text it reads.
+  // The log index's latest data (never null; until the first publication
+  // only the sampled timestamp format, no blocks), the rules it was built
+  // with, and the text it reads.
   std::shared_ptr<const logs::LogIndexData> logData() const { return logData_; }
   const logs::SeverityRules& severityRules() const { return rules_; }
   logs::LogSource logSource() const;
@@ -129,6 +130,7 @@ class DocumentTab : public QWidget {
   // The log index was started while the line index was still counting: it
   // is told as the line index learns more lines.
   bool logIndexTrailsLines_ = false;
+  bool logPublished_ = false;
 };
 
 }  // namespace quorin::app

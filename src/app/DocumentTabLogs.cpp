@@ -45,17 +45,23 @@ void DocumentTab::startLogIndex() {
   const QFileInfo file(path());
   options.modificationYear =
       !path().isEmpty() && file.exists() ? file.lastModified().date().year() : QDate::currentDate().year();
-  logData_ = std::make_shared<const logs::LogIndexData>();
+  const logs::LogSource source = logSource();
+  // Until the index publishes, the sampled format alone lets the first screen show levels and times.
+  auto sampled = std::make_shared<logs::LogIndexData>();
+  sampled->format = logs::sampleTimestampFormat(source);
+  sampled->firstYear = options.modificationYear;
+  logData_ = sampled;
+  view_->setLogData(logData_, rules_);
   logQueue_ = std::make_shared<dispatch::SerialQueue>("quorin.logindex");
   logIndex_ =
       logs::LogIndex::create(rules_, options, logQueue_, std::make_shared<MainQueueExecutor>(mainQueue_),
                              [self = QPointer(this)](std::shared_ptr<const logs::LogIndexData> data) {
                                if (!self || !data) return;
                                self->logData_ = std::move(data);
+                               self->logPublished_ = true;
                                self->view_->setLogData(self->logData_, self->rules_);
                                emit self->logDataChanged();
                              });
-  const logs::LogSource source = logSource();
   logIndexTrailsLines_ = !source.lines.isComplete;
   logIndex_->start(source, &jobs_);
 }
@@ -82,8 +88,9 @@ int64_t DocumentTab::caretLine() const {
 
 std::expected<GoToField::TimeLanding, QString> DocumentTab::landingForTime(
     const logs::TimeInput& input) const {
-  // Before the first publication nothing is known, not even whether this is a log.
-  if (!logData_->format && !logData_->complete) return std::unexpected(LogTexts::notReadYet());
+  // Before the first publication nothing is known, not even whether this is a log;
+  // the first one has sampled the format.
+  if (!logPublished_) return std::unexpected(LogTexts::notReadYet());
   const logs::LogSource source = logSource();
   const auto jump = logs::resolveTime(*logData_, source, input, caretLine());
   if (!jump) return std::unexpected(qt(jump.error().describe()));
@@ -99,7 +106,7 @@ void DocumentTab::stepToMessage(logs::Level atLeast, bool forward) {
     return;
   }
   if (logData_->complete) return emit statusMessage(LogTexts::noMore(atLeast, forward));
-  if (!logData_->format && logData_->linesIndexed == 0) return emit statusMessage(LogTexts::notReadYet());
+  if (!logPublished_) return emit statusMessage(LogTexts::notReadYet());
   // Still building: say how far it has read rather than nothing.
   const double total = static_cast<double>(std::max<int64_t>(source.lines.lineCount(), 1));
   const int percent =

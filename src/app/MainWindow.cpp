@@ -171,6 +171,9 @@ void MainWindow::addTab(DocumentTab* tab) {
   connect(tab->view(), &TextView::caretMoved, this, [this, tab] {
     if (tab == currentTab()) updateStatus();
   });
+  connect(tab, &DocumentTab::logDataChanged, this, [this, tab] {
+    if (tab == currentTab()) updateStatus();
+  });
   connect(tab, &DocumentTab::tableViewChanged, this, [this, tab] {
     if (tab == currentTab()) updateActions();
   });
@@ -192,7 +195,7 @@ void MainWindow::currentTabChanged() {
 
 void MainWindow::updateStatus() {
   DocumentTab* tab = currentTab();
-  for (QLabel* label : {positionLabel_, selectionLabel_, indexLabel_, followLabel_, sizeLabel_,
+  for (QLabel* label : {positionLabel_, selectionLabel_, timeLabel_, indexLabel_, followLabel_, sizeLabel_,
                         encodingLabel_, lineEndingLabel_}) {
     label->setVisible(tab != nullptr);
   }
@@ -206,6 +209,9 @@ void MainWindow::updateStatus() {
                                     .arg(locale.toString(static_cast<qlonglong>(*position.line)),
                                          locale.toString(static_cast<qlonglong>(position.column)))
                               : tr("Col %1").arg(locale.toString(static_cast<qlonglong>(position.column))));
+  const QString time = tab->caretTimeText();
+  timeLabel_->setVisible(!time.isEmpty());
+  timeLabel_->setText(time);
   const int64_t selected = tab->view()->selectionLength();
   selectionLabel_->setVisible(selected > 0);
   selectionLabel_->setText(tr("%1 selected").arg(QString::fromStdString(base::formatByteCount(selected))));

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "dispatch/MainQueue.h"
+#include "logs/Severity.h"
 #include "storage/LargeFileOpenMode.h"
 
 class QAction;
@@ -66,6 +67,8 @@ class MainWindow : public QMainWindow {
   static constexpr const char* kRecentFilesKey = "QuorinRecentFiles";
   static constexpr const char* kSessionKey = "QuorinSessionDocuments";
   static constexpr const char* kInPlaceSaveKey = "QuorinInPlaceSaveEnabled";
+  // Go ▸ Step Level: the level F6 / Shift+F6 step to ("trace" … "fatal").
+  static constexpr const char* kStepLevelKey = "QuorinStepLevel";
 
   // File ▸ Patch Small Edits in Place: stored, and applied to every open document of every window.
   static void applyInPlaceSavePreference(bool enabled);
@@ -79,6 +82,9 @@ class MainWindow : public QMainWindow {
 
  private:
   void createMenus();
+  // The Go menu: go to a line or a time, step through messages by level.
+  void createGoMenu();
+  void setStepLevel(logs::Level level);
   void createStatusBar();
   void chooseAndOpenFile();
   void compareCurrent();
@@ -103,8 +109,12 @@ class MainWindow : public QMainWindow {
   QAction* catchUpAction_ = nullptr;
   QAction* tableAction_ = nullptr;
   QAction* inPlaceAction_ = nullptr;
+  QAction* nextAtLevelAction_ = nullptr;
+  QAction* previousAtLevelAction_ = nullptr;
+  logs::Level stepLevel_ = logs::Level::info;
   QLabel* positionLabel_ = nullptr;
   QLabel* selectionLabel_ = nullptr;
+  QLabel* timeLabel_ = nullptr;
   QLabel* indexLabel_ = nullptr;
   QLabel* followLabel_ = nullptr;
   QLabel* sizeLabel_ = nullptr;

@@ -83,8 +83,8 @@ void MainWindow::createMenus() {
                   tabAction([](DocumentTab* t) { t->findBar()->findNext(); }));
   edit->addAction(tr("Find Pre&vious"), QKeySequence::FindPrevious, this,
                   tabAction([](DocumentTab* t) { t->findBar()->findPrevious(); }));
-  edit->addAction(tr("&Go To…"), QKeySequence(tr("Ctrl+L")), this,
-                  tabAction([](DocumentTab* t) { t->goToField()->activate(); }));
+
+  createGoMenu();
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   tableAction_ = view->addAction(tr("&Table View"));
@@ -160,6 +160,8 @@ void MainWindow::applyInPlaceSavePreference(bool enabled) {
 void MainWindow::createStatusBar() {
   QStatusBar* bar = statusBar();
   positionLabel_ = addStatusLabel(bar);
+  timeLabel_ = addStatusLabel(bar);
+  timeLabel_->setToolTip(tr("The caret line's time, and the time since the previous message"));
   selectionLabel_ = addStatusLabel(bar);
   followLabel_ = addStatusLabel(bar);
   indexLabel_ = addStatusLabel(bar);
@@ -176,6 +178,8 @@ void MainWindow::createStatusBar() {
   // Wide enough for big numbers, so the fields do not jump about as the caret moves.
   positionLabel_->setMinimumWidth(
       fontMetrics().horizontalAdvance(QStringLiteral("Ln 999,999,999, Col 99,999")));
+  timeLabel_->setMinimumWidth(
+      fontMetrics().horizontalAdvance(QStringLiteral("2026-03-20 12:00:01.250 · +1.25 s since previous")));
   indexLabel_->setMinimumWidth(
       fontMetrics().horizontalAdvance(QStringLiteral("Indexing 100% · ~999,999,999 lines")));
 }

@@ -127,6 +127,7 @@ void GoToField::setText(const QString& text) {
   stopWaiting();
   showError({});
   input_->setText(text);
+  updateHelp();
 }
 QString GoToField::errorText() const { return error_->text(); }
 QString GoToField::helpText() const { return help_->text(); }

@@ -51,10 +51,9 @@ QColor hue(const QPalette& palette, float h, float saturation) {
 
 void LogLineStyler::setLog(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
   const bool sameFormat = data_ && data && data_->format == data->format;
-  if (!sameFormat || rules.generation() != rules_.generation()) {
-    cache_.clear();
-    messageCache_.clear();
-  }
+  if (!sameFormat || rules.generation() != rules_.generation()) cache_.clear();
+  // Messages are found with the index's help: new data may place them better.
+  messageCache_.clear();
   data_ = std::move(data);
   rules_ = std::move(rules);
 }
@@ -90,11 +89,11 @@ logs::Level LogLineStyler::messageLevelAbove(const TextLines& lines, const Visib
   if (const auto cached = messageCache_.find(row.lineStart); cached != messageCache_.end())
     return cached->second;
   logs::Level level = logs::Level::none;
-  if (row.lineNumber) {
+  if (row.lineNumber && *row.lineNumber < data_->linesIndexed) {
     const logs::LogSource source{.text = lines.text(), .lines = lines.lines()};
     level = logs::messageAt(*data_, source, rules_, *row.lineNumber).level;
   } else {
-    // Past the lines the line index has counted: look up a bounded way.
+    // Past the lines the indexes have read: look up a bounded way.
     logs::TimestampParser parser(*data_->format, data_->firstYear);
     std::optional<int64_t> start = lines.previousLineStart(row.lineStart);
     for (int i = 0; start && i < kMessageLookBack; ++i, start = lines.previousLineStart(*start)) {
@@ -135,7 +134,7 @@ std::vector<LineLogStyle> LogLineStyler::style(const TextLines& lines, std::span
   return styles;
 }
 
-QColor LevelColors::word(logs::Level level, const QPalette& palette) {
+QColor LogLineColors::word(logs::Level level, const QPalette& palette) {
   const QColor base = palette.color(QPalette::Base);
   const QColor text = palette.color(QPalette::Text);
   switch (level) {
@@ -152,16 +151,16 @@ QColor LevelColors::word(logs::Level level, const QPalette& palette) {
   return text;
 }
 
-QColor LevelColors::lineTint(logs::Level level, const QPalette& palette) {
+QColor LogLineColors::lineTint(logs::Level level, const QPalette& palette) {
   if (level < logs::Level::warning) return Qt::transparent;
   QColor tint = word(level, palette);
   // Faint: the text stays the thing to read; dark backgrounds need a little more.
   const double alpha = level == logs::Level::warning ? 0.10 : 0.14;
-  tint.setAlphaF(static_cast<float>(isDark(palette) ? alpha * 1.6 : alpha));
+  tint.setAlphaF(static_cast<float>(isDark(palette) ? alpha * 1.3 : alpha));
   return tint;
 }
 
-QColor LevelColors::timestamp(const QPalette& palette) {
+QColor LogLineColors::timestamp(const QPalette& palette) {
   return blend(palette.color(QPalette::Base), palette.color(QPalette::Text), 0.55);
 }
 

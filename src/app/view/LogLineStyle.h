@@ -64,7 +64,7 @@ class LogLineStyler {
 
 // The colours a level is drawn in, from the palette, so that they read on a
 // light and on a dark background alike.
-struct LevelColors {
+struct LogLineColors {
   static QColor word(logs::Level level, const QPalette& palette);
   // A faint background for lines at warning or above; transparent below.
   static QColor lineTint(logs::Level level, const QPalette& palette);

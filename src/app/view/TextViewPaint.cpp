@@ -79,7 +79,7 @@ void TextView::paintEvent(QPaintEvent*) {
     for (const Row& row : rows_) visible.push_back({row.lineStart, row.contentEnd, row.lineNumber});
     logStyles = logStyler_.style(*lines_, visible);
   }
-  const QColor timestampColor = LevelColors::timestamp(pal);
+  const QColor timestampColor = LogLineColors::timestamp(pal);
 
   painter.setClipRect(QRectF(left - 2, 0, width, viewport()->height()));
   std::vector<ColoredSpan> spans;
@@ -97,10 +97,11 @@ void TextView::paintEvent(QPaintEvent*) {
     if (i < logStyles.size()) {
       const LineLogStyle& style = logStyles[i];
       if (style.level >= logs::Level::warning)
-        painter.fillRect(QRectF(left - 2, top, width, rowHeight()), LevelColors::lineTint(style.level, pal));
+        painter.fillRect(QRectF(left - 2, top, width, rowHeight()),
+                         LogLineColors::lineTint(style.level, pal));
       if (style.timestamp.length() > 0) spans.push_back({style.timestamp, timestampColor});
       if (style.levelWord.length() > 0)
-        spans.push_back({style.levelWord, LevelColors::word(style.level, pal)});
+        spans.push_back({style.levelWord, LogLineColors::word(style.level, pal)});
     }
     auto tint = [&](int64_t from, int64_t to, const QColor& color, bool throughLineEnd) {
       const int64_t a = std::max(from, row.lineStart);
