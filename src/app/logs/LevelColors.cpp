@@ -21,7 +21,7 @@ QColor pictureColor(logs::Level level, const QPalette& palette) {
     case logs::Level::debug: return between(base, text, 38);
     case logs::Level::trace: return between(base, text, 28);
     case logs::Level::none: return between(base, text, 20);
-    default: return LevelColors::word(level, palette);
+    default: return LogLineColors::word(level, palette);
   }
 }
 

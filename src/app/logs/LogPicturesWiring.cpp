@@ -31,9 +31,8 @@ void goToLine(DocumentTab* tab, int64_t line) {
 
 void goToLogTime(DocumentTab* tab, int64_t micros) {
   const auto data = tab->logData();
-  const logs::LogSource source = tab->logSource();
-  logs::LineHeads lines(source);
-  if (const auto head = logs::firstHeadAtOrAfter(*data, lines, micros)) return goToLine(tab, head->line);
+  if (const auto head = logs::firstHeadAtOrAfter(*data, tab->logSource(), micros))
+    return goToLine(tab, head->line);
   // Every time indexed is earlier (the index is still reading): its last line.
   goToLine(tab, std::max<int64_t>(data->linesIndexed - 1, 0));
   emit tab->statusMessage(QObject::tr("No time that late indexed yet — went to the last line indexed"));
