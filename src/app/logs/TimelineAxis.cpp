@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <array>
+#include <cstdlib>
 
 namespace quorin::app {
 namespace {
@@ -49,6 +50,15 @@ QString formatSpan(int64_t micros) {
   if (micros % kMinute == 0) return QStringLiteral("%1 min").arg(micros / kMinute);
   if (micros % kSecond == 0) return QStringLiteral("%1 s").arg(micros / kSecond);
   return QStringLiteral("%1 ms").arg(static_cast<double>(micros) / 1000.0);
+}
+
+QString formatZone(int32_t offsetSeconds) {
+  if (offsetSeconds == 0) return QStringLiteral("UTC");
+  const int32_t minutes = std::abs(offsetSeconds) / 60;
+  return QStringLiteral("UTC%1%2:%3")
+      .arg(offsetSeconds < 0 ? QLatin1Char('-') : QLatin1Char('+'))
+      .arg(minutes / 60, 2, 10, QLatin1Char('0'))
+      .arg(minutes % 60, 2, 10, QLatin1Char('0'));
 }
 
 std::vector<TimeTick> timeTicks(int64_t startMicros, int64_t endMicros, int64_t bucketMicros, int width,

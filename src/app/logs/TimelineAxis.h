@@ -7,8 +7,8 @@
 namespace quorin::app {
 
 // Time labels for the timeline: where the axis ticks go and how times read.
-// Times are microseconds since 1970-01-01 as the log index keeps them (wall
-// time as written, or UTC for zoned timestamps), shown as they are.
+// Times are wall times in microseconds since 1970-01-01 (the chart adds a
+// zoned log's own offset to the index's UTC times first), shown as they are.
 struct TimeTick {
   int64_t micros = 0;
   QString label;
@@ -27,5 +27,7 @@ QString formatTime(int64_t micros, bool withDates);
 QString formatTimeRange(int64_t startMicros, int64_t endMicros, bool withDates);
 // "1 s", "5 min", "1 h", "1 day", "7 days".
 QString formatSpan(int64_t micros);
+// "UTC", "UTC+05:30", "UTC-07:00".
+QString formatZone(int32_t offsetSeconds);
 
 }  // namespace quorin::app

@@ -39,10 +39,17 @@ TimelineChart::TimelineChart(QWidget* parent) : QWidget(parent) {
   setAttribute(Qt::WA_OpaquePaintEvent);
 }
 
-void TimelineChart::setData(std::shared_ptr<const logs::LogIndexData> data) {
-  if (data == data_) return;
+void TimelineChart::setData(std::shared_ptr<const logs::LogIndexData> data,
+                            std::optional<int32_t> zoneOffsetSeconds) {
+  if (data == data_ && zoneOffsetSeconds == zoneOffset_) return;
   data_ = std::move(data);
+  zoneOffset_ = zoneOffsetSeconds;
   invalidate();
+}
+
+QString TimelineChart::zoneText() const {
+  if (zoneOffset_) return formatZone(*zoneOffset_);
+  return timeline_.zoned ? formatZone(0) : QString();
 }
 
 void TimelineChart::invalidate() {
@@ -64,9 +71,10 @@ QRect TimelineChart::plotRect() const {
 const logs::Timeline& TimelineChart::timeline() {
   const int plotWidth = plotRect().width();
   if (timelineWidth_ != plotWidth) {
-    timeline_ = data_ && data_->hasTimes()
-                    ? logs::buildTimeline(*data_, std::max(1, plotWidth / kMinBarWidth))
-                    : logs::Timeline{};
+    timeline_ =
+        data_ && data_->hasTimes()
+            ? logs::buildTimeline(*data_, std::max(1, plotWidth / kMinBarWidth), zoneOffset_.value_or(0))
+            : logs::Timeline{};
     timelineWidth_ = plotWidth;
   }
   return timeline_;
@@ -101,8 +109,8 @@ QString TimelineChart::describeBucket(int bucket) {
   if (bucket < 0 || static_cast<size_t>(bucket) >= buckets.size()) return {};
   const auto& counts = buckets[static_cast<size_t>(bucket)];
   const auto [start, end] = bucketTimes(bucket, bucket);
-  QString text = formatTimeRange(start, end, withDates());
-  if (timeline_.zoned) text += tr(" UTC");
+  QString text = formatTimeRange(start + wallMicros(), end + wallMicros(), withDates());
+  if (const QString zone = zoneText(); !zone.isEmpty()) text += QLatin1Char(' ') + zone;
   const int64_t total = totalOf(counts);
   text += QLatin1Char('\n') + (total == 1 ? tr("1 message") : tr("%1 messages").arg(number(total)));
   for (const logs::Level level : kStackOrder) {
@@ -168,10 +176,12 @@ void TimelineChart::renderBars() {
   const auto span = static_cast<double>(end - timeline_.startMicros);
   const int labelTop = plot.bottom() + 4;
   int lastLabelRight = INT32_MIN;
-  for (const TimeTick& tick : timeTicks(timeline_.startMicros, end, timeline_.bucketMicros, plot.width(),
-                                        kLabelSpacing, withDates())) {
-    const int x = plot.left() + static_cast<int>(static_cast<double>(tick.micros - timeline_.startMicros) /
-                                                 span * plot.width());
+  const int64_t wall = wallMicros();  // ticks fall on the log's own round times
+  for (const TimeTick& tick : timeTicks(timeline_.startMicros + wall, end + wall, timeline_.bucketMicros,
+                                        plot.width(), kLabelSpacing, withDates())) {
+    const int x =
+        plot.left() + static_cast<int>(static_cast<double>(tick.micros - wall - timeline_.startMicros) /
+                                       span * plot.width());
     const int labelWidth = fontMetrics().horizontalAdvance(tick.label);
     const int labelLeft = std::clamp(x - labelWidth / 2, 0, std::max(0, width() - labelWidth));
     painter.setPen(axis);
@@ -184,7 +194,7 @@ void TimelineChart::renderBars() {
   // Caption: the bucket width and the tallest bar's count.
   QString caption =
       tr("Messages per %1 · tallest bar %2").arg(formatSpan(timeline_.bucketMicros), number(peak));
-  if (timeline_.zoned) caption += tr(" · times in UTC");
+  if (const QString zone = zoneText(); !zone.isEmpty()) caption += tr(" · times in %1").arg(zone);
   if (!data_->complete) caption += tr(" · reading…");
   painter.setPen(faint);
   painter.drawText(QPoint(kMargin, 3 + fontMetrics().ascent()), caption);

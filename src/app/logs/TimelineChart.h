@@ -29,7 +29,12 @@ class TimelineChart : public QWidget {
 
   explicit TimelineChart(QWidget* parent = nullptr);
 
-  void setData(std::shared_ptr<const logs::LogIndexData> data);
+  // The log and, for timestamps with a zone, the offset they are written in
+  // (seconds east of UTC): bars then fall on the log's own round hours and
+  // times read as the log writes them. Without one, times are shown as the
+  // index keeps them.
+  void setData(std::shared_ptr<const logs::LogIndexData> data,
+               std::optional<int32_t> zoneOffsetSeconds = std::nullopt);
   // The buckets as drawn at the current width.
   const logs::Timeline& timeline();
   // Where the bars are drawn.
@@ -67,7 +72,12 @@ class TimelineChart : public QWidget {
   int xOfBucket(int bucket) const;
   std::pair<int64_t, int64_t> bucketTimes(int first, int last) const;
 
+  // What to add to the index's times to read them as the log writes them.
+  int64_t wallMicros() const { return int64_t{zoneOffset_.value_or(0)} * 1'000'000; }
+  QString zoneText() const;
+
   std::shared_ptr<const logs::LogIndexData> data_;
+  std::optional<int32_t> zoneOffset_;
   logs::Timeline timeline_;
   int timelineWidth_ = -1;  // the plot width timeline_ was built for; -1: stale
   QPixmap bars_;            // null when stale

@@ -3,6 +3,7 @@
 #include "app/DocumentTab.h"
 #include "app/logs/LogPicturesWiring.h"
 #include "app/logs/TimelineChart.h"
+#include "logs/Messages.h"
 
 namespace quorin::app {
 
@@ -23,8 +24,21 @@ void TimelinePanel::showTab(DocumentTab* tab) {
   disconnect(tabData_);
   tab_ = tab;
   chart_->clearSelection();
-  setData(tab ? tab->logData() : nullptr);
-  if (tab) tabData_ = connect(tab, &DocumentTab::logDataChanged, this, [this] { setData(tab_->logData()); });
+  if (!tab) return chart_->setData(nullptr);
+  showTabData();
+  tabData_ = connect(tab, &DocumentTab::logDataChanged, this, &TimelinePanel::showTabData);
+}
+
+void TimelinePanel::showTabData() {
+  auto data = tab_->logData();
+  // Zoned timestamps are kept in UTC; the first one tells the offset the
+  // log writes them in (one line read).
+  std::optional<int32_t> zone;
+  if (data->hasTimes()) {
+    const auto first = logs::firstHeadAtOrAfter(*data, tab_->logSource(), INT64_MIN + 1);
+    if (first && first->time.zoned) zone = first->time.offsetSeconds;
+  }
+  chart_->setData(std::move(data), zone);
 }
 
 void TimelinePanel::setData(std::shared_ptr<const logs::LogIndexData> data) {

@@ -25,6 +25,7 @@ class TimelinePanel : public QDockWidget {
 
   // Shows `tab`'s log (none: null) until another tab is shown.
   void showTab(DocumentTab* tab);
+  // A log without a tab (times shown as the index keeps them).
   void setData(std::shared_ptr<const logs::LogIndexData> data);
   TimelineChart* chart() const { return chart_; }
 
@@ -35,6 +36,8 @@ class TimelinePanel : public QDockWidget {
   void timeRangeSelected(qint64 startMicros, qint64 endMicros);
 
  private:
+  void showTabData();
+
   TimelineChart* chart_;
   QPointer<DocumentTab> tab_;
   QMetaObject::Connection tabData_;

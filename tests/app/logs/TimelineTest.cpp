@@ -63,7 +63,13 @@ TEST(TimelineTest, BucketsFollowTheWidthAndDescribeTheirMessages) {
   EXPECT_EQ(chart.bucketAt(0), std::nullopt);
   EXPECT_EQ(chart.describeBucket(6), "2026-03-20 12:00:30 – 12:00:35\n100 messages\nwarning: 5\ninfo: 95");
   EXPECT_EQ(chart.describeBucket(1), "2026-03-20 12:00:05 – 12:00:10\n0 messages");
+  // Written at +05:30: the same bars, read in the log's own time.
+  chart.setData(threeBlocks(), 19800);
+  EXPECT_EQ(chart.timeline().startMicros, kNoon);
+  EXPECT_EQ(chart.describeBucket(6),
+            "2026-03-20 17:30:30 – 17:30:35 UTC+05:30\n100 messages\nwarning: 5\ninfo: 95");
 
+  chart.setData(threeBlocks());
   chart.resize(92, 160);  // at most 20 bars: 10 s buckets
   EXPECT_EQ(chart.timeline().bucketMicros, 10 * kSecond);
   EXPECT_EQ(chart.describeBucket(0), "2026-03-20 12:00:00 – 12:00:10\n100 messages\nerror: 10\ninfo: 90");
@@ -124,6 +130,7 @@ TEST(TimelineTest, AxisLabelsAreRoundAndShowTheDateAtMidnight) {
   EXPECT_EQ(formatTime(kNoon + 1500, false), "12:00:00.001500");
   EXPECT_EQ(formatSpan(300 * kSecond), "5 min");
   EXPECT_EQ(formatSpan(86400 * kSecond), "1 day");
+  EXPECT_EQ(formatZone(-7 * 3600), "UTC-07:00");
 }
 
 }  // namespace
