@@ -143,6 +143,20 @@ TEST(AppLogNavigationTest, EditsAndAppendedLinesReachTheIndex) {
   EXPECT_EQ(t.caretLine(), log.lines + 1);
 }
 
+TEST(AppLogNavigationTest, ALogPastedIntoAnEmptyDocumentIsRecognised) {
+  Tab t("", "new.txt");
+  EXPECT_FALSE(t.tab->logData()->format.has_value());
+  const GeneratedLog log(600);
+  ASSERT_TRUE(t.document->insert(0, log.text, {}, {}));
+  for (int i = 0; i < 2000 && !(t.indexedAll() && t.tab->logData()->snapshotVersion == t.document->version());
+       ++i)
+    t.main.waitAndRun(std::chrono::milliseconds(10));
+  EXPECT_TRUE(t.tab->logData()->format.has_value());
+  t.moveTo(0);
+  t.tab->stepToMessage(logs::Level::error, true);
+  EXPECT_EQ(t.caretLine(), log.lineOf[500]);
+}
+
 TEST(AppLogNavigationTest, GoToTimesLandOnTheFirstMessageAtOrAfterThem) {
   const GeneratedLog log(9'000);
   Tab t(log.text);
