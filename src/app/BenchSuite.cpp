@@ -27,6 +27,7 @@
 #include "app/compare/CompareWindow.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
+#include "app/logs/PicturesBench.h"
 #include "app/view/TextView.h"
 
 namespace quorin::app {
@@ -243,6 +244,8 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
     compare->close();
   }
   tourLogLevels(window, shots, dir);
+  tourLogPictures(window, dir.path(),
+                  [&shots](QWidget* widget, const QString& step) { shots.take(widget, step); });
 }
 
 // Pictures of what a newcomer meets: the window on the file, the large-file
@@ -306,8 +309,9 @@ std::optional<BenchSuite> BenchSuite::fromEnvironment() {
 
 int BenchSuite::run(dispatch::MainQueue& mainQueue) {
   if (suite_ != QLatin1String("open") && suite_ != QLatin1String("scroll") &&
-      suite_ != QLatin1String("type") && suite_ != QLatin1String("tour")) {
-    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type, tour)\n",
+      suite_ != QLatin1String("type") && suite_ != QLatin1String("tour") &&
+      suite_ != QLatin1String("pictures")) {
+    std::fprintf(stderr, "[Quorin] unknown QUORIN_BENCH_SUITE \"%s\" (open, scroll, type, tour, pictures)\n",
                  qPrintable(suite_));
     return 2;
   }
@@ -377,6 +381,9 @@ int BenchSuite::run(dispatch::MainQueue& mainQueue) {
     report("type_key", keys);
   } else if (suite_ == QLatin1String("tour")) {
     takeTour(window, shots);
+  } else if (suite_ == QLatin1String("pictures")) {
+    benchPictures(window, figure);
+    shots.take(window, QStringLiteral("pictures"));
   }
   discardChanges(window);
   window->close();

@@ -8,8 +8,8 @@
 namespace quorin::app {
 
 // The application's own benchmark suites, run headless (with the offscreen
-// platform) when "QUORIN_BENCH_SUITE" names one: open, scroll, type or
-// search. "QUORIN_BENCH_SESSION" is the file to open and
+// platform) when "QUORIN_BENCH_SUITE" names one: open, scroll, type, tour
+// or pictures. "QUORIN_BENCH_SESSION" is the file to open and
 // "QUORIN_BENCH_SHOT_DIR" where to write a screenshot of the window after
 // each step. Figures go to stdout, one "name value unit" per line.
 class BenchSuite {

@@ -1,6 +1,7 @@
 #include "app/DocumentTab.h"
 
 #include <QFileInfo>
+#include <QHBoxLayout>
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
@@ -11,6 +12,8 @@
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
 #include "app/goto/GoToTexts.h"
+#include "app/logs/LogPicturesWiring.h"
+#include "app/logs/OverviewStrip.h"
 #include "app/view/TextView.h"
 #include "base/ByteCount.h"
 #include "text/BinarySniff.h"
@@ -54,7 +57,12 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   layout_->setSpacing(0);
   stack_->addWidget(view_);
   layout_->addWidget(find_);
-  layout_->addWidget(stack_, 1);
+  // The text (or table) with the overview strip beside its scroll bar.
+  auto* middle = new QHBoxLayout;
+  middle->setSpacing(0);
+  middle->addWidget(stack_, 1);
+  middle->addWidget(overview_ = new OverviewStrip(this));
+  layout_->addLayout(middle, 1);
   layout_->addWidget(goTo_);
   setFocusProxy(view_);
   connect(find_, &FindBar::closed, view_, [this] { view_->setFocus(); });
@@ -94,6 +102,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     openNotice_ = tr("“%1” looks like a binary file; it is shown as %2 text")
                       .arg(QFileInfo(path()).fileName(), encodingText());
   startLogIndex();
+  connectOverviewStrip(overview_, this);
 }
 
 bool DocumentTab::looksBinary() const {

@@ -20,6 +20,7 @@ namespace quorin::app {
 
 class CsvGridView;
 class FindBar;
+class OverviewStrip;
 class TextView;
 
 // One open document in a tab: the document, its text view or its table view,
@@ -41,6 +42,7 @@ class DocumentTab : public QWidget {
   TextView* view() const { return view_; }
   FindBar* findBar() const { return find_; }
   GoToField* goToField() const { return goTo_; }
+  OverviewStrip* overviewStrip() const { return overview_; }
   // The Table view of a delimited document; false (with the reason in the
   // status bar) when the text does not parse as a table.
   bool setTableView(bool on);
@@ -114,6 +116,7 @@ class DocumentTab : public QWidget {
   FindBar* find_;
   GoToField* goTo_;
   CsvGridView* grid_ = nullptr;
+  OverviewStrip* overview_ = nullptr;
   int listenerToken_ = 0;
   storage::LineIndexProgress progress_;
   QString followText_;

@@ -26,6 +26,7 @@
 #include "app/compare/CompareWindow.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
+#include "app/logs/TimelinePanel.h"
 #include "app/view/TextView.h"
 #include "base/ByteCount.h"
 #include "document/Document.h"
@@ -38,7 +39,10 @@ constexpr int kStatusMessageMs = 4000;
 }  // namespace
 
 MainWindow::MainWindow(dispatch::MainQueue& mainQueue, QWidget* parent)
-    : QMainWindow(parent), mainQueue_(mainQueue), tabs_(new QTabWidget(this)) {
+    : QMainWindow(parent),
+      mainQueue_(mainQueue),
+      tabs_(new QTabWidget(this)),
+      timeline_(new TimelinePanel(this)) {
   setAttribute(Qt::WA_DeleteOnClose);
   setWindowTitle(QStringLiteral("Quorin"));
   setAcceptDrops(true);
@@ -46,6 +50,8 @@ MainWindow::MainWindow(dispatch::MainQueue& mainQueue, QWidget* parent)
   tabs_->setMovable(true);
   tabs_->setDocumentMode(true);
   setCentralWidget(tabs_);
+  addDockWidget(Qt::BottomDockWidgetArea, timeline_);
+  timeline_->hide();  // View ▸ Timeline
   connect(tabs_, &QTabWidget::tabCloseRequested, this, [this](int index) { closeTab(index); });
   connect(tabs_, &QTabWidget::currentChanged, this, &MainWindow::currentTabChanged);
   createMenus();
@@ -182,6 +188,7 @@ void MainWindow::addTab(DocumentTab* tab) {
 void MainWindow::currentTabChanged() {
   DocumentTab* tab = currentTab();
   setWindowTitle(tab ? tr("%1 — Quorin").arg(tab->title()) : QStringLiteral("Quorin"));
+  timeline_->showTab(tab);
   updateStatus();
   updateActions();
 }

@@ -17,6 +17,7 @@ class QTabWidget;
 namespace quorin::app {
 
 class DocumentTab;
+class TimelinePanel;
 
 // Whether a restored session entry asks for an open mode again: the file is above the fast-open
 // threshold now, and the saved mode was not chosen for it at that size (`savedSize`, absent in
@@ -48,6 +49,7 @@ class MainWindow : public QMainWindow {
 
   DocumentTab* currentTab() const;
   QTabWidget* tabs() const { return tabs_; }
+  TimelinePanel* timeline() const { return timeline_; }
   dispatch::MainQueue& mainQueue() const { return mainQueue_; }
   DocumentTab* tabAt(int index) const;
   int tabCount() const;
@@ -97,6 +99,7 @@ class MainWindow : public QMainWindow {
 
   dispatch::MainQueue& mainQueue_;
   QTabWidget* tabs_;
+  TimelinePanel* timeline_;
   QMenu* recentMenu_ = nullptr;
   QAction* saveAction_ = nullptr;
   QAction* saveAsAction_ = nullptr;

@@ -11,6 +11,7 @@
 #include "app/WindowSupport.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
+#include "app/logs/TimelinePanel.h"
 #include "app/view/TextView.h"
 
 namespace quorin::app {
@@ -104,6 +105,8 @@ void MainWindow::createMenus() {
   catchUpAction_ = view->addAction(tr("Catch Up to Live"), this, [this] {
     if (DocumentTab* tab = currentTab()) tab->catchUpToLive();
   });
+  view->addSeparator();
+  view->addAction(timeline_->toggleViewAction());
 
   QMenu* tools = menuBar()->addMenu(tr("&Tools"));
   tools->addAction(tr("&Compare With…"), QKeySequence(tr("Ctrl+Shift+D")), this, &MainWindow::compareCurrent);

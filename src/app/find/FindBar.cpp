@@ -197,6 +197,7 @@ void FindBar::activate() {
   surface_.setHighlightProvider(
       [set = highlights_](storage::ByteRange visible) { return set->rangesIn(visible); });
   surface_.refreshHighlights();
+  emit highlightsChanged();
   queryBox_->setFocus(Qt::ShortcutFocusReason);
   queryBox_->lineEdit()->selectAll();
   if (!query().isEmpty() && (!haveResult_ || matches_.isStale()) && !isCounting()) startCount();
@@ -215,6 +216,7 @@ void FindBar::close() {
   stepHandle_ = {};
   surface_.setHighlightProvider(nullptr);
   surface_.refreshHighlights();
+  emit highlightsChanged();
   replaceRow_->hide();
   hide();
   emit closed();
@@ -248,6 +250,7 @@ void FindBar::queryChanged() {
   summary_->clear();
   setNotice({});
   surface_.refreshHighlights();
+  emit highlightsChanged();
   if (query().isEmpty()) return;
   if (config_.countDelayMs <= 0) {
     startCount();
@@ -304,6 +307,7 @@ void FindBar::countFinished(uint64_t generation, search::SearchResult result) {
   haveResult_ = true;
   showSummary();
   surface_.refreshHighlights();
+  emit highlightsChanged();
 }
 
 void FindBar::documentChanged(const document::DocumentChange& change) {
@@ -323,6 +327,7 @@ void FindBar::documentChanged(const document::DocumentChange& change) {
     if (!haveResult_) summary_->clear();
     showSummary();
     surface_.refreshHighlights();
+    emit highlightsChanged();
     recountTimer_->start();
   }
 }

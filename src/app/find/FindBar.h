@@ -80,6 +80,8 @@ class FindBar final : public QWidget {
  signals:
   // The bar was closed; the view may take the focus back.
   void closed();
+  // The highlighted matches changed (a count, an edit, the bar opened or closed).
+  void highlightsChanged();
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;

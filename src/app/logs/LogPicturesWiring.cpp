@@ -1,0 +1,71 @@
+#include "app/logs/LogPicturesWiring.h"
+
+#include <QPointer>
+#include <QScrollBar>
+
+#include "app/DocumentTab.h"
+#include "app/find/FindBar.h"
+#include "app/logs/OverviewStrip.h"
+#include "app/view/TextView.h"
+#include "logs/Messages.h"
+
+namespace quorin::app {
+
+void goToLine(DocumentTab* tab, int64_t line) {
+  const auto snapshot = tab->document().snapshot();
+  int64_t offset = 0;
+  if (const auto start = snapshot.lines.lineStart(line)) {
+    offset = *start;
+  } else {
+    // Past the lines counted so far: the same share of the bytes, at the
+    // start of its line (the strip drew it there by estimate too).
+    const int64_t total = std::max<int64_t>(snapshot.lines.lineCount(), 1);
+    offset = static_cast<int64_t>(static_cast<double>(snapshot.text.totalLength()) *
+                                  static_cast<double>(line) / static_cast<double>(total));
+  }
+  // Centred first, so that the line lands mid-screen; select() then places
+  // the caret (a table showing the text follows it).
+  tab->view()->scrollToOffset(offset, true);
+  tab->view()->select(offset, offset);
+}
+
+void goToLogTime(DocumentTab* tab, int64_t micros) {
+  const auto data = tab->logData();
+  if (const auto head = logs::firstHeadAtOrAfter(*data, tab->logSource(), micros))
+    return goToLine(tab, head->line);
+  // Every time indexed is earlier (the index is still reading): its last line.
+  goToLine(tab, std::max<int64_t>(data->linesIndexed - 1, 0));
+  emit tab->statusMessage(QObject::tr("No time that late indexed yet — went to the last line indexed"));
+}
+
+void connectOverviewStrip(OverviewStrip* strip, DocumentTab* tab) {
+  auto refreshData = [strip, tab] {
+    strip->setData(tab->logData(), tab->document().snapshot().lines.lineCount());
+  };
+  QObject::connect(tab, &DocumentTab::logDataChanged, strip, refreshData);
+  QObject::connect(tab, &DocumentTab::stateChanged, strip, refreshData);
+  refreshData();
+
+  FindBar* find = tab->findBar();
+  strip->setMatchRows([find, tab](int64_t totalLines, int rows) {
+    if (find->isHidden() || find->matches().empty()) return std::vector<uint8_t>{};
+    const auto snapshot = tab->document().snapshot();
+    return overviewMatchRows(find->matches().ranges(), snapshot.lines, snapshot.text.totalLength(),
+                             totalLines, rows);
+  });
+  QObject::connect(find, &FindBar::highlightsChanged, strip, &OverviewStrip::matchesChanged);
+
+  TextView* view = tab->view();
+  auto showVisible = [strip, view] {
+    const auto starts = view->visibleLineStarts();
+    if (starts.empty()) return;
+    const auto first = view->document().snapshot().lines.lineContaining(starts.front());
+    strip->setVisibleLines(first.value_or(0), view->visibleRowCount());
+  };
+  QObject::connect(view->verticalScrollBar(), &QScrollBar::valueChanged, strip, showVisible);
+  QObject::connect(view->verticalScrollBar(), &QScrollBar::rangeChanged, strip, showVisible);
+  showVisible();
+  QObject::connect(strip, &OverviewStrip::lineRequested, tab, [tab](qint64 line) { goToLine(tab, line); });
+}
+
+}  // namespace quorin::app
