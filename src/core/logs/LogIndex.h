@@ -22,7 +22,7 @@ struct LogIndexOptions {
   // modification year, or this year for an untitled document.
   int32_t modificationYear = 1970;
   // Lines per unit of parallel work (whole blocks). Tests pass small values.
-  int64_t chunkLines = 64 * kLogBlockLines;
+  int64_t chunkLines = 16 * kLogBlockLines;
 };
 
 // The text a job reads: the text and its line starts at one version. The
