@@ -60,12 +60,13 @@ struct LogIndex::State {
       state->latest = shared;
     }
     std::weak_ptr<State> weak = state;
-    state->notify->async([weak, shared] {
+    state->notify->async([weak, shared, taskEpoch] {
       auto alive = weak.lock();
       if (!alive) return;
       {
+        // Not after cancel() (the owner may be gone), nor over newer data.
         base::MutexLock hold(alive->lock);
-        if (alive->latest != shared) return;
+        if (alive->epoch != taskEpoch || alive->latest != shared) return;
       }
       if (alive->published) alive->published(shared);
     });

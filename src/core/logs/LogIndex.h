@@ -22,7 +22,7 @@ struct LogIndexOptions {
   // modification year, or this year for an untitled document.
   int32_t modificationYear = 1970;
   // Lines per unit of parallel work (whole blocks). Tests pass small values.
-  int64_t chunkLines = 64 * kLogBlockLines;
+  int64_t chunkLines = 16 * kLogBlockLines;
 };
 
 // The text a job reads: the text and its line starts at one version. The
@@ -70,16 +70,22 @@ class LogIndex : public std::enable_shared_from_this<LogIndex> {
                                           PublishHandler published);
 
   // Builds from scratch over `source` (after open, reload, or a restarted
-  // line index), cancelling any build in progress. Progress goes to `jobs`
-  // as a job titled "Indexing log levels and times" when given.
+  // line index: its older snapshots are stale, and work over them is never
+  // published), cancelling any build in progress. The build covers the
+  // lines whose end is known; noteAppend() carries it on as the line index
+  // finds more. Progress goes to `jobs` as a job titled "Indexing log
+  // levels and times" when given (rebuilds after edits report there too).
   void start(LogSource source, jobs::JobRegistry* jobs = nullptr);
-  // An edit the document made (the source is the text after it): the
-  // blocks it touched are read again, the ones after it move.
+  // Every edit the document makes, in order (the source is the text after
+  // it): the blocks it touched are read again, the ones after it move. A
+  // build still running is cancelled and built again over `after`.
   void noteEdit(const storage::EditResult& edit, LogSource after);
-  // Bytes a followed file grew by: the lines they complete or add are read.
+  // Bytes a followed file grew by, or lines a line index still scanning
+  // found since: the last block is read again with the lines after it.
   void noteAppend(LogSource after);
-  // New user rules: levels are found again (times are kept).
+  // New user rules: a new build (levels and times are found again).
   void setRules(SeverityRules rules, LogSource source);
+  // Stops the work in progress; nothing posted before it is published.
   void cancel();
 
   // The latest published data; an empty index before the first publication.

@@ -57,7 +57,9 @@ BuildOutcome buildInRounds(const LogSource& source, const SeverityRules& rules,
   // Chunks are whole blocks, so that joining never splits one.
   const int64_t chunkLines = std::max<int64_t>(1, options.chunkLines / kLogBlockLines) * kLogBlockLines;
   const int64_t chunks = (covered + chunkLines - 1) / chunkLines;
-  const auto perRound = static_cast<int64_t>(std::max<size_t>(pool.threadCount(), 1) * 2);
+  // Several chunks per participant (the pool's threads and this one), so
+  // that a thread slowed down by other work does not hold the round up.
+  const auto perRound = static_cast<int64_t>((pool.threadCount() + 1) * 4);
   std::atomic<int64_t> linesDone{0};
   ScanContext context{&source, &rules, format, token, &linesDone, covered};
 

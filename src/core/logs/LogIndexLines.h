@@ -15,7 +15,7 @@ namespace quorin::logs::detail {
 inline constexpr int64_t kLineWindowBytes = static_cast<int64_t>(kUserRuleWindowBytes);
 // Lines are copied out of the text this many bytes at a time; a longer line
 // is read only up to kLineWindowBytes, so a gigabyte line costs 4 KiB.
-inline constexpr int64_t kReadBatchBytes = 256 * 1024;
+inline constexpr int64_t kReadBatchBytes = 64 * 1024;
 
 // Lines of `source` whose end is known: all of them once the line index is
 // complete; while it builds, the last known line may still grow.

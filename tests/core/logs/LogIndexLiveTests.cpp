@@ -156,6 +156,13 @@ TEST(LogIndexLive, StartAndCancelDropWorkPostedBefore) {
   EXPECT_EQ(data.rulesGeneration, rules.generation());
   EXPECT_EQ(live.seen.size(), 1u);
   expectMatches(data, referenceFacts(doc.text(), data.format, rules, 2026));
+  // A publication already on its way when the index is cancelled is not delivered.
+  const auto edit = doc.insert("2026-03-01 00:00:00 ERROR x\n", 0);
+  live.index->noteEdit(edit, doc.source());
+  live.worker->runAll();
+  live.index->cancel();
+  live.notify->runAll();
+  EXPECT_EQ(live.seen.size(), 1u);
 }
 
 // Real threads: edits arrive while the first build runs on its own queue and
