@@ -89,7 +89,8 @@ TEST(LineVisibilityProjectionTest, EmptyBitsetAndLinesInsertedIntoAShownLine) {
   // Lines inserted inside a shown line stay shown; next to hidden ones, hidden.
   EXPECT_TRUE(filter::insertedLinesVisible(one, 42, 1));
   EXPECT_FALSE(filter::insertedLinesVisible(one, 10, 2));
-  const filter::FilterProjection projection(one.spliced(42, 1, 3, filter::insertedLinesVisible(one, 42, 1)), {}, 7, 1);
+  const filter::FilterProjection projection(one.spliced(42, 1, 3, filter::insertedLinesVisible(one, 42, 1)),
+                                            {}, 7, 1);
   EXPECT_EQ(projection.visibleLineCount(), 3);
   EXPECT_EQ(projection.line(2), 44);
 }
