@@ -1,5 +1,7 @@
 #include "LogsFile.h"
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <ctime>
 #include <filesystem>
@@ -21,11 +23,9 @@ int32_t yearOf(std::time_t seconds) {
 }
 
 int32_t modificationYear(const std::string& path) {
-  std::error_code error;
-  const auto written = std::filesystem::last_write_time(path, error);
-  if (error) return yearOf(std::time(nullptr));
-  const auto system = std::chrono::file_clock::to_sys(written);
-  return yearOf(std::chrono::system_clock::to_time_t(system));
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return yearOf(std::time(nullptr));
+  return yearOf(status.st_mtim.tv_sec);
 }
 
 }  // namespace
