@@ -10,6 +10,7 @@
 #include "app/view/LogLineStyle.h"
 #include "app/view/TextLines.h"
 #include "document/Document.h"
+#include "search/LineProjection.h"
 
 namespace quorin::app {
 
@@ -40,6 +41,10 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   // The document's log index and severity rules: log lines are drawn with
   // their level's colours and their timestamps dimmed.
   void setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules);
+  // Shows only the lines `projection` shows (a filter), each with its own
+  // line number; null shows every line again. The caret keeps its line.
+  void setLineProjection(std::shared_ptr<const search::LineProjection> projection);
+  const std::shared_ptr<const search::LineProjection>& lineProjection() const { return projection_; }
   void refreshHighlights() override;
   void showStatusMessage(const QString& text) override { emit statusMessage(text); }
 
@@ -158,6 +163,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   double cellWidth_ = 8;
   double ascent_ = 10;
   double lineSpacing_ = 16;
+  std::shared_ptr<const search::LineProjection> projection_;
 };
 
 }  // namespace quorin::app

@@ -47,6 +47,11 @@ void drawRow(QPainter& painter, const RowLayout& layout, const std::vector<Color
 
 }  // namespace
 
+void TextView::setLineProjection(std::shared_ptr<const search::LineProjection> projection) {
+  projection_ = std::move(projection);
+  viewport()->update();
+}
+
 void TextView::setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
   const bool wasActive = logStyler_.active();
   logStyler_.setLog(std::move(data), std::move(rules));
