@@ -1,6 +1,8 @@
 #include "filter/LiveFilter.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace quorin::filter {
 namespace {
@@ -35,6 +37,28 @@ std::shared_ptr<const FilterProjection> merged(const FilterProjection& fresh, co
                                             fresh.rulesGeneration(), fresh.isComplete());
 }
 
+// `base` with the lines [from, to) as `fresh` shows them.
+std::shared_ptr<const FilterProjection> replaced(const FilterProjection& base, const FilterProjection& fresh,
+                                                 int64_t from, int64_t to) {
+  const auto& older = base.bitset();
+  const auto& newer = fresh.bitset();
+  to = std::min({to, older.lineCount(), newer.lineCount()});
+  LineVisibilityBitset bits;
+  for (int64_t w = 0; w < older.wordCount(); ++w) {
+    const int64_t first = w * 64;
+    uint64_t word = older.word(w);
+    if (first + 64 > from && first < to) {
+      const int64_t low = std::max<int64_t>(from - first, 0), high = std::min<int64_t>(to - first, 64);
+      const uint64_t mask = (high == 64 ? ~uint64_t{0} : (uint64_t{1} << high) - 1) & (~uint64_t{0} << low);
+      word = (word & ~mask) | (newer.word(w) & mask);
+    }
+    bits.appendBits(word, static_cast<int>(std::min<int64_t>(64, older.lineCount() - first)));
+  }
+  bits.rebuildRankDirectory();
+  return std::make_shared<FilterProjection>(std::move(bits), fresh.options(), fresh.snapshotVersion(),
+                                            fresh.rulesGeneration(), true);
+}
+
 }  // namespace
 
 struct LiveFilter::Request {
@@ -45,6 +69,9 @@ struct LiveFilter::Request {
   int64_t firstLine = 0;
   std::shared_ptr<const FilterProjection> base;  // merged under lines before firstLine
   std::shared_ptr<search::SearchCancellation> cancellation;
+  // Edited lines [dirtyFrom, dirtyTo) to evaluate again in `base` (which the
+  // edits were spliced into); the rest of `base` stands.
+  std::optional<std::pair<int64_t, int64_t>> dirty;
 };
 
 std::shared_ptr<LiveFilter> LiveFilter::create(std::shared_ptr<dispatch::Executor> worker,
@@ -97,7 +124,18 @@ void LiveFilter::noteEdit(const storage::EditResult& edit, logs::LogSource after
         status = status_;
       }
       // The view draws the spliced rows at once, before the edited lines are evaluated again.
-      if (published_) published_(std::move(spliced), status);
+      if (published_) published_(spliced, status);
+      // The edited lines, with those of earlier edits not evaluated yet, in the new numbering.
+      const int64_t removedEnd = *from + removed + 1, insertedEnd = *from + inserted + 1;
+      const auto moved = [&](int64_t line) {
+        return line >= removedEnd ? line + inserted - removed : std::min(line, insertedEnd);
+      };
+      auto range = dirty_ ? std::pair{std::min(moved(dirty_->first), *from),
+                                      std::max(moved(dirty_->second), insertedEnd)}
+                          : std::pair{*from, insertedEnd};
+      dirty_ = range;
+      schedule(std::move(after), 0, std::move(spliced), range);
+      return;
     }
   }
   schedule(std::move(after), 0, nullptr);
@@ -107,7 +145,8 @@ void LiveFilter::noteAppend(logs::LogSource after, int64_t newVersion) {
   if (!compiled_) return;
   context_.snapshotVersion = newVersion;
   const auto current = projection();
-  if (!current || !current->isComplete()) {
+  if (!current || !current->isComplete() || dirty_) {
+    // Edited lines still to evaluate: all of it, rather than a tail that would supersede them.
     schedule(std::move(after), 0, nullptr);
     return;
   }
@@ -135,7 +174,9 @@ FilterStatus LiveFilter::status() const {
 }
 
 void LiveFilter::schedule(logs::LogSource source, int64_t firstLine,
-                          std::shared_ptr<const FilterProjection> base) {
+                          std::shared_ptr<const FilterProjection> base,
+                          std::optional<std::pair<int64_t, int64_t>> dirty) {
+  if (!dirty) dirty_.reset();
   if (running_) running_->cancel();
   running_ = std::make_shared<search::SearchCancellation>();
   uint64_t generation = 0;
@@ -145,8 +186,8 @@ void LiveFilter::schedule(logs::LogSource source, int64_t firstLine,
     status_.computing = true;
     status_.totalLines = wholeLines(source.lines);
   }
-  auto request = std::make_shared<Request>(
-      Request{generation, compiled_, context_, std::move(source), firstLine, std::move(base), running_});
+  auto request = std::make_shared<Request>(Request{generation, compiled_, context_, std::move(source),
+                                                   firstLine, std::move(base), running_, dirty});
   worker_->async([weak = weak_from_this(), request] {
     if (auto self = weak.lock()) self->run(request);
   });
@@ -160,6 +201,10 @@ void LiveFilter::run(const std::shared_ptr<Request>& request) {
   FilterStatus status;
   status.totalLines = wholeLines(request->source.lines);
   FilterLimits limits = limits_;
+  if (request->dirty) {
+    runEdited(*request, status);
+    return;
+  }
   if (!request->base && status.totalLines > kFirstScreenLines) {
     limits.endLine = kFirstScreenLines;
     auto first = evaluateFilter(*request->compiled, request->source, request->context, limits,
@@ -185,6 +230,31 @@ void LiveFilter::run(const std::shared_ptr<Request>& request) {
   publish(request->generation, std::move(projection), std::move(status));
 }
 
+void LiveFilter::runEdited(const Request& request, FilterStatus status) {
+  // Lines whose rows an edit of [from, to) can change: context reaches
+  // A + B lines, and a head's level, time or whole message reaches its
+  // continuation lines (up to the slack). They are evaluated with as much
+  // again around them, so that their own context and messages are whole.
+  const FilterOptions& options = request.compiled->options;
+  const int64_t reach = options.contextBefore + options.contextAfter + 1 +
+                        (request.compiled->needsMessages() ? limits_.appendSlackLines : 0);
+  const int64_t margin = reach + limits_.appendSlackLines;
+  const auto [from, to] = *request.dirty;
+  const int64_t keepFrom = std::max<int64_t>(0, from - reach),
+                keepTo = std::min(status.totalLines, to + reach);
+  FilterLimits limits = limits_;
+  limits.firstLine = std::max<int64_t>(0, keepFrom - margin);
+  limits.endLine = std::min(status.totalLines, keepTo + margin);
+  auto result = evaluateFilter(*request.compiled, request.source, request.context, limits,
+                               request.cancellation.get(), nullptr, pool_);
+  if (result.cancelled) return;
+  auto projection = replaced(*request.base, *result.projection, keepFrom, keepTo);
+  status.computing = false;
+  status.linesEvaluated = projection->linesEvaluated();
+  status.notice = std::move(result.notice);
+  publish(request.generation, std::move(projection), std::move(status));
+}
+
 void LiveFilter::publish(uint64_t generation, std::shared_ptr<const FilterProjection> projection,
                          FilterStatus status) {
   notify_->async([weak = weak_from_this(), generation, projection = std::move(projection),
@@ -197,6 +267,7 @@ void LiveFilter::publish(uint64_t generation, std::shared_ptr<const FilterProjec
       self->projection_ = projection;
       self->status_ = status;
     }
+    if (!status.computing) self->dirty_.reset();  // the latest request settled every edited line
     if (self->published_) self->published_(std::move(projection), status);
   });
 }

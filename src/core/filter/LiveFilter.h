@@ -4,7 +4,9 @@
 #include <expected>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/Mutex.h"
@@ -28,7 +30,8 @@ struct FilterStatus {
 // lines of the first screen are evaluated first and published, then the
 // whole document; an edit splices the current projection at once (the
 // inserted lines shown when a neighbour is) and evaluates again; appended
-// lines are evaluated from a little before the old end. Evaluations run on
+// lines are evaluated from a little before the old end. An edit splices the
+// rows at once and evaluates only the lines around it again. Evaluations run on
 // `worker` (a serial queue), their chunks on the process-wide pool; results
 // are published on `notify` (the main queue) and never over newer ones.
 //
@@ -63,9 +66,12 @@ class LiveFilter : public std::enable_shared_from_this<LiveFilter> {
   struct Request;
   LiveFilter(std::shared_ptr<dispatch::Executor> worker, std::shared_ptr<dispatch::Executor> notify,
              PublishHandler published, FilterLimits limits, dispatch::WorkerPool* pool);
-  // Queues an evaluation of lines [firstLine, end) merged over `base`.
-  void schedule(logs::LogSource source, int64_t firstLine, std::shared_ptr<const FilterProjection> base);
+  // Queues an evaluation of lines [firstLine, end) merged over `base`, or,
+  // with `dirty`, of the edited lines only.
+  void schedule(logs::LogSource source, int64_t firstLine, std::shared_ptr<const FilterProjection> base,
+                std::optional<std::pair<int64_t, int64_t>> dirty = std::nullopt);
   void run(const std::shared_ptr<Request>& request);
+  void runEdited(const Request& request, FilterStatus status);
   void publish(uint64_t generation, std::shared_ptr<const FilterProjection> projection, FilterStatus status);
 
   const std::shared_ptr<dispatch::Executor> worker_;
@@ -78,6 +84,9 @@ class LiveFilter : public std::enable_shared_from_this<LiveFilter> {
   std::shared_ptr<const CompiledFilter> compiled_;
   FilterContext context_;
   std::shared_ptr<search::SearchCancellation> running_;
+  // Lines edits changed that no settled result has evaluated yet, in the
+  // present numbering (main thread only: set by edits, cleared by publication).
+  std::optional<std::pair<int64_t, int64_t>> dirty_;
 
   mutable base::Mutex mutex_;
   uint64_t generation_ GUARDED_BY(mutex_) = 0;  // raised by every request; older results are dropped

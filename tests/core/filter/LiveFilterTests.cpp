@@ -79,7 +79,8 @@ TEST(LiveFilter, AppendedLinesAndEditsEndWhereAFreshEvaluationWould) {
     h.settle();
     ASSERT_EQ(shown(*h.filter->projection()), fromScratch(options, grown)) << "round " << round;
 
-    // A line break typed in the middle: spliced at once, exact once evaluated.
+    // A line break typed in the middle, then a word far from it before the
+    // first is evaluated again: spliced at once, exact once both are.
     const size_t at = grown.table->snapshot().totalLength() / 2;
     std::string text = before.text + more.text;
     text.insert(at, "\n");
@@ -91,8 +92,14 @@ TEST(LiveFilter, AppendedLinesAndEditsEndWhereAFreshEvaluationWould) {
     h.filter->noteEdit(edit, sourceOf(edited), 3);
     ASSERT_EQ(h.filter->projection()->linesEvaluated(), edited.index->snapshot().knownLineCount());
     EXPECT_EQ(h.filter->projection()->snapshotVersion(), 3);
+    const size_t second = random() % (text.size() + 1);
+    text.insert(second, " error id=123");
+    const search::SearchDoc twice(text);
+    storage::EditResult word{
+        .docByteStart = static_cast<int64_t>(second), .bytesInserted = 13, .netByteDelta = 13};
+    h.filter->noteEdit(word, sourceOf(twice), 4);
     h.settle();
-    ASSERT_EQ(shown(*h.filter->projection()), fromScratch(options, edited)) << "round " << round;
+    ASSERT_EQ(shown(*h.filter->projection()), fromScratch(options, twice)) << "round " << round;
   }
 }
 
