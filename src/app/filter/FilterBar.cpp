@@ -79,8 +79,9 @@ FilterBar::FilterBar(DocumentTab& tab, QWidget* parent) : QWidget(parent), tab_(
   row->addWidget(fieldLabel(tr("From"), this));
   from_ = new QLineEdit(this);
   to_ = new QLineEdit(this);
+  from_->setPlaceholderText(tr("2026-03-20 12:00"));
+  to_->setPlaceholderText(tr("12:30:00"));
   for (QLineEdit* field : {from_, to_}) {
-    field->setPlaceholderText(tr("2026-03-20 12:00"));
     field->setToolTip(tr("A time in the Go to Time forms; drag over the timeline to fill both"));
     field->setClearButtonEnabled(true);
     field->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("2026-03-20 12:00:00")) + 30);
@@ -93,6 +94,8 @@ FilterBar::FilterBar(DocumentTab& tab, QWidget* parent) : QWidget(parent), tab_(
   row->addWidget(fieldLabel(tr("Context"), this));
   before_ = new QSpinBox(this);
   after_ = new QSpinBox(this);
+  before_->setSuffix(tr(" before"));
+  after_->setSuffix(tr(" after"));
   before_->setToolTip(tr("Lines shown before each shown line"));
   after_->setToolTip(tr("Lines shown after each shown line"));
   for (QSpinBox* box : {before_, after_}) {
@@ -104,8 +107,6 @@ FilterBar::FilterBar(DocumentTab& tab, QWidget* parent) : QWidget(parent), tab_(
   messages_->setToolTip(tr("Show or hide a message's continuation lines with its first line"));
   row->addWidget(messages_);
   row->addStretch(1);
-  status_ = new QLabel(this);
-  row->addWidget(status_);
   auto* closeButton = new QToolButton(this);
   closeButton->setText(QStringLiteral("×"));
   closeButton->setToolTip(tr("Hide the filter bar (the filter stays)"));
@@ -302,7 +303,6 @@ void FilterBar::refresh() {
   before_->setValue(static_cast<int>(options.contextBefore));
   after_->setValue(static_cast<int>(options.contextAfter));
   messages_->setChecked(options.wholeMessages);
-  status_->setText(tab_.filterStatusText());
   if (options != shownOptions_ || tab_.filterRuleErrors() != shownErrors_) {
     shownOptions_ = options;
     shownErrors_ = tab_.filterRuleErrors();

@@ -74,7 +74,6 @@ class FilterBar final : public QWidget {
   QSpinBox* before_ = nullptr;
   QSpinBox* after_ = nullptr;
   QCheckBox* messages_ = nullptr;
-  QLabel* status_ = nullptr;
   QWidget* chips_ = nullptr;
   QHBoxLayout* chipsLayout_ = nullptr;
   QLabel* notice_ = nullptr;
