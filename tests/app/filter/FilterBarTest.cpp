@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QMenu>
+#include <QMenuBar>
 #include <QSettings>
 #include <cstdio>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "app/DocumentTab.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
 #include "app/filter/FilterBar.h"
 #include "app/filter/FilterExtract.h"
 #include "app/filter/NamedFilters.h"
@@ -205,6 +210,24 @@ TEST(AppFilterBarTest, ExtractWritesTheShownLinesOrNothing) {
   extractToDocument(t.tab->logSource(), *projection, *extracted);
   EXPECT_EQ(extracted->length(), static_cast<int64_t>(expected.size()));
   EXPECT_TRUE(extracted->isModified());
+}
+
+TEST(AppFilterBarTest, TheFilterMenuKeysClashWithNoOtherMenuKey) {
+  QtMainQueue queue;
+  auto window = std::make_unique<MainWindow>(queue);
+  window->setAttribute(Qt::WA_DeleteOnClose, false);
+  std::set<QString> keys;
+  QStringList filterItems;
+  for (QAction* menuAction : window->menuBar()->actions()) {
+    for (QAction* action : menuAction->menu()->actions()) {
+      if (menuAction->text() == "Fi&lter") filterItems << QString(action->text()).remove('&');
+      for (const QKeySequence& key : action->shortcuts())
+        EXPECT_TRUE(keys.insert(key.toString()).second) << key.toString().toStdString();
+    }
+  }
+  EXPECT_EQ(filterItems, (QStringList{"Show Filter Bar", "Include Find Text", "Exclude Find Text",
+                                      "Show All Lines", "", "Extract to New Document", "Extract to File…",
+                                      "Copy Shown Lines", "", "Named Filters"}));
 }
 
 }  // namespace
