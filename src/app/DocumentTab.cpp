@@ -69,6 +69,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   setFocusProxy(view_);
   connect(find_, &FindBar::closed, view_, [this] { view_->setFocus(); });
   connect(goTo_, &GoToField::closed, view_, [this] { view_->setFocus(); });
+  connect(filterBar_, &FilterBar::closed, view_, [this] { view_->setFocus(); });
   goTo_->setRecordResolver([this](int64_t record) -> std::expected<int64_t, QString> {
     if (!grid_) return std::unexpected(GoToTexts::noRecordIndex());
     return grid_->recordResolver()(record);

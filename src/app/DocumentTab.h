@@ -133,6 +133,8 @@ class DocumentTab : public QWidget {
   // The filter (DocumentTabFilter.cpp).
   void createFilter();
   void startFilter();
+  // Shows the live filter's last projection when it is current for the options; false when it is not.
+  bool showKeptProjection();
   void filterFollow(const document::DocumentChange& change);
   void filterLinesCounted(bool complete);
   void filterLogDataChanged();

@@ -65,10 +65,12 @@ std::expected<std::vector<std::string>, QString> DocumentTab::setFilterOptions(
   if (!compiled) return std::unexpected(QString::fromStdString(compiled.error().describe()));
   filterOptions_ = options;
   filterErrors_ = compiled->ruleErrors;
-  filterStarted_ = false;
   if (isFiltering()) {
-    startFilter();
+    // Back to options the kept projection was computed with (a rule switched off and on again): no
+    // evaluation.
+    if (!showKeptProjection()) startFilter();
   } else {
+    filterStarted_ = false;
     liveFilter_->cancel();
     view_->setLineProjection(nullptr);
   }
@@ -87,18 +89,22 @@ void DocumentTab::setFilterEnabled(bool on) {
       filterStarted_ = false;
     }
     view_->setLineProjection(nullptr);
-  } else {
-    const auto kept = liveFilter_->projection();
-    // The same options over the same text and rules: the kept rows, with no evaluation.
-    if (filterStarted_ && kept && kept->isComplete() && kept->options() == filterOptions_ &&
-        kept->snapshotVersion() == doc_->version() &&
-        kept->rulesGeneration() == static_cast<int64_t>(rules_.generation())) {
-      view_->setLineProjection(kept);
-    } else {
-      startFilter();
-    }
+  } else if (!showKeptProjection()) {
+    startFilter();
   }
   emit filterChanged();
+}
+
+bool DocumentTab::showKeptProjection() {
+  const auto kept = liveFilter_->projection();
+  // The same options over the same text and rules: the kept rows, with no evaluation.
+  if (!kept || !kept->isComplete() || kept->options() != filterOptions_ ||
+      kept->snapshotVersion() != doc_->version() ||
+      kept->rulesGeneration() != static_cast<int64_t>(rules_.generation()) || liveFilter_->status().computing)
+    return false;
+  filterStarted_ = true;
+  view_->setLineProjection(kept);
+  return true;
 }
 
 void DocumentTab::startFilter() {

@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QShortcut>
 #include <QSpinBox>
 #include <QTimeZone>
 #include <QToolButton>
@@ -143,6 +144,9 @@ FilterBar::FilterBar(DocumentTab& tab, QWidget* parent) : QWidget(parent), tab_(
     if (!updating_) setWholeMessages(on);
   });
   connect(closeButton, &QToolButton::clicked, this, &FilterBar::close);
+  auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+  escape->setContext(Qt::WidgetWithChildrenShortcut);
+  connect(escape, &QShortcut::activated, this, &FilterBar::close);
   connect(&tab_, &DocumentTab::filterChanged, this, &FilterBar::refresh);
   refresh();
 }

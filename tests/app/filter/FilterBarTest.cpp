@@ -105,6 +105,11 @@ TEST(AppFilterBarTest, AnIncludeRuleFiltersTheViewAndTheSwitchKeepsItsProjection
   EXPECT_EQ(t.tab->filterStatusText().toStdString(), "");
   t.tab->setFilterEnabled(true);
   EXPECT_EQ(t.tab->view()->lineProjection(), kept);
+  // So does the only rule switched off and on.
+  t.bar().setRuleEnabled(0, false);
+  EXPECT_EQ(t.tab->view()->lineProjection(), nullptr);
+  t.bar().setRuleEnabled(0, true);
+  EXPECT_EQ(t.tab->view()->lineProjection(), kept);
   EXPECT_EQ(t.tab->filterStatusText().toStdString(), "30 of 3,001 lines shown");
 
   // An exclude rule and one line of context; switching the include off leaves the exclude alone.
