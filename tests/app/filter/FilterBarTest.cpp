@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <QApplication>
+#include <QClipboard>
 #include <QFile>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSettings>
+#include <QTest>
 #include <cstdio>
 #include <fstream>
 #include <set>
@@ -215,6 +218,29 @@ TEST(AppFilterBarTest, ExtractWritesTheShownLinesOrNothing) {
   extractToDocument(t.tab->logSource(), *projection, *extracted);
   EXPECT_EQ(extracted->length(), static_cast<int64_t>(expected.size()));
   EXPECT_TRUE(extracted->isModified());
+}
+
+TEST(AppFilterBarTest, TheWindowExtractsTheSettledShownLines) {
+  static auto* queue = new QtMainQueue;  // background answers may come after the test
+  testing::TempDir dir;
+  const auto path = dir.write("app.log", generatedLog(250));
+  auto window = std::make_unique<MainWindow>(*queue);
+  window->setAttribute(Qt::WA_DeleteOnClose, false);
+  ASSERT_EQ(window->openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
+  DocumentTab* tab = window->currentTab();
+  EXPECT_EQ(window->copyShownLines()->toStdString(), "No filter is on: every line is shown");
+  tab->filterBar()->apply({.rules = {pattern("ERROR")}});
+  ASSERT_TRUE(QTest::qWaitFor([&] { return tab->filterStatusText().endsWith("lines shown"); }, 10'000));
+  const std::string errors =
+      "2026-03-20 12:00:00 ERROR message 0\n2026-03-20 12:01:40 ERROR message 100\n"
+      "2026-03-20 12:03:20 ERROR message 200\n";
+  EXPECT_EQ(window->copyShownLines(), std::nullopt);
+  EXPECT_EQ(QApplication::clipboard()->text().toStdString(), errors);
+  EXPECT_EQ(window->extractToNewDocument(), std::nullopt);
+  ASSERT_EQ(window->tabCount(), 2);
+  EXPECT_EQ(window->currentTab()->title(), "Untitled •");
+  EXPECT_EQ(window->currentTab()->document().length(), static_cast<int64_t>(errors.size()));
+  window->currentTab()->document().discardHistory();
 }
 
 TEST(AppFilterBarTest, TheFilterMenuKeysClashWithNoOtherMenuKey) {
