@@ -166,7 +166,7 @@ QString DocumentTab::filterStatusText() const {
   if (!isFiltering()) return {};
   const auto projection = filterProjection();
   const auto status = liveFilter_->status();
-  const int64_t total = std::max<int64_t>(1, doc_->snapshot().lines.lineCount());
+  const int64_t total = std::max<int64_t>(1, progress_.lineCount);
   if (!projection || (status.computing && !projection->isComplete())) {
     const int64_t evaluated = projection ? projection->linesEvaluated() : 0;
     return FilterTexts::progress(evaluated, std::max<int64_t>(status.totalLines, 1));
