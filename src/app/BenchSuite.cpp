@@ -25,6 +25,7 @@
 #include "app/LargeFileDialog.h"
 #include "app/MainWindow.h"
 #include "app/compare/CompareWindow.h"
+#include "app/filter/FilterTour.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
 #include "app/logs/PicturesBench.h"
@@ -244,8 +245,9 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
     compare->close();
   }
   tourLogLevels(window, shots, dir);
-  tourLogPictures(window, dir.path(),
-                  [&shots](QWidget* widget, const QString& step) { shots.take(widget, step); });
+  const auto shoot = [&shots](QWidget* widget, const QString& step) { shots.take(widget, step); };
+  tourLogPictures(window, dir.path(), shoot);
+  tourFilter(window, dir.path(), shoot);
 }
 
 // Pictures of what a newcomer meets: the window on the file, the large-file

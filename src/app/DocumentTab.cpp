@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 
 #include "app/csv/CsvGridView.h"
+#include "app/filter/FilterBar.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
 #include "app/goto/GoToTexts.h"
@@ -57,6 +58,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   layout_->setSpacing(0);
   stack_->addWidget(view_);
   layout_->addWidget(find_);
+  createFilter();  // its bar under the find bar
   // The text (or table) with the overview strip beside its scroll bar.
   auto* middle = new QHBoxLayout;
   middle->setSpacing(0);
@@ -67,6 +69,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
   setFocusProxy(view_);
   connect(find_, &FindBar::closed, view_, [this] { view_->setFocus(); });
   connect(goTo_, &GoToField::closed, view_, [this] { view_->setFocus(); });
+  connect(filterBar_, &FilterBar::closed, view_, [this] { view_->setFocus(); });
   goTo_->setRecordResolver([this](int64_t record) -> std::expected<int64_t, QString> {
     if (!grid_) return std::unexpected(GoToTexts::noRecordIndex());
     return grid_->recordResolver()(record);
@@ -82,6 +85,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     // report: the count comes from the text as it is now.
     if (progress_.isComplete) progress_.lineCount = doc_->snapshot().lines.lineCount();
     logIndexFollow(change);
+    filterFollow(change);
     emit stateChanged();
   });
   doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
@@ -91,6 +95,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
       logIndex_->noteAppend(logSource());
       logIndexTrailsLines_ = !progress.isComplete;
     }
+    filterLinesCounted(progress.isComplete);
     view_->refreshText();
     emit stateChanged();
   });
@@ -120,6 +125,9 @@ DocumentTab::~DocumentTab() {
   delete find_;
   delete goTo_;
   delete grid_;
+  delete filterBar_;
+  if (liveFilter_) liveFilter_->cancel();
+  liveFilter_.reset();
   if (logIndex_) logIndex_->cancel();
   logIndex_.reset();
   doc_->setIndexProgressHandler(nullptr);

@@ -9,6 +9,7 @@
 #include "app/goto/GoToField.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
+#include "filter/LiveFilter.h"
 #include "jobs/JobRegistry.h"
 #include "logs/LogIndex.h"
 #include "logs/SeverityRules.h"
@@ -19,6 +20,7 @@ class QVBoxLayout;
 namespace quorin::app {
 
 class CsvGridView;
+class FilterBar;
 class FindBar;
 class OverviewStrip;
 class TextView;
@@ -41,6 +43,7 @@ class DocumentTab : public QWidget {
   const std::shared_ptr<document::Document>& sharedDocument() const { return doc_; }
   TextView* view() const { return view_; }
   FindBar* findBar() const { return find_; }
+  FilterBar* filterBar() const { return filterBar_; }
   GoToField* goToField() const { return goTo_; }
   OverviewStrip* overviewStrip() const { return overview_; }
   // The Table view of a delimited document; false (with the reason in the
@@ -86,6 +89,25 @@ class DocumentTab : public QWidget {
   bool isFollowing() const { return doc_->isFollowing(); }
   void catchUpToLive();
 
+  // The line filter (DocumentTabFilter.cpp). The options are applied at
+  // once while the filter is on: a refusal (a reversed window, an offset as
+  // a window edge) changes nothing and is returned; otherwise the per-rule
+  // errors ("Invalid regex: …", empty for working rules).
+  std::expected<std::vector<std::string>, QString> setFilterOptions(const filter::FilterOptions& options);
+  const filter::FilterOptions& filterOptions() const { return filterOptions_; }
+  const std::vector<std::string>& filterRuleErrors() const { return filterErrors_; }
+  // The master switch: off shows every line and keeps the last projection,
+  // so that on again with the same options over the same text is instant.
+  void setFilterEnabled(bool on);
+  bool isFilterEnabled() const { return filterOn_; }
+  // Whether the view shows a filtered subset now.
+  bool isFiltering() const;
+  std::shared_ptr<const filter::FilterProjection> filterProjection() const;
+  // "12,345 of 11,018,676 lines shown", "Filtering… 34%", "Updating filter…"; empty when not filtering.
+  QString filterStatusText() const;
+  // The time-out notice of the last evaluation, if it ran out of time.
+  QString filterNotice() const;
+
  signals:
   void statusMessage(const QString& text);
   // Title, modified state, index progress or following changed.
@@ -94,6 +116,8 @@ class DocumentTab : public QWidget {
   void tableViewChanged(bool showing);
   // The log index published new data (blocks filled in, an edit folded in).
   void logDataChanged();
+  // The filter's options, switch, progress or projection changed.
+  void filterChanged();
 
  private:
   void showLiveNotice(const document::LiveFileNotice& notice);
@@ -106,6 +130,15 @@ class DocumentTab : public QWidget {
   // The caret's 0-based line (0 where the line index has not counted yet).
   int64_t caretLine() const;
   std::expected<GoToField::TimeLanding, QString> landingForTime(const logs::TimeInput& input) const;
+  // The filter (DocumentTabFilter.cpp).
+  void createFilter();
+  void startFilter();
+  // Shows the live filter's last projection when it is current for the options; false when it is not.
+  bool showKeptProjection();
+  void filterFollow(const document::DocumentChange& change);
+  void filterLinesCounted(bool complete);
+  void filterLogDataChanged();
+  void filterPublished(std::shared_ptr<const filter::FilterProjection> projection);
 
   std::shared_ptr<document::Document> doc_;
   dispatch::MainQueue& mainQueue_;
@@ -131,6 +164,17 @@ class DocumentTab : public QWidget {
   // is told as the line index learns more lines.
   bool logIndexTrailsLines_ = false;
   bool logPublished_ = false;
+
+  // The filter.
+  FilterBar* filterBar_ = nullptr;
+  std::shared_ptr<dispatch::Executor> filterQueue_;
+  std::shared_ptr<filter::LiveFilter> liveFilter_;
+  filter::FilterOptions filterOptions_;
+  std::vector<std::string> filterErrors_;
+  bool filterOn_ = true;
+  bool filterStarted_ = false;      // the live filter evaluates filterOptions_ (else it is stale)
+  bool filterTrailsLines_ = false;  // started while the line index was counting
+  bool filterHasWholeLog_ = false;  // started with the complete log index
 };
 
 }  // namespace quorin::app

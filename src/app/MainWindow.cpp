@@ -174,6 +174,9 @@ void MainWindow::addTab(DocumentTab* tab) {
   connect(tab, &DocumentTab::logDataChanged, this, [this, tab] {
     if (tab == currentTab()) updateStatus();
   });
+  connect(tab, &DocumentTab::filterChanged, this, [this, tab] {
+    if (tab == currentTab()) updateStatus();
+  });
   connect(tab, &DocumentTab::tableViewChanged, this, [this, tab] {
     if (tab == currentTab()) updateActions();
   });
@@ -195,8 +198,8 @@ void MainWindow::currentTabChanged() {
 
 void MainWindow::updateStatus() {
   DocumentTab* tab = currentTab();
-  for (QLabel* label : {positionLabel_, selectionLabel_, timeLabel_, indexLabel_, followLabel_, sizeLabel_,
-                        encodingLabel_, lineEndingLabel_}) {
+  for (QLabel* label : {positionLabel_, selectionLabel_, timeLabel_, indexLabel_, filterLabel_, followLabel_,
+                        sizeLabel_, encodingLabel_, lineEndingLabel_}) {
     label->setVisible(tab != nullptr);
   }
   savingBar_->setVisible(tab && tab->isSaving());
@@ -215,6 +218,11 @@ void MainWindow::updateStatus() {
   const int64_t selected = tab->view()->selectionLength();
   selectionLabel_->setVisible(selected > 0);
   selectionLabel_->setText(tr("%1 selected").arg(QString::fromStdString(base::formatByteCount(selected))));
+  const QString filtered = tab->filterStatusText();
+  filterLabel_->setVisible(!filtered.isEmpty());
+  filterLabel_->setText(filtered);
+  filterLabel_->setToolTip(tab->filterNotice());
+  showAllLinesAction_->setChecked(!tab->isFilterEnabled());
   indexLabel_->setText(tab->indexText());
   indexLabel_->setToolTip(tab->indexToolTip());
   followLabel_->setVisible(!tab->followText().isEmpty());
@@ -239,6 +247,7 @@ void MainWindow::updateActions() {
   redoAction_->setText(has ? tab->view()->redoActionText() : tr("Redo"));
   catchUpAction_->setEnabled(has && tab->isFollowing() && tab->canCatchUp());
   tableAction_->setEnabled(has);
+  showAllLinesAction_->setEnabled(has);
   tableAction_->setChecked(has && tab->isShowingTable());
 }
 

@@ -70,6 +70,12 @@ class MainWindow : public QMainWindow {
   // Go ▸ Step Level: the level F6 / Shift+F6 step to ("trace" … "fatal").
   static constexpr const char* kStepLevelKey = "QuorinStepLevel";
 
+  // Filter ▸ Extract: the shown lines of the current tab to a new document, a file or the clipboard;
+  // the reason when not.
+  std::optional<QString> extractToNewDocument();
+  std::optional<QString> extractToFile(const QString& path);
+  std::optional<QString> copyShownLines();
+
   // File ▸ Patch Small Edits in Place: stored, and applied to every open document of every window.
   static void applyInPlaceSavePreference(bool enabled);
   // Help ▸ Keyboard Shortcuts: the menus' shortcuts and the panels' own keys, one a line.
@@ -85,6 +91,13 @@ class MainWindow : public QMainWindow {
   // The Go menu: go to a line or a time, step through messages by level.
   void createGoMenu();
   void setStepLevel(logs::Level level);
+  // The Filter menu (MainWindowFilter.cpp): the bar, rules from the find text, the master switch,
+  // extracting the shown lines, named filters.
+  void createFilterMenu();
+  void fillNamedFiltersMenu(QMenu* menu);
+  void extractShownLines(int where);  // 0: a new document, 1: a file, 2: the clipboard
+  void exportFilterSet();
+  void importFilterSet();
   void createStatusBar();
   void chooseAndOpenFile();
   void compareCurrent();
@@ -111,11 +124,13 @@ class MainWindow : public QMainWindow {
   QAction* inPlaceAction_ = nullptr;
   QAction* nextAtLevelAction_ = nullptr;
   QAction* previousAtLevelAction_ = nullptr;
+  QAction* showAllLinesAction_ = nullptr;
   logs::Level stepLevel_ = logs::Level::info;
   QLabel* positionLabel_ = nullptr;
   QLabel* selectionLabel_ = nullptr;
   QLabel* timeLabel_ = nullptr;
   QLabel* indexLabel_ = nullptr;
+  QLabel* filterLabel_ = nullptr;
   QLabel* followLabel_ = nullptr;
   QLabel* sizeLabel_ = nullptr;
   QLabel* encodingLabel_ = nullptr;

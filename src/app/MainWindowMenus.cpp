@@ -85,6 +85,7 @@ void MainWindow::createMenus() {
                   tabAction([](DocumentTab* t) { t->findBar()->findPrevious(); }));
 
   createGoMenu();
+  createFilterMenu();
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   tableAction_ = view->addAction(tr("&Table View"));
@@ -141,7 +142,8 @@ QString MainWindow::shortcutsText() const {
   }
   // Keys that belong to a panel, not a menu.
   rows.push_back(tr("Enter / Shift+Enter in the find field: next / previous match"));
-  rows.push_back(tr("Esc: close the find bar or the go-to field"));
+  rows.push_back(tr("Esc: close the find bar, the filter bar or the go-to field"));
+  rows.push_back(tr("Enter in the filter's From or To field: apply the time window"));
   rows.push_back(tr("Alt+Down / Alt+Up in the compare window: next / previous change"));
   rows.push_back(tr("F5 in the compare window: compare again"));
   return rows.join(QLatin1Char('\n'));
@@ -164,6 +166,7 @@ void MainWindow::createStatusBar() {
   timeLabel_->setToolTip(tr("The caret line's time, and the time since the previous message"));
   selectionLabel_ = addStatusLabel(bar);
   followLabel_ = addStatusLabel(bar);
+  filterLabel_ = addStatusLabel(bar);
   indexLabel_ = addStatusLabel(bar);
   sizeLabel_ = addStatusLabel(bar);
   encodingLabel_ = addStatusLabel(bar);
