@@ -168,7 +168,7 @@ QString DocumentTab::filterStatusText() const {
   const auto status = liveFilter_->status();
   const int64_t total = std::max<int64_t>(1, progress_.lineCount);
   if (!projection || (status.computing && !projection->isComplete())) {
-    const int64_t evaluated = projection ? projection->linesEvaluated() : 0;
+    const int64_t evaluated = std::max(projection ? projection->linesEvaluated() : 0, status.linesDone);
     return FilterTexts::progress(evaluated, std::max<int64_t>(status.totalLines, 1));
   }
   if (status.computing || projection->snapshotVersion() != doc_->version()) return FilterTexts::updating();

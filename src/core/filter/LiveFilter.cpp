@@ -184,6 +184,7 @@ void LiveFilter::schedule(logs::LogSource source, int64_t firstLine,
     base::MutexLock guard(mutex_);
     generation = ++generation_;
     status_.computing = true;
+    status_.linesDone = 0;
     status_.totalLines = wholeLines(source.lines);
   }
   auto request = std::make_shared<Request>(Request{generation, compiled_, context_, std::move(source),
@@ -216,8 +217,11 @@ void LiveFilter::run(const std::shared_ptr<Request>& request) {
     limits.endLine.reset();
   }
   limits.firstLine = request->firstLine;
+  const auto progress = [this, generation = request->generation](const FilterProgress& p) {
+    publishProgress(generation, p.linesEvaluated);
+  };
   auto result = evaluateFilter(*request->compiled, request->source, request->context, limits,
-                               request->cancellation.get(), nullptr, pool_);
+                               request->cancellation.get(), progress, pool_);
   if (result.cancelled) return;
   auto projection = std::move(result.projection);
   if (request->base) {
@@ -253,6 +257,24 @@ void LiveFilter::runEdited(const Request& request, FilterStatus status) {
   status.linesEvaluated = projection->linesEvaluated();
   status.notice = std::move(result.notice);
   publish(request.generation, std::move(projection), std::move(status));
+}
+
+void LiveFilter::publishProgress(uint64_t generation, int64_t linesDone) {
+  notify_->async([weak = weak_from_this(), generation, linesDone] {
+    auto self = weak.lock();
+    if (!self) return;
+    std::shared_ptr<const FilterProjection> projection;
+    FilterStatus status;
+    {
+      base::MutexLock guard(self->mutex_);
+      // Nothing to show yet (before the first screen), or a newer request: no news.
+      if (generation != self->generation_ || !self->status_.computing || !self->projection_) return;
+      self->status_.linesDone = std::max(self->status_.linesDone, linesDone);
+      projection = self->projection_;
+      status = self->status_;
+    }
+    if (self->published_) self->published_(std::move(projection), status);
+  });
 }
 
 void LiveFilter::publish(uint64_t generation, std::shared_ptr<const FilterProjection> projection,

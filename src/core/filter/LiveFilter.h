@@ -22,6 +22,7 @@ namespace quorin::filter {
 struct FilterStatus {
   bool computing = false;      // an evaluation is running or queued
   int64_t linesEvaluated = 0;  // of the latest projection
+  int64_t linesDone = 0;       // of the running evaluation, for its progress
   int64_t totalLines = 0;      // the document's, as far as the line index knows
   std::string notice;          // the time-out notice, if the last evaluation ran out of time
 };
@@ -33,7 +34,9 @@ struct FilterStatus {
 // lines are evaluated from a little before the old end. An edit splices the
 // rows at once and evaluates only the lines around it again. Evaluations run on
 // `worker` (a serial queue), their chunks on the process-wide pool; results
-// are published on `notify` (the main queue) and never over newer ones.
+// are published on `notify` (the main queue) and never over newer ones;
+// while the whole document is evaluated, the handler also hears of its
+// progress (the same projection, a new status) at most every 50 ms.
 //
 // Thread-safety: start(), noteEdit(), noteAppend() and cancel() on one
 // thread (the main one); projection() and status() from any. Lifetime:
@@ -73,6 +76,8 @@ class LiveFilter : public std::enable_shared_from_this<LiveFilter> {
   void run(const std::shared_ptr<Request>& request);
   void runEdited(const Request& request, FilterStatus status);
   void publish(uint64_t generation, std::shared_ptr<const FilterProjection> projection, FilterStatus status);
+  // A running evaluation's progress: the status changes, the rows do not.
+  void publishProgress(uint64_t generation, int64_t linesDone);
 
   const std::shared_ptr<dispatch::Executor> worker_;
   const std::shared_ptr<dispatch::Executor> notify_;
