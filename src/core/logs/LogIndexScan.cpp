@@ -11,25 +11,6 @@ namespace {
 constexpr int64_t kDayMicros = 86'400'000'000;
 constexpr size_t kFirstAlertSlot = levelSlot(Level::warning);
 
-struct Civil {
-  int64_t year;
-  int month;
-  int day;
-};
-
-// The inverse of daysFromCivil (proleptic Gregorian calendar).
-Civil civilFromDays(int64_t days) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const int64_t dayOfEra = days - era * 146097;
-  const int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const int64_t monthIndex = (5 * dayOfYear + 2) / 153;
-  const int day = static_cast<int>(dayOfYear - (153 * monthIndex + 2) / 5 + 1);
-  const int month = static_cast<int>(monthIndex < 10 ? monthIndex + 3 : monthIndex - 9);
-  return {yearOfEra + era * 400 + (month <= 2 ? 1 : 0), month, day};
-}
-
 // Per block while it fills.
 struct BlockFill {
   LogBlock block;
@@ -50,7 +31,7 @@ int64_t shiftYears(int64_t micros, int32_t years) {
     rest += kDayMicros;
     --days;
   }
-  const Civil civil = civilFromDays(days);
+  const CivilDate civil = civilFromDays(days);
   return daysFromCivil(civil.year + years, civil.month, civil.day) * kDayMicros + rest;
 }
 

@@ -96,24 +96,6 @@ LineTime exactTime(const LogIndexData& data, const LogSource& source, int64_t li
   return time.value_or(alone);
 }
 
-struct Civil {
-  int64_t year;
-  int month, day;
-};
-
-// Howard Hinnant's civil_from_days.
-Civil civilFromDays(int64_t days) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const int64_t dayOfEra = days - era * 146097;
-  const int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const int64_t mp = (5 * dayOfYear + 2) / 153;
-  const int day = static_cast<int>(dayOfYear - (153 * mp + 2) / 5 + 1);
-  const int month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-  return {yearOfEra + era * 400 + (month <= 2), month, day};
-}
-
 }  // namespace
 
 std::string_view LineHeads::read(int64_t line, size_t maxBytes) {
@@ -201,7 +183,7 @@ std::string formatLineTime(const LineTime& time) {
   char buffer[64];
   int n = 0;
   if (time.hasDate) {
-    const Civil c = civilFromDays(days);
+    const CivilDate c = civilFromDays(days);
     n = std::snprintf(buffer, sizeof buffer, "%04lld-%02d-%02d ", static_cast<long long>(c.year), c.month,
                       c.day);
   }

@@ -71,4 +71,12 @@ std::optional<TimestampFormat> detectTimestampFormat(std::span<const std::string
 // the month's end (32 January is 1 February).
 int64_t daysFromCivil(int64_t year, int month, int day);
 
+// The date `days` after 1970-01-01: the inverse of daysFromCivil.
+struct CivilDate {
+  int64_t year = 1970;
+  int month = 1;
+  int day = 1;
+};
+CivilDate civilFromDays(int64_t days);
+
 }  // namespace quorin::logs
