@@ -10,6 +10,7 @@
 #include "Cli.h"
 #include "Interrupt.h"
 #include "Json.h"
+#include "OpenedText.h"
 #include "Options.h"
 #include "Progress.h"
 #include "csv/CSVRecordIndex.h"
@@ -30,37 +31,6 @@ namespace {
 constexpr size_t kFirstMalformedShown = 10;
 constexpr int64_t kRowBatchBytes = 4 * 1024 * 1024;
 constexpr size_t kOutputFlushBytes = 1 << 20;
-
-// The document's bytes as the table view sees them: the file itself, or the
-// UTF-8 working copy of a file in another encoding.
-struct OpenedText {
-  std::unique_ptr<storage::ScratchDirectory> scratch;  // holds the working copy, if any
-  std::shared_ptr<const storage::OriginalBuffer> original;
-  std::shared_ptr<storage::PieceTable> table;
-};
-
-std::expected<OpenedText, std::string> openText(const std::string& path) {
-  auto mmap = storage::MMapWrapper::open(path);
-  if (!mmap) return std::unexpected(mmap.error().describe());
-  const auto encoding = storage::detectFileEncoding(**mmap);
-
-  OpenedText opened;
-  if (text::needsWorkingCopy(encoding)) {
-    auto scratch = storage::ScratchDirectory::createForDocument();
-    if (!scratch) return std::unexpected(scratch.error());
-    const auto copyPath = (*scratch)->path() / text::newWorkingCopyFileName();
-    if (auto transcoded = text::transcodeFileToUtf8(path, encoding, copyPath); !transcoded)
-      return std::unexpected(transcoded.error().describe());
-    auto copy = storage::MMapWrapper::open(copyPath.string());
-    if (!copy) return std::unexpected(copy.error().describe());
-    opened.scratch = std::move(*scratch);
-    opened.original = storage::OriginalBuffer::make(*copy, text::DetectedEncoding::utf8);
-  } else {
-    opened.original = storage::OriginalBuffer::make(*mmap, encoding);
-  }
-  opened.table = std::make_shared<storage::PieceTable>(opened.original);
-  return opened;
-}
 
 std::expected<csv::CSVDelimiter, std::string> delimiterNamed(std::string text) {
   std::ranges::transform(text, text.begin(),

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "Interrupt.h"
+#include "OpenedText.h"
 #include "Progress.h"
 #include "jobs/JobRegistry.h"
 #include "storage/MMapWrapper.h"
@@ -31,30 +32,18 @@ int32_t modificationYear(const std::string& path) {
 }  // namespace
 
 std::expected<OpenedLog, std::string> openLog(const std::string& path, std::ostream& err) {
-  auto mmap = storage::MMapWrapper::open(path);
-  if (!mmap) return std::unexpected(mmap.error().describe());
-  const auto encoding = storage::detectFileEncoding(**mmap);
-
+  auto text = openText(path, true);
+  if (!text) return std::unexpected(text.error());
   OpenedLog log;
   log.modificationYear = modificationYear(path);
-  auto scratch = storage::ScratchDirectory::createForDocument();
-  if (text::needsWorkingCopy(encoding)) {
-    if (!scratch) return std::unexpected(scratch.error());
-    const auto copyPath = (*scratch)->path() / text::newWorkingCopyFileName();
-    if (auto transcoded = text::transcodeFileToUtf8(path, encoding, copyPath); !transcoded)
-      return std::unexpected(transcoded.error().describe());
-    auto copy = storage::MMapWrapper::open(copyPath.string());
-    if (!copy) return std::unexpected(copy.error().describe());
-    log.original = storage::OriginalBuffer::make(*copy, text::DetectedEncoding::utf8);
-  } else {
-    log.original = storage::OriginalBuffer::make(*mmap, encoding);
-  }
-  log.table = std::make_shared<storage::PieceTable>(log.original);
+  log.original = std::move(text->original);
+  log.table = std::move(text->table);
+  auto scratch = std::move(text->scratch);
 
   // Big files keep their line index in a scratch file, as in the editor.
   std::optional<std::filesystem::path> scratchPath;
   if (scratch) {
-    log.scratch = std::move(*scratch);
+    log.scratch = std::move(scratch);
     scratchPath = log.scratch->path();
   }
   const auto tier = storage::chooseLineIndexTier(log.table->totalLength(), scratchPath);
