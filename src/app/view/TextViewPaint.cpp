@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/view/TextView.h"
+#include "filter/FilterProjection.h"
 
 namespace quorin::app {
 namespace {
@@ -48,8 +49,44 @@ void drawRow(QPainter& painter, const RowLayout& layout, const std::vector<Color
 }  // namespace
 
 void TextView::setLineProjection(std::shared_ptr<const search::LineProjection> projection) {
+  // The caret keeps its line (not its row) and, when it was on screen, its
+  // height on screen; otherwise the top line stays where it was.
+  const int64_t caretLine = lines_->lineStartOf(caret_);
+  std::optional<int> height;
+  for (size_t i = 0; i < rows_.size() && !height; ++i) {
+    if (rows_[i].lineStart == caretLine) height = static_cast<int>(i);
+  }
   projection_ = std::move(projection);
-  viewport()->update();
+  bool moved = false;
+  if (projection_ && !isShown(caretLine) && !beyondEvaluated(caretLine)) {
+    const int64_t shown = shownLineStartNear(caret_);
+    if (isShown(shown)) {
+      closeTypingGroup();
+      caret_ = anchor_ = shown;
+      preferredCell_.reset();
+      moved = true;
+    }
+  }
+  if (height) {
+    int64_t top = projection_ ? shownLineStartNear(caret_) : lines_->lineStartOf(caret_);
+    for (int i = 0; i < *height; ++i) {
+      const auto previous = previousRowStart(top);
+      if (!previous) break;
+      top = *previous;
+    }
+    topOffset_ = top;
+  }
+  updateRows();
+  if (moved) emit caretMoved();
+}
+
+bool TextView::beyondEvaluated(int64_t lineStart) const {
+  // A filter still computing has not decided about the lines past its
+  // prefix: the caret waits there rather than being pulled back.
+  const auto* filter = dynamic_cast<const filter::FilterProjection*>(projection_.get());
+  if (!filter || filter->isComplete()) return false;
+  const auto line = lines_->lineNumberOf(lineStart);
+  return line && *line >= filter->linesEvaluated();
 }
 
 void TextView::setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
@@ -126,6 +163,16 @@ void TextView::paintEvent(QPaintEvent*) {
   painter.setClipping(false);
   // The gutter: line numbers where the index knows them.
   const QColor numberColor = blend(base, text, 0.45);
+  // Where a filter skipped lines: a dotted rule along the top of the row
+  // below them, across the gutter and the text (its count in the tooltip
+  // would need a hover; the jump in the line numbers says how many).
+  QPen gapPen(blend(base, text, 0.35), 1, Qt::DotLine);
+  for (size_t i = 0; i < rows_.size(); ++i) {
+    if (rows_[i].hiddenBefore <= 0) continue;
+    painter.setPen(gapPen);
+    const double y = static_cast<double>(i) * rowHeight() + 0.5;
+    painter.drawLine(QPointF(0, y), QPointF(width, y));
+  }
   for (size_t i = 0; i < rows_.size(); ++i) {
     if (!rows_[i].lineNumber) continue;
     const bool current = rows_[i].lineStart == caretLine;
