@@ -364,30 +364,61 @@ void FindBar::step(bool backward) {
   const int64_t from = backward ? selected.start : selected.end;
   const bool current = matches_.version() == document_->version();
   if (current && (backward ? matches_.answersPrevious(from) : matches_.answersNext(from))) {
+    // Matches on lines a filter hides are passed over; the count still
+    // counts them, as log viewers do.
     bool wrapped = false;
-    const auto hit = backward ? matches_.previous(from, true, &wrapped) : matches_.next(from, true, &wrapped);
-    if (hit) landOn(*hit, wrapped, backward);
+    int64_t at = from;
+    for (size_t tries = 0; tries <= matches_.size(); ++tries) {
+      bool wrappedNow = false;
+      const auto hit =
+          backward ? matches_.previous(at, true, &wrappedNow) : matches_.next(at, true, &wrappedNow);
+      wrapped = wrapped || wrappedNow;
+      if (!hit) return;
+      if (!onHiddenLine(*hit)) return landOn(*hit, wrapped, backward);
+      if (wrapped && (backward ? hit->start < from : hit->start >= from)) break;  // round once
+      at = backward ? hit->start : hit->end;
+    }
+    setNotice(allMatchesHiddenNote());
     return;
   }
   if (stepHandle_.cancellation) return;  // one scan at a time; the next press continues from its answer
   setNotice({});
+  scan(from, backward, from, false, 0);
+}
+
+void FindBar::scan(int64_t from, bool backward, int64_t origin, bool wrappedBefore, int hops) {
   std::weak_ptr<FindBar*> alive = alive_;
   const int64_t version = document_->version();
   stepHandle_ = finder_.start(
       {options(), from, backward, true}, document_->snapshot().text,
-      [alive, version, backward](search::FindNextResult result) {
+      [alive, version, backward, origin, wrappedBefore, hops](search::FindNextResult result) {
         const auto bar = alive.lock();
         if (!bar) return;
         FindBar& self = **bar;
         self.stepHandle_ = {};
         if (result.cancelled || version != self.document_->version()) return;
-        if (result.found()) {
-          self.landOn(*result.match, result.wrapped, backward);
-        } else {
+        if (!result.found()) {
           self.setNotice(QString::fromStdString(result.describe()));
+          return;
         }
+        const bool wrapped = wrappedBefore || result.wrapped;
+        if (!self.onHiddenLine(*result.match)) return self.landOn(*result.match, wrapped, backward);
+        // A hidden match: look on from it, until the scan comes round or
+        // has passed over so many that the count should answer instead.
+        const auto& m = *result.match;
+        const bool round = wrapped && (backward ? m.start < origin : m.start >= origin);
+        if (round || hops >= kMaxHiddenHops) return self.setNotice(allMatchesHiddenNote());
+        const int64_t next = backward ? m.start : std::max(m.end, m.start + 1);
+        self.scan(next, backward, origin, wrapped, hops + 1);
       },
       &mainQueue_);
+}
+
+bool FindBar::onHiddenLine(storage::ByteRange range) const {
+  const search::LineProjection* shown = surface_.shownLines();
+  if (!shown) return false;
+  const auto line = document_->snapshot().lines.lineContaining(range.start);
+  return line && !shown->isVisible(*line);
 }
 
 void FindBar::landOn(storage::ByteRange range, bool wrapped, bool backward) {
