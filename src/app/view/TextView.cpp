@@ -352,10 +352,18 @@ int64_t TextView::offsetAtCellInLine(int64_t lineStart, int64_t contentEnd, int6
       .offsetAtCell(static_cast<double>(cell));
 }
 
-void TextView::select(int64_t begin, int64_t end) {
+void TextView::select(int64_t begin, int64_t end) { placeSelection(begin, end, true); }
+
+void TextView::placeSelection(int64_t begin, int64_t end, bool onShownLine) {
   closeTypingGroup();
   anchor_ = clampToRange(begin);
   caret_ = clampToRange(end);
+  if (onShownLine && projection_ && anchor_ == caret_ && !isShown(lines_->lineStartOf(caret_)) &&
+      !beyondEvaluated(lines_->lineStartOf(caret_))) {
+    // A jump (the overview, a level step, the timeline) onto a line the
+    // filter hides lands on the nearest shown line.
+    anchor_ = caret_ = shownLineStartNear(caret_);
+  }
   preferredCell_.reset();
   scrollToOffset(caret_, true);
   emit caretMoved();

@@ -127,6 +127,8 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void updateScrollBars();
   void verticalScrollRequested(int value);
   void ensureCaretVisible();
+  // select(); `onShownLine` moves a caret off a line the filter hides.
+  void placeSelection(int64_t begin, int64_t end, bool onShownLine);
   int64_t clampToRange(int64_t offset) const;
   double rowHeight() const;
   double cellWidth() const { return cellWidth_; }

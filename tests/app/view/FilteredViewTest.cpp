@@ -134,6 +134,9 @@ TEST(FilteredViewTest, GoToAHiddenLineLandsOnTheNearestShownOneAndSaysSo) {
   field.go();
   EXPECT_EQ(on.caretLine(), 10);
   EXPECT_EQ(status.count(), 0);
+  // Other jumps (the overview, a level step) land on a shown line too.
+  on.view->select(31 * kLineBytes, 31 * kLineBytes);
+  EXPECT_EQ(on.caretLine(), 30);
 }
 
 TEST(FilteredViewTest, EditsBeforeTheNewProjectionKeepTheRowsSensible) {
