@@ -12,7 +12,6 @@
 #include <limits>
 
 #include "app/view/ScrollMapping.h"
-#include "app/view/ShownLines.h"
 #include "base/ByteCount.h"
 #include "text/LineEnding.h"
 
@@ -155,59 +154,6 @@ void TextView::updateRows() {
   }
   updateScrollBars();
   viewport()->update();
-}
-
-std::optional<int64_t> TextView::nextRowStart(int64_t lineStart) const {
-  if (projection_) {
-    const auto line = lines_->lineNumberOf(lineStart);
-    if (!line) return std::nullopt;
-    const auto shown = projection_->nextVisibleLine(*line + 1);
-    return shown ? shownLineStart(*shown) : std::nullopt;
-  }
-  const auto next = lines_->nextLineStart(lineStart);
-  if (!next || *next > lines_->range().end || *next == lineStart) return std::nullopt;
-  if (*next == lines_->range().end && lines_->text().byte(*next - 1) != terminator_) return std::nullopt;
-  return next;
-}
-
-std::optional<int64_t> TextView::previousRowStart(int64_t lineStart) const {
-  if (!projection_) return lines_->previousLineStart(lineStart);
-  const auto line = lines_->lineNumberOf(lineStart);
-  if (!line || *line == 0) return std::nullopt;
-  const auto shown = projection_->previousVisibleLine(*line - 1);
-  return shown ? shownLineStart(*shown) : std::nullopt;
-}
-
-std::optional<int64_t> TextView::shownLineStart(int64_t line) const {
-  // The projection may count lines the text no longer has (an edit just
-  // removed them and the filter has not answered yet).
-  const auto start = lines_->startOfLine(line);
-  if (!start || *start < lines_->range().start || *start > lines_->range().end) return std::nullopt;
-  return start;
-}
-
-bool TextView::isShown(int64_t lineStart) const {
-  if (!projection_) return true;
-  const auto line = lines_->lineNumberOf(lineStart);
-  return line && projection_->isVisible(*line);
-}
-
-int64_t TextView::shownLineStartNear(int64_t offset) const {
-  const int64_t lineStart = lines_->lineStartOf(clampToRange(offset));
-  if (!projection_) return lineStart;
-  const auto line = lines_->lineNumberOf(lineStart);
-  if (!line) return lineStart;
-  const auto shown = nearestShownLine(*projection_, *line);
-  if (!shown) return lineStart;
-  return shownLineStart(*shown).value_or(lineStart);
-}
-
-int64_t TextView::skipHidden(int64_t offset, bool forward) const {
-  if (!projection_ || isShown(lines_->lineStartOf(offset))) return offset;
-  const int64_t from = lines_->lineStartOf(caret_);
-  if (forward) return nextRowStart(from).value_or(caret_);
-  const auto previous = previousRowStart(from);
-  return previous ? lines_->contentEnd(*previous) : caret_;
 }
 
 void TextView::updateScrollBars() {

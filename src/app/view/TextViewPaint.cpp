@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "app/view/TextView.h"
-#include "filter/FilterProjection.h"
 
 namespace quorin::app {
 namespace {
@@ -47,47 +46,6 @@ void drawRow(QPainter& painter, const RowLayout& layout, const std::vector<Color
 }
 
 }  // namespace
-
-void TextView::setLineProjection(std::shared_ptr<const search::LineProjection> projection) {
-  // The caret keeps its line (not its row) and, when it was on screen, its
-  // height on screen; otherwise the top line stays where it was.
-  const int64_t caretLine = lines_->lineStartOf(caret_);
-  std::optional<int> height;
-  for (size_t i = 0; i < rows_.size() && !height; ++i) {
-    if (rows_[i].lineStart == caretLine) height = static_cast<int>(i);
-  }
-  projection_ = std::move(projection);
-  bool moved = false;
-  if (projection_ && !isShown(caretLine) && !beyondEvaluated(caretLine)) {
-    const int64_t shown = shownLineStartNear(caret_);
-    if (isShown(shown)) {
-      closeTypingGroup();
-      caret_ = anchor_ = shown;
-      preferredCell_.reset();
-      moved = true;
-    }
-  }
-  if (height) {
-    int64_t top = projection_ ? shownLineStartNear(caret_) : lines_->lineStartOf(caret_);
-    for (int i = 0; i < *height; ++i) {
-      const auto previous = previousRowStart(top);
-      if (!previous) break;
-      top = *previous;
-    }
-    topOffset_ = top;
-  }
-  updateRows();
-  if (moved) emit caretMoved();
-}
-
-bool TextView::beyondEvaluated(int64_t lineStart) const {
-  // A filter still computing has not decided about the lines past its
-  // prefix: the caret waits there rather than being pulled back.
-  const auto* filter = dynamic_cast<const filter::FilterProjection*>(projection_.get());
-  if (!filter || filter->isComplete()) return false;
-  const auto line = lines_->lineNumberOf(lineStart);
-  return line && *line >= filter->linesEvaluated();
-}
 
 void TextView::setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
   const bool wasActive = logStyler_.active();
