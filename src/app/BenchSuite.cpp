@@ -30,6 +30,7 @@
 #include "app/goto/GoToField.h"
 #include "app/logs/PicturesBench.h"
 #include "app/view/TextView.h"
+#include "filter/FilterProjection.h"
 
 namespace quorin::app {
 namespace {
@@ -128,6 +129,29 @@ QString writeFile(const QTemporaryDir& dir, const QString& name, const std::func
 
 // A service log with errors and their stack traces: level colours and dimmed
 // timestamps, in the palette of the desktop and in a dark one.
+// The filtered view: the error messages only (head and stack trace), with
+// their own line numbers and a rule where lines were skipped. The projection
+// is built here by hand so that the shot does not depend on the filter bar.
+void shotFilteredView(MainWindow* window, TextView* view, Shots& shots) {
+  const auto snapshot = view->document().snapshot();
+  const std::string text = snapshot.text.text({0, view->document().length()});
+  search::LineVisibilityBitset bits;
+  bool inError = false;
+  for (size_t start = 0; start < text.size();) {
+    const size_t end = std::min(text.find('\n', start), text.size());
+    const std::string_view line(text.data() + start, end - start);
+    if (!line.starts_with(' ') && !line.starts_with("java.")) inError = line.find("ERROR") != line.npos;
+    bits.appendRun(1, inError);
+    start = end + 1;
+  }
+  bits.rebuildRankDirectory();
+  view->setLineProjection(
+      std::make_shared<filter::FilterProjection>(std::move(bits), filter::FilterOptions{}, 0, 0));
+  pump(100);
+  shots.take(window, QStringLiteral("filtered-view"));
+  view->setLineProjection(nullptr);
+}
+
 void tourLogLevels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   const QString path = writeFile(
       dir, QStringLiteral("payments.log"),
@@ -158,6 +182,7 @@ void tourLogLevels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   tab->stepToMessage(logs::Level::error, true);
   pump(200);
   shots.take(window, QStringLiteral("log-levels"));
+  shotFilteredView(window, tab->view(), shots);
   tab->goToField()->activateTime();
   tab->goToField()->setText(QStringLiteral("09:14:30"));
   pump(100);

@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "search/LineProjection.h"
 #include "storage/ByteRange.h"
 
 namespace quorin::app {
@@ -37,6 +38,10 @@ class EditorSurface {
 
   // A short message in the status bar, shown for a few seconds.
   virtual void showStatusMessage(const QString& text) = 0;
+
+  // The lines a filter shows, or null when every line is shown: a go-to or
+  // a find step should not land on a line the view does not draw.
+  virtual const search::LineProjection* shownLines() const { return nullptr; }
 };
 
 }  // namespace quorin::app

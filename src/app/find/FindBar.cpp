@@ -349,60 +349,6 @@ void FindBar::setNotice(const QString& text) {
   notice_->setText(text == summary_->text() ? QString() : text);
 }
 
-void FindBar::findNext() { step(false); }
-void FindBar::findPrevious() { step(true); }
-
-void FindBar::step(bool backward) {
-  if (query().isEmpty()) {
-    activate();
-    return;
-  }
-  rememberQuery();
-  if (haveResult_ && lastResult_.compileError && !matches_.isStale()) return;  // the summary says why
-  if (isVisible() && !haveResult_ && !isCounting()) startCount();
-  const storage::ByteRange selected = ordered(surface_.selection());
-  const int64_t from = backward ? selected.start : selected.end;
-  const bool current = matches_.version() == document_->version();
-  if (current && (backward ? matches_.answersPrevious(from) : matches_.answersNext(from))) {
-    bool wrapped = false;
-    const auto hit = backward ? matches_.previous(from, true, &wrapped) : matches_.next(from, true, &wrapped);
-    if (hit) landOn(*hit, wrapped, backward);
-    return;
-  }
-  if (stepHandle_.cancellation) return;  // one scan at a time; the next press continues from its answer
-  setNotice({});
-  std::weak_ptr<FindBar*> alive = alive_;
-  const int64_t version = document_->version();
-  stepHandle_ = finder_.start(
-      {options(), from, backward, true}, document_->snapshot().text,
-      [alive, version, backward](search::FindNextResult result) {
-        const auto bar = alive.lock();
-        if (!bar) return;
-        FindBar& self = **bar;
-        self.stepHandle_ = {};
-        if (result.cancelled || version != self.document_->version()) return;
-        if (result.found()) {
-          self.landOn(*result.match, result.wrapped, backward);
-        } else {
-          self.setNotice(QString::fromStdString(result.describe()));
-        }
-      },
-      &mainQueue_);
-}
-
-void FindBar::landOn(storage::ByteRange range, bool wrapped, bool backward) {
-  setNotice({});
-  surface_.select(range.start, range.end);
-  // The wrap note belongs to the step that wrapped; the next step takes it away.
-  if (wrapped) {
-    surface_.showStatusMessage(wrapNote(backward));
-  } else if (wrapNoteShown_) {
-    surface_.showStatusMessage(QString());
-  }
-  wrapNoteShown_ = wrapped;
-  showSummary();
-}
-
 void FindBar::rememberQuery() {
   const QString text = query();
   if (text.isEmpty()) return;

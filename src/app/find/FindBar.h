@@ -93,6 +93,10 @@ class FindBar final : public QWidget {
   void countFinished(uint64_t generation, search::SearchResult result);
   void documentChanged(const document::DocumentChange& change);
   void step(bool backward);
+  // A find-next scan from `from`, passing over matches on hidden lines.
+  void scan(int64_t from, bool backward, int64_t origin, bool wrappedBefore, int hops);
+  bool onHiddenLine(storage::ByteRange range) const;
+  static constexpr int kMaxHiddenHops = 10'000;
   void landOn(storage::ByteRange range, bool wrapped, bool backward);
   void showSummary();
   void setNotice(const QString& text);

@@ -52,6 +52,8 @@ QString wrapNote(bool backward) {
   return backward ? tr("Search wrapped to the end") : tr("Search wrapped to the start");
 }
 
+QString allMatchesHiddenNote() { return tr("Every match is on a line the filter hides"); }
+
 QString replacedNote(int64_t count) {
   return count == 1 ? tr("Replaced 1 match") : tr("Replaced %1 matches").arg(groupedNumber(count));
 }

@@ -27,6 +27,7 @@ QString resultSummary(const search::SearchResult& result, int64_t stored, int64_
 QString staleSuffix();   // " (stale)"
 QString staleToolTip();  // why a summary is marked stale
 QString wrapNote(bool backward);
+QString allMatchesHiddenNote();       // every match is on a line the filter hides
 QString replacedNote(int64_t count);  // "Replaced 1 match", "Replaced 1,234 matches"
 QString nothingReplacedSuffix();      // " — nothing was replaced"
 QString replaceAllCancelledNote();

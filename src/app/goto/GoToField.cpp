@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "app/goto/GoToTexts.h"
+#include "app/view/ShownLines.h"
 #include "text/LineEnding.h"
 
 namespace quorin::app {
@@ -247,9 +248,24 @@ void GoToField::goToLine(int64_t line) {
   });
 }
 
-void GoToField::land(int64_t offset, const QString& note) {
+void GoToField::land(int64_t offset, QString note) {
   stopWaiting();
   showError({});
+  if (const search::LineProjection* shown = surface_.shownLines()) {
+    // A target the filter hides lands on the nearest line it shows, and says so.
+    const storage::LineIndexSnapshot lines = document_->snapshot().lines;
+    const auto line = lines.lineContaining(offset);
+    if (line && !shown->isVisible(*line)) {
+      const auto nearest = nearestShownLine(*shown, *line);
+      const auto start = nearest ? lines.lineStart(*nearest) : std::nullopt;
+      if (start) {
+        offset = *start;
+        note = GoToTexts::lineHidden(*line + 1, *nearest + 1);
+      } else {
+        note = GoToTexts::nothingShown();
+      }
+    }
+  }
   surface_.select(offset, offset);
   if (!note.isEmpty()) surface_.showStatusMessage(note);
   hide();

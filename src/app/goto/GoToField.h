@@ -32,7 +32,8 @@ struct GoToFieldConfig {
 // somewhere that means exactly that line; typing or Esc stops the wait.
 // Percentages land on the start of the line holding that byte, byte offsets
 // exactly (moved back to the start of a character cut in half). Targets past
-// the end land on the end and say so in the status bar.
+// the end land on the end and say so in the status bar, and so do targets
+// on a line a filter hides, which land on the nearest shown line.
 //
 // Thread-safety: main thread only. Lifetime: the surface must stay alive
 // while the field is used; the destructor does not touch it, and a pending
@@ -94,7 +95,7 @@ class GoToField final : public QWidget {
   void showForm(bool time);
   void updateHelp();
   void goToLine(int64_t line);
-  void land(int64_t offset, const QString& note = {});
+  void land(int64_t offset, QString note = {});
   void showError(const QString& text);
   void stopWaiting();
 

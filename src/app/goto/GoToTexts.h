@@ -28,6 +28,11 @@ class GoToTexts {
     return tr("Line %1 is past the end — went to the last line (%2)")
         .arg(groupedNumber(line), groupedNumber(lastLine));
   }
+  static QString lineHidden(int64_t line, int64_t shownLine) {
+    return tr("Line %1 is hidden by the filter — went to line %2")
+        .arg(groupedNumber(line), groupedNumber(shownLine));
+  }
+  static QString nothingShown() { return tr("The filter shows no lines"); }
   static QString bytePastTheEnd(int64_t offset, int64_t length) {
     return tr("Byte offset %1 is past the end (%2 bytes) — went to the end")
         .arg(groupedNumber(offset), groupedNumber(length));

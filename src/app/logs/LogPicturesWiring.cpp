@@ -2,6 +2,7 @@
 
 #include <QPointer>
 #include <QScrollBar>
+#include <algorithm>
 
 #include "app/DocumentTab.h"
 #include "app/find/FindBar.h"
@@ -59,8 +60,11 @@ void connectOverviewStrip(OverviewStrip* strip, DocumentTab* tab) {
   auto showVisible = [strip, view] {
     const auto starts = view->visibleLineStarts();
     if (starts.empty()) return;
-    const auto first = view->document().snapshot().lines.lineContaining(starts.front());
-    strip->setVisibleLines(first.value_or(0), view->visibleRowCount());
+    const auto lines = view->document().snapshot().lines;
+    const int64_t first = lines.lineContaining(starts.front()).value_or(0);
+    // Filtered, the screen spans more document lines than it has rows.
+    const int64_t last = lines.lineContaining(starts.back()).value_or(first);
+    strip->setVisibleLines(first, std::max<int64_t>(view->visibleRowCount(), last - first + 1));
   };
   QObject::connect(view->verticalScrollBar(), &QScrollBar::valueChanged, strip, showVisible);
   QObject::connect(view->verticalScrollBar(), &QScrollBar::rangeChanged, strip, showVisible);

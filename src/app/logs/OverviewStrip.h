@@ -30,7 +30,10 @@ std::vector<uint8_t> overviewMatchRows(const std::vector<storage::ByteRange>& ma
 // messages at error and above and at warning (from the log index, filling in
 // while it builds; the part not indexed yet is hatched), the rows holding a
 // search match, and the lines on screen as a frame. Clicking or dragging asks
-// for the line under the mouse.
+// for the line under the mouse. A filtered view keeps the whole document
+// here (where the errors are does not change with what is shown): the frame
+// spans the document lines from the first to the last row on screen, and a
+// click on a hidden line lands on the nearest shown one.
 //
 // Redraws are cheap: the rows are computed once per data, height or match
 // change and kept as an image; a paint draws that image and the frame.

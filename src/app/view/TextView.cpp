@@ -120,21 +120,37 @@ void TextView::updateRows() {
   rows_.clear();
   if (!lines_) return;
   const int count = visibleRowCount();
-  int64_t start = topOffset_;
-  std::optional<int64_t> number = lines_->lineNumberOf(start);
   widestCells_ = 0;
+  int64_t start = topOffset_;
+  if (projection_) {
+    // A stale top (an edit, a new projection) moves to a shown line; with
+    // none shown there is nothing to draw.
+    start = topOffset_ = shownLineStartNear(topOffset_);
+    if (!isShown(start)) {
+      updateScrollBars();
+      viewport()->update();
+      return;
+    }
+  }
+  std::optional<int64_t> number = lines_->lineNumberOf(start);
+  std::optional<int64_t> previousNumber;
+  if (projection_ && number && *number > 0) {
+    const auto before = projection_->previousVisibleLine(*number - 1);
+    previousNumber = before.value_or(-1);
+  }
   for (int i = 0; i < count; ++i) {
     const int64_t end = lines_->contentEnd(start);
-    rows_.push_back({start, end, number});
+    const int64_t hidden = number && previousNumber ? *number - *previousNumber - 1 : 0;
+    rows_.push_back({start, end, number, hidden});
     const int64_t length = end - start;
     // Bytes stand in for cells here (tabs aside, never fewer): the range of the
     // horizontal bar need not be exact, and laying out every row again would cost a frame.
     widestCells_ = std::max(widestCells_, length + 8);
-    const auto next = lines_->nextLineStart(start);
-    if (!next || *next > lines_->range().end || *next == start) break;
-    if (*next == lines_->range().end && lines_->text().byte(*next - 1) != terminator_) break;
+    const auto next = nextRowStart(start);
+    if (!next) break;
     start = *next;
-    if (number) ++*number;
+    previousNumber = number;
+    number = projection_ ? lines_->lineNumberOf(start) : (number ? std::optional(*number + 1) : number);
   }
   updateScrollBars();
   viewport()->update();
@@ -142,11 +158,17 @@ void TextView::updateRows() {
 
 void TextView::updateScrollBars() {
   updatingScrollBars_ = true;
-  const ScrollMapping mapping(lines_->estimatedLineCount(), visibleRowCount() - 1);
+  // Filtered, the bar counts the shown rows (growing with the projection).
+  const ScrollMapping mapping(projection_ ? projection_->visibleLineCount() : lines_->estimatedLineCount(),
+                              visibleRowCount() - 1);
   QScrollBar* v = verticalScrollBar();
   v->setRange(0, mapping.maximum());
   v->setPageStep(std::max(1, visibleRowCount() - 1));
-  if (const auto line = lines_->lineNumberOf(topOffset_)) {
+  if (projection_) {
+    const auto line = lines_->lineNumberOf(topOffset_);
+    const auto row = line ? projection_->row(*line) : std::nullopt;
+    v->setValue(mapping.valueForLine(row.value_or(0)));
+  } else if (const auto line = lines_->lineNumberOf(topOffset_)) {
     v->setValue(mapping.valueForLine(*line));
   } else {
     // Beyond what the index has counted: place the thumb by bytes.
@@ -168,6 +190,13 @@ void TextView::updateScrollBars() {
 
 void TextView::verticalScrollRequested(int value) {
   if (updatingScrollBars_) return;
+  if (projection_) {
+    const ScrollMapping mapping(projection_->visibleLineCount(), visibleRowCount() - 1);
+    const auto line = projection_->line(mapping.lineForValue(value));
+    if (const auto start = line ? shownLineStart(*line) : std::nullopt) topOffset_ = *start;
+    updateRows();
+    return;
+  }
   const ScrollMapping mapping(lines_->estimatedLineCount(), visibleRowCount() - 1);
   const int64_t line = mapping.lineForValue(value);
   if (const auto start = lines_->startOfLine(line); start && *start >= lines_->range().start) {
@@ -189,15 +218,14 @@ void TextView::scrollContentsBy(int, int) {
 
 void TextView::scrollByRows(int64_t rows) {
   int64_t top = topOffset_;
+  if (projection_) top = shownLineStartNear(top);
   for (; rows > 0; --rows) {
-    const auto next = lines_->nextLineStart(top);
-    // Keep the last line on screen.
-    if (!next || *next > lines_->range().end) break;
-    if (*next == lines_->range().end && lines_->text().byte(*next - 1) != terminator_) break;
+    const auto next = nextRowStart(top);  // keeps the last line on screen
+    if (!next) break;
     top = *next;
   }
   for (; rows < 0; ++rows) {
-    const auto previous = lines_->previousLineStart(top);
+    const auto previous = previousRowStart(top);
     if (!previous) break;
     top = *previous;
   }
@@ -208,6 +236,7 @@ void TextView::scrollByRows(int64_t rows) {
 void TextView::scrollToOffset(int64_t offset, bool center) {
   offset = clampToRange(offset);
   const int64_t lineStart = lines_->lineStartOf(offset);
+  const int64_t rowStart = projection_ ? shownLineStartNear(offset) : lineStart;
   const int fullRows = std::max(1, static_cast<int>(viewport()->height() / rowHeight()));
   bool visible = false;
   for (size_t i = 0; i < rows_.size() && static_cast<int>(i) < fullRows; ++i) {
@@ -216,20 +245,20 @@ void TextView::scrollToOffset(int64_t offset, bool center) {
   if (!visible) {
     if (center) {
       // A jump (a search hit, a go-to target): the line in the middle, with its context around it.
-      int64_t top = lineStart;
+      int64_t top = rowStart;
       for (int i = 0; i < fullRows / 2; ++i) {
-        const auto previous = lines_->previousLineStart(top);
+        const auto previous = previousRowStart(top);
         if (!previous) break;
         top = *previous;
       }
       topOffset_ = top;
-    } else if (lineStart < topOffset_) {
-      topOffset_ = lineStart;
+    } else if (rowStart < topOffset_) {
+      topOffset_ = rowStart;
     } else {
       // The line becomes the last whole row.
-      int64_t top = lineStart;
+      int64_t top = rowStart;
       for (int i = 1; i < fullRows; ++i) {
-        const auto previous = lines_->previousLineStart(top);
+        const auto previous = previousRowStart(top);
         if (!previous) break;
         top = *previous;
       }
@@ -269,10 +298,18 @@ int64_t TextView::offsetAtCellInLine(int64_t lineStart, int64_t contentEnd, int6
       .offsetAtCell(static_cast<double>(cell));
 }
 
-void TextView::select(int64_t begin, int64_t end) {
+void TextView::select(int64_t begin, int64_t end) { placeSelection(begin, end, true); }
+
+void TextView::placeSelection(int64_t begin, int64_t end, bool onShownLine) {
   closeTypingGroup();
   anchor_ = clampToRange(begin);
   caret_ = clampToRange(end);
+  if (onShownLine && projection_ && anchor_ == caret_ && !isShown(lines_->lineStartOf(caret_)) &&
+      !beyondEvaluated(lines_->lineStartOf(caret_))) {
+    // A jump (the overview, a level step, the timeline) onto a line the
+    // filter hides lands on the nearest shown line.
+    anchor_ = caret_ = shownLineStartNear(caret_);
+  }
   preferredCell_.reset();
   scrollToOffset(caret_, true);
   emit caretMoved();

@@ -45,6 +45,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   // line number; null shows every line again. The caret keeps its line.
   void setLineProjection(std::shared_ptr<const search::LineProjection> projection);
   const std::shared_ptr<const search::LineProjection>& lineProjection() const { return projection_; }
+  const search::LineProjection* shownLines() const override { return projection_.get(); }
   void refreshHighlights() override;
   void showStatusMessage(const QString& text) override { emit statusMessage(text); }
 
@@ -117,6 +118,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
     int64_t lineStart = 0;
     int64_t contentEnd = 0;
     std::optional<int64_t> lineNumber;  // from 0
+    int64_t hiddenBefore = 0;           // lines a filter hides between this row and the one above
   };
 
   const TextLines& lines() const { return *lines_; }
@@ -125,6 +127,8 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void updateScrollBars();
   void verticalScrollRequested(int value);
   void ensureCaretVisible();
+  // select(); `onShownLine` moves a caret off a line the filter hides.
+  void placeSelection(int64_t begin, int64_t end, bool onShownLine);
   int64_t clampToRange(int64_t offset) const;
   double rowHeight() const;
   double cellWidth() const { return cellWidth_; }
@@ -135,6 +139,19 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   int64_t cellOfOffsetInLine(int64_t lineStart, int64_t contentEnd, int64_t offset) const;
   int64_t offsetAtCellInLine(int64_t lineStart, int64_t contentEnd, int64_t cell) const;
   int64_t verticalMove(int64_t from, int64_t rows);
+  // The rows' line starts: every line, or the lines the projection shows.
+  // Absent past the last row (or where the line index cannot tell yet).
+  std::optional<int64_t> nextRowStart(int64_t lineStart) const;
+  std::optional<int64_t> previousRowStart(int64_t lineStart) const;
+  std::optional<int64_t> shownLineStart(int64_t line) const;
+  bool isShown(int64_t lineStart) const;
+  // The start of `offset`'s line when shown, else of the nearest shown line.
+  int64_t shownLineStartNear(int64_t offset) const;
+  // A caret move that left the shown lines goes on to the next (or back to
+  // the previous) shown line instead.
+  int64_t skipHidden(int64_t offset, bool forward) const;
+  // A line past the prefix a filter still computing has evaluated.
+  bool beyondEvaluated(int64_t lineStart) const;
   // Applies an edit through the document in an undo group named `action`.
   bool applyEdit(storage::ByteRange range, const std::string& bytes, const char* action, bool typing);
   void reportRefusal(const document::EditRefusal& refusal);

@@ -108,7 +108,8 @@ void TextView::stepHistory(bool backward) {
   editing_ = false;
   if (!restored) return;
   refreshText();
-  select(restored->anchor, restored->caret);
+  // Where the edit was, even on a line the filter has not shown again yet.
+  placeSelection(restored->anchor, restored->caret, false);
   emit undoStateChanged();
 }
 

@@ -18,6 +18,26 @@ int64_t TextView::verticalMove(int64_t from, int64_t rows) {
   const int64_t lineStart = lines_->lineStartOf(from);
   if (!preferredCell_) preferredCell_ = cellOfOffsetInLine(lineStart, lines_->contentEnd(lineStart), from);
   int64_t target = lineStart;
+  if (projection_) {
+    // Over the shown lines only; past the last (or first) shown line the
+    // caret goes to its end (or start), as past the document's.
+    const int64_t first = shownLineStartNear(from);
+    const bool down = rows > 0;
+    target = first;
+    bool stopped = false;
+    for (; rows > 0 && !stopped; --rows) {
+      const auto next = nextRowStart(target);
+      stopped = !next;
+      if (next) target = *next;
+    }
+    for (; rows < 0 && !stopped; ++rows) {
+      const auto previous = previousRowStart(target);
+      stopped = !previous;
+      if (previous) target = *previous;
+    }
+    if (stopped && target == first) return down ? lines_->contentEnd(target) : target;
+    return offsetAtCellInLine(target, lines_->contentEnd(target), *preferredCell_);
+  }
   for (; rows > 0; --rows) {
     const auto next = lines_->nextLineStart(target);
     if (!next || *next > lines_->range().end) return lines_->range().end;
@@ -47,10 +67,11 @@ void TextView::keyPressEvent(QKeyEvent* event) {
   switch (event->key()) {
     case Qt::Key_Left:
       if (!shift && !control && selectionStart != selectionEnd) return moveTo(selectionStart);
-      return moveTo(control ? lines_->previousWordStart(caret_) : lines_->previousCharacter(caret_));
+      return moveTo(
+          skipHidden(control ? lines_->previousWordStart(caret_) : lines_->previousCharacter(caret_), false));
     case Qt::Key_Right:
       if (!shift && !control && selectionStart != selectionEnd) return moveTo(selectionEnd);
-      return moveTo(control ? lines_->nextWordEnd(caret_) : lines_->nextCharacter(caret_));
+      return moveTo(skipHidden(control ? lines_->nextWordEnd(caret_) : lines_->nextCharacter(caret_), true));
     case Qt::Key_Up:
       if (control) return scrollByRows(-1);
       preferredCell_ = keepColumn;
@@ -67,8 +88,11 @@ void TextView::keyPressEvent(QKeyEvent* event) {
       preferredCell_ = keepColumn;
       scrollByRows(page);
       return moveTo(verticalMove(caret_, page));
-    case Qt::Key_Home: return moveTo(control ? lines_->range().start : lines_->lineStartOf(caret_));
+    case Qt::Key_Home:
+      if (control && projection_) return moveTo(shownLineStartNear(lines_->range().start));
+      return moveTo(control ? lines_->range().start : lines_->lineStartOf(caret_));
     case Qt::Key_End:
+      if (control && projection_) return moveTo(lines_->contentEnd(shownLineStartNear(lines_->range().end)));
       return moveTo(control ? lines_->range().end : lines_->contentEnd(lines_->lineStartOf(caret_)));
     case Qt::Key_Backspace:
       if (selectionStart != selectionEnd) {

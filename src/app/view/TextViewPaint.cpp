@@ -47,11 +47,6 @@ void drawRow(QPainter& painter, const RowLayout& layout, const std::vector<Color
 
 }  // namespace
 
-void TextView::setLineProjection(std::shared_ptr<const search::LineProjection> projection) {
-  projection_ = std::move(projection);
-  viewport()->update();
-}
-
 void TextView::setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::SeverityRules rules) {
   const bool wasActive = logStyler_.active();
   logStyler_.setLog(std::move(data), std::move(rules));
@@ -126,6 +121,19 @@ void TextView::paintEvent(QPaintEvent*) {
   painter.setClipping(false);
   // The gutter: line numbers where the index knows them.
   const QColor numberColor = blend(base, text, 0.45);
+  // Where a filter skipped lines: a dotted rule along the top of the row
+  // below them, across the gutter and the text, and "⋯" at the gutter's
+  // left edge (the jump in the line numbers says how many).
+  QPen gapPen(blend(base, text, 0.35), 1, Qt::DotLine);
+  for (size_t i = 0; i < rows_.size(); ++i) {
+    if (rows_[i].hiddenBefore <= 0) continue;
+    painter.setPen(gapPen);
+    const double y = static_cast<double>(i) * rowHeight() + 0.5;
+    painter.drawLine(QPointF(0, y), QPointF(width, y));
+    painter.setPen(numberColor);
+    painter.drawText(QRectF(2, y, kGutterPadding, rowHeight()), Qt::AlignLeft | Qt::AlignTop,
+                     QStringLiteral("⋯"));
+  }
   for (size_t i = 0; i < rows_.size(); ++i) {
     if (!rows_[i].lineNumber) continue;
     const bool current = rows_[i].lineStart == caretLine;

@@ -10,6 +10,7 @@
 #include "app/find/FindBar.h"
 #include "app/find/FindSummary.h"
 #include "app/find/PanelTestSupport.h"
+#include "filter/FilterProjection.h"
 
 namespace quorin::app {
 namespace {
@@ -231,6 +232,53 @@ TEST(FindBarTest, EnterInTheRealFieldStepsAndHistoryIsNeverTypedInForTheUser) {
   QTest::keyClick(field, Qt::Key_Return);
   QTest::qWait(200);
   EXPECT_TRUE(bar.noticeText().isEmpty());
+}
+
+}  // namespace
+}  // namespace quorin::app
+
+namespace quorin::app {
+namespace {
+
+std::shared_ptr<const search::LineProjection> showingLines(int64_t lineCount, std::vector<int64_t> shown) {
+  search::LineVisibilityBitset bits(lineCount);
+  for (const int64_t line : shown) bits.set(line, true);
+  return std::make_shared<filter::FilterProjection>(std::move(bits), filter::FilterOptions{}, 0, 0);
+}
+
+TEST(FindBarTest, StepsPassOverMatchesOnLinesTheFilterHides) {
+  PrivateSettings settings;
+  testing::TempDir dir;
+  QtMainQueue& main = mainQueue();
+  auto doc = openTestDocument(dir, "hit 0\nhit 1\nhit 2\nhit 3\n", main);
+  FakeEditorSurface surface;
+  surface.shown = showingLines(4, {0, 2});
+  FindBar bar(doc, surface, main, nullptr, quickConfig());
+
+  // Before any count, through the find-next scan.
+  bar.setQuery("hit");
+  bar.findNext();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return surface.selected.begin == 0 && surface.selected.end == 3; }));
+  bar.findNext();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return surface.selected.begin == 12; }));
+  bar.findNext();  // over lines 1 and 3, round to the start
+  ASSERT_TRUE(QTest::qWaitFor([&] { return surface.selected.begin == 0; }));
+
+  // Through the stored matches; the count still counts every match.
+  bar.activate();
+  ASSERT_TRUE(waitForSummary(bar, "1 of 4"));
+  bar.findNext();
+  EXPECT_EQ(surface.selected.begin, 12);
+  bar.findNext();
+  EXPECT_EQ(surface.selected.begin, 0);
+  EXPECT_EQ(surface.status, "Search wrapped to the start");
+  bar.findPrevious();
+  EXPECT_EQ(surface.selected.begin, 12);
+
+  surface.shown = showingLines(4, {});
+  bar.findNext();
+  EXPECT_EQ(surface.selected.begin, 12);
+  EXPECT_EQ(bar.noticeText(), "Every match is on a line the filter hides");
 }
 
 }  // namespace

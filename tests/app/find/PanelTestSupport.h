@@ -24,6 +24,7 @@ class FakeEditorSurface final : public EditorSurface {
   void setHighlightProvider(HighlightProvider provider) override { this->provider = std::move(provider); }
   void refreshHighlights() override {}
   void showStatusMessage(const QString& text) override { status = text; }
+  const search::LineProjection* shownLines() const override { return shown.get(); }
 
   std::vector<storage::ByteRange> highlightsIn(storage::ByteRange visible) const {
     return provider ? provider(visible) : std::vector<storage::ByteRange>{};
@@ -32,6 +33,7 @@ class FakeEditorSurface final : public EditorSurface {
   Selection selected;
   HighlightProvider provider;
   QString status;
+  std::shared_ptr<const search::LineProjection> shown;  // a filter's lines, or null
 };
 
 // A document over `text`, written to a file in `dir`. A null `lineIndexQueue`
