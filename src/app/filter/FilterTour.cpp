@@ -28,7 +28,9 @@ QString writeServiceLog(const QString& directory) {
     const bool failed = i % 37 == 11;
     const bool retry = i % 37 == 12;
     const char* level = failed ? "ERROR" : retry ? "WARN " : i % 5 == 0 ? "DEBUG" : "INFO ";
-    QString line = QStringLiteral("2026-03-20 10:%1:%2.%3 %4 [worker-%5] checkout: %6\n")
+    // One line a second from 10:00, times always rising (the timeline shows them evenly).
+    QString line = QStringLiteral("2026-03-20 %1:%2:%3.%4 %5 [worker-%6] checkout: %7\n")
+                       .arg(10 + i / 3600, 2, 10, QLatin1Char('0'))
                        .arg(i / 60 % 60, 2, 10, QLatin1Char('0'))
                        .arg(i % 60, 2, 10, QLatin1Char('0'))
                        .arg(i * 211 % 1000, 3, 10, QLatin1Char('0'))
