@@ -1,6 +1,7 @@
 #include "filter/FilterChunk.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <string_view>
 
@@ -83,6 +84,13 @@ class ChunkEvaluator {
     ok_ = inc_;
     out_.heads = inc_;
     if (job.format) parser_.emplace(*job.format, job.yearForYearless);
+    if (const logs::LogIndexData* data = job.indexLevels) {
+      for (size_t k = 0; k < data->alertLines.size(); ++k) {
+        const auto& list = data->alertLines[k];
+        cursors_[k] = static_cast<size_t>(
+            std::lower_bound(list.begin(), list.end(), static_cast<uint32_t>(firstLine)) - list.begin());
+      }
+    }
   }
 
   ChunkOutput run() {
@@ -212,13 +220,41 @@ class ChunkEvaluator {
     if (head) {
       message_.seenHead = true;
       message_.micros = parser_ ? wallMicros(time) : logs::kNoTime;
-      if (f_.needsLevels()) message_.level = job_.context.rules.detect(text, parser_ ? time.end : 0);
+      if (f_.needsLevels()) message_.level = levelOf(firstLine_ + index, text, parser_ ? time.end : 0);
       setBit(out_.heads, index);
     } else if (!message_.seenHead && firstLine_ + index == 0 && f_.needsLevels()) {
       // Lines before the first timestamp are one message, with the first line's level.
-      message_.level = job_.context.rules.detect(text, 0);
+      message_.level = levelOf(0, text, 0);
     }
     if (passesConstraints()) setBit(ok_, index);
+  }
+
+  // A head line's level: from the index's lists when the job says so
+  // (lines come in ascending order, so each list is walked once per chunk),
+  // else detected.
+  logs::Level levelOf(int64_t line, std::string_view text, size_t timestampEnd) {
+    const logs::LogIndexData* data = job_.indexLevels;
+    if (data == nullptr) return job_.context.rules.detect(text, timestampEnd);
+    for (size_t k = data->alertLines.size();
+         k-- > 0;) {  // the highest level first, as the index lists them once
+      const auto& list = data->alertLines[k];
+      size_t& at = cursors_[k];
+      while (at < list.size() && list[at] < line) ++at;
+      if (at < list.size() && list[at] == line)
+        return static_cast<logs::Level>(logs::levelSlot(logs::Level::warning) + k);
+    }
+    return logs::Level::none;
+  }
+  // The same for a line above the chunk (the walk back to its first message).
+  logs::Level levelBefore(int64_t line, std::string_view text, size_t timestampEnd) const {
+    const logs::LogIndexData* data = job_.indexLevels;
+    if (data == nullptr) return job_.context.rules.detect(text, timestampEnd);
+    for (size_t k = 0; k < data->alertLines.size(); ++k) {
+      const auto& list = data->alertLines[k];
+      if (std::binary_search(list.begin(), list.end(), static_cast<uint32_t>(line)))
+        return static_cast<logs::Level>(logs::levelSlot(logs::Level::warning) + k);
+    }
+    return logs::Level::none;
   }
 
   bool passesConstraints() const {
@@ -247,11 +283,11 @@ class ChunkEvaluator {
       logs::TimestampParser fresh(*job_.format, job_.yearForYearless);
       logs::LineTime time;
       if (fresh.parseInto(text, time)) {
-        message_ = {f_.needsLevels() ? job_.context.rules.detect(text, time.end) : logs::Level::none,
-                    wallMicros(time), true};
+        message_ = {f_.needsLevels() ? levelBefore(l, text, time.end) : logs::Level::none, wallMicros(time),
+                    true};
         return;
       }
-      if (l == 0 && f_.needsLevels()) message_.level = job_.context.rules.detect(text, 0);
+      if (l == 0 && f_.needsLevels()) message_.level = levelBefore(0, text, 0);
     }
   }
 
@@ -286,6 +322,7 @@ class ChunkEvaluator {
   std::vector<uint8_t> pristine_;
   std::vector<uint32_t> starts_;
   bool piece_ = false;
+  std::array<size_t, 4> cursors_{};  // into the index's alert lists, when levels come from it
 };
 
 }  // namespace

@@ -21,6 +21,11 @@ struct FilterJob {
   std::optional<logs::TimestampFormat> format;
   int32_t yearForYearless = 1970;
   std::vector<WindowMicros> windows;
+  // When set, a head line's level is read from the log index's lists of
+  // warning-and-above messages instead of detected (the index describes this
+  // very text, and every level the filter compares is warning or above, so
+  // "below warning" is all it needs to know of the rest).
+  const logs::LogIndexData* indexLevels = nullptr;
   // True when the evaluation must stop (cancelled or out of time); checked once per window.
   std::function<bool()> shouldStop;
   // Lines finished, reported once per window; thread-safe.

@@ -107,6 +107,7 @@ FilterResult evaluateFilter(const CompiledFilter& filter, const logs::LogSource&
   };
 
   dispatch::WorkerPool& workers = pool != nullptr ? *pool : dispatch::WorkerPool::shared();
+  if (indexKnowsTheLevels(job, documentLines)) job.indexLevels = logData;
   if (start == 0 && total == documentLines) {
     if (auto words = levelFromIndex(job, total, workers)) {
       // Whole messages already: a level applies to the message.

@@ -32,6 +32,10 @@ struct FilterLimits {
   // How far above the old end appended lines are evaluated again from (a
   // live filter's): the longest message followed back across the old end.
   int64_t appendSlackLines = 1024;
+  // A level filter reads the lines after the log index's listed messages
+  // instead of the whole document when at most one line in this many is
+  // listed (0: never). Tests set 1 (always) or 0.
+  int64_t sparseAlertLines = 16;
 };
 
 // What a filter reads besides the text.

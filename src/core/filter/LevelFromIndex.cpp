@@ -12,21 +12,34 @@ constexpr size_t kFirstAlertSlot = logs::levelSlot(logs::Level::warning);
 // Head lines per unit of parallel work.
 constexpr size_t kHeadsPerSlice = 16 * 1024;
 
-bool applies(const FilterJob& job, int64_t lines) {
+}  // namespace
+
+bool indexKnowsTheLevels(const FilterJob& job, int64_t lines) {
   const CompiledFilter& f = job.filter;
   const logs::LogIndexData* data = job.context.logData.get();
-  return f.minimumLevel >= logs::Level::warning && f.belowLevel == logs::Level::none && f.windows.empty() &&
-         f.includes.empty() && f.excludes.empty() && !f.includeBookmarked && !f.excludeBookmarked &&
+  const auto atLeastWarning = [](logs::Level level) {
+    return level == logs::Level::none || level >= logs::Level::warning;
+  };
+  return f.needsLevels() && atLeastWarning(f.minimumLevel) && atLeastWarning(f.belowLevel) &&
          data != nullptr && data->complete && data->linesIndexed == lines &&
          data->snapshotVersion == job.source.text.version() &&
          data->rulesGeneration == job.context.rules.generation() && lines <= int64_t{UINT32_MAX};
 }
 
-}  // namespace
-
 std::optional<LineWords> levelFromIndex(const FilterJob& job, int64_t lines, dispatch::WorkerPool& pool) {
-  if (!applies(job, lines)) return std::nullopt;
+  const CompiledFilter& f = job.filter;
+  if (f.minimumLevel < logs::Level::warning || f.belowLevel != logs::Level::none || !f.windows.empty() ||
+      !f.includes.empty() || !f.excludes.empty() || f.includeBookmarked || f.excludeBookmarked ||
+      !indexKnowsTheLevels(job, lines))
+    return std::nullopt;
   const logs::LogIndexData& data = *job.context.logData;
+  size_t listed = 0;
+  for (size_t slot = logs::levelSlot(f.minimumLevel); slot <= logs::levelSlot(logs::Level::fatal); ++slot)
+    listed += data.alertLines[slot - kFirstAlertSlot].size();
+  // Reading the line after each listed message beats reading every line in
+  // order only while they are few.
+  const int64_t sparse = job.limits.sparseAlertLines;
+  if (sparse <= 0 || static_cast<int64_t>(listed) * sparse > lines) return std::nullopt;
   std::vector<uint32_t> heads;
   for (size_t slot = logs::levelSlot(job.filter.minimumLevel); slot <= logs::levelSlot(logs::Level::fatal);
        ++slot) {

@@ -155,12 +155,20 @@ TEST(FilterEvaluator, LevelsFromTheLogIndexMatchTheReference) {
     options.contextAfter = random() % 2;
     auto data = std::make_shared<const logs::LogIndexData>(logs::buildLogIndex(
         source, {}, {.modificationYear = 2026, .chunkLines = logs::kLogBlockLines}, &pool));
-    const auto result = evaluateFilter(*compileFilter(options), source, {data}, {}, nullptr, nullptr, &pool);
+    if (random() % 2) options.rules.push_back({true, RuleAction::exclude, LevelCondition{Level::fatal}});
     const std::vector<bool> expected = reference(doc, options, {});
-    ASSERT_EQ(result.projection->linesEvaluated(), static_cast<int64_t>(expected.size()));
-    for (size_t i = 0; i < expected.size(); ++i) {
-      ASSERT_EQ(result.projection->isVisible(static_cast<int64_t>(i)), expected[i])
-          << "round " << round << " line " << i << ": " << doc.lines[i];
+    // Both ways of using the index: its lists read directly, and its levels under a scan in order.
+    for (const int64_t sparse : {int64_t{1}, int64_t{0}}) {
+      FilterLimits limits;
+      limits.chunkLines = 64;
+      limits.sparseAlertLines = sparse;
+      const auto result =
+          evaluateFilter(*compileFilter(options), source, {data}, limits, nullptr, nullptr, &pool);
+      ASSERT_EQ(result.projection->linesEvaluated(), static_cast<int64_t>(expected.size()));
+      for (size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_EQ(result.projection->isVisible(static_cast<int64_t>(i)), expected[i])
+            << "round " << round << " sparse " << sparse << " line " << i << ": " << doc.lines[i];
+      }
     }
   }
 }
