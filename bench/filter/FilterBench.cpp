@@ -19,6 +19,7 @@
 #include "storage/MMapWrapper.h"
 #include "storage/OriginalBuffer.h"
 #include "storage/PieceTable.h"
+#include "support/IndexedLog.h"
 
 namespace {
 
@@ -42,27 +43,11 @@ filter::FilterOptions manyLiterals() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: quorin-bench-filter FILE [--threads N] [--reps N]\n");
-    return 2;
-  }
-  size_t threads = dispatch::activeProcessorCount();
-  int reps = 3;
-  for (int i = 2; i + 1 < argc; i += 2) {
-    if (std::strcmp(argv[i], "--threads") == 0) threads = std::stoul(argv[i + 1]);
-    if (std::strcmp(argv[i], "--reps") == 0) reps = std::stoi(argv[i + 1]);
-  }
-  auto mapped = storage::MMapWrapper::open(argv[1]);
-  if (!mapped) {
-    std::fprintf(stderr, "%s\n", mapped.error().describe().c_str());
-    return 2;
-  }
-  auto table = std::make_shared<storage::PieceTable>(storage::OriginalBuffer::make(*mapped));
-  auto lineIndex = storage::InMemoryLineIndex::create(table, storage::LineIndexTier::inMemory(),
-                                                      storage::LineIndexWindow::wholeDocument(), {});
-  lineIndex->startBuild();
-  lineIndex->waitUntilComplete(std::chrono::hours(1));
-  const logs::LogSource source{table->snapshot(), lineIndex->snapshot()};
+  const auto log = bench::openIndexedLog(argc, argv, "quorin-bench-filter");
+  if (!log) return 2;
+  const logs::LogSource source = log->source();
+  const size_t threads = log->threads;
+  const int reps = log->reps;
   dispatch::WorkerPool pool(threads);
   filter::FilterContext context;
   context.logData = std::make_shared<const logs::LogIndexData>(
@@ -98,6 +83,6 @@ int main(int argc, char** argv) {
     first = false;
   }
   std::printf(", \"lines\": %lld, \"threads\": %zu}\n",
-              static_cast<long long>(lineIndex->snapshot().knownLineCount()), threads);
+              static_cast<long long>(log->lines->snapshot().knownLineCount()), threads);
   return 0;
 }
