@@ -4,6 +4,7 @@
 #include <random>
 
 #include "app/DocumentTab.h"
+#include "app/TabTestSupport.h"
 #include "app/csv/CsvGridView.h"
 #include "app/csv/CsvTableModel.h"
 #include "app/goto/GoToField.h"
@@ -16,29 +17,13 @@
 namespace quorin::app {
 namespace {
 
-struct Tab {
-  explicit Tab(std::string_view text, const std::string& name = "doc.txt") {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.lineIndexQueue = lineQueue;
-    document = document::Document::open(dir.write(name, text).string(), options).value();
-    lineQueue->runAll();
-    tab = std::make_unique<DocumentTab>(document, main, jobs);
-  }
+struct Tab : TabHarness {
+  explicit Tab(std::string_view text, const std::string& name = "doc.txt") { open(text, name); }
 
   void pumpUntil(const std::function<bool()>& done) {
     for (int i = 0; i < 1000 && !done(); ++i) main.waitAndRun(std::chrono::milliseconds(10));
     ASSERT_TRUE(done());
   }
-
-  testing::TempDir dir;
-  dispatch::ManualMainQueue main;
-  jobs::JobRegistry jobs;
-  std::shared_ptr<testing::ManualExecutor> lineQueue = std::make_shared<testing::ManualExecutor>();
-  std::shared_ptr<document::Document> document;
-  std::unique_ptr<DocumentTab> tab;
 };
 
 TEST(AppDocumentTabTest, ABinaryFileSaysSoAndTheSizeIsTheFilesOwn) {

@@ -9,6 +9,7 @@
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
+#include "app/TabTestSupport.h"
 #include "app/goto/GoToField.h"
 #include "app/view/TextView.h"
 #include "dispatch/ManualMainQueue.h"
@@ -48,18 +49,10 @@ struct GeneratedLog {
   int64_t lines = 0;
 };
 
-struct Tab {
+struct Tab : TabHarness {
   // `firstPassLines`: the tab opens while the line index knows only these lines.
   explicit Tab(std::string_view text, const std::string& name = "app.log", int64_t firstPassLines = 0) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.lineIndexQueue = lineQueue;
-    if (firstPassLines > 0) options.lineIndexLimits.firstPassLines = firstPassLines;
-    document = document::Document::open(dir.write(name, text).string(), options).value();
-    if (firstPassLines == 0) lineQueue->runAll();
-    tab = std::make_unique<DocumentTab>(document, main, jobs);
+    open(text, name, firstPassLines);
     tab->resize(800, 400);
     lineQueue->runAll();
     for (int i = 0; i < 2000 && !indexedAll(); ++i) main.waitAndRun(std::chrono::milliseconds(10));
@@ -80,12 +73,6 @@ struct Tab {
     return tab->goToField()->errorText();
   }
 
-  testing::TempDir dir;
-  dispatch::ManualMainQueue main;
-  jobs::JobRegistry jobs;
-  std::shared_ptr<testing::ManualExecutor> lineQueue = std::make_shared<testing::ManualExecutor>();
-  std::shared_ptr<document::Document> document;
-  std::unique_ptr<DocumentTab> tab;
   QString status;
 };
 

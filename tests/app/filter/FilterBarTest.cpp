@@ -15,6 +15,7 @@
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
+#include "app/TabTestSupport.h"
 #include "app/filter/FilterBar.h"
 #include "app/filter/FilterExtract.h"
 #include "app/filter/NamedFilters.h"
@@ -50,16 +51,9 @@ std::string readFile(const std::filesystem::path& path) {
   return bytes.str();
 }
 
-struct Tab {
+struct Tab : TabHarness {
   explicit Tab(std::string_view text) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.lineIndexQueue = lineQueue;
-    document = document::Document::open(dir.write("app.log", text).string(), options).value();
-    lineQueue->runAll();
-    tab = std::make_unique<DocumentTab>(document, main, jobs);
+    open(text, "app.log");
     tab->resize(900, 400);
     lineQueue->runAll();
     pumpUntil([&] { return tab->logData()->complete; });
@@ -74,13 +68,6 @@ struct Tab {
   }
   FilterBar& bar() const { return *tab->filterBar(); }
   int64_t shown() const { return tab->view()->lineProjection()->visibleLineCount(); }
-
-  testing::TempDir dir;
-  dispatch::ManualMainQueue main;
-  jobs::JobRegistry jobs;
-  std::shared_ptr<testing::ManualExecutor> lineQueue = std::make_shared<testing::ManualExecutor>();
-  std::shared_ptr<document::Document> document;
-  std::unique_ptr<DocumentTab> tab;
 };
 
 filter::FilterRule pattern(std::string text, bool regex = false,
