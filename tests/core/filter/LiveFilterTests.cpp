@@ -118,26 +118,5 @@ TEST(LiveFilter, ANewFilterSupersedesOneStillQueued) {
   EXPECT_FALSE(h.filter->status().computing);
 }
 
-TEST(LiveFilter, ABrokenRuleIsReportedAndTheOthersStillWork) {
-  const search::SearchDoc doc("ERROR a\nINFO b\n");
-  Harness h;
-  FilterOptions options;
-  options.rules = {{true, RuleAction::include, PatternCondition{{"(unclosed", true, false, true}}},
-                   {true, RuleAction::include, PatternCondition{{"INFO"}}}};
-  const auto errors = h.filter->start(options, sourceOf(doc), {});
-  ASSERT_TRUE(errors.has_value());
-  EXPECT_TRUE((*errors)[0].starts_with("Invalid regex: ")) << (*errors)[0];
-  EXPECT_EQ((*errors)[1], "");
-  h.settle();
-  EXPECT_EQ(shown(*h.filter->projection()), (std::vector<bool>{false, true, false}));
-
-  FilterOptions reversed;
-  reversed.rules = {{true, RuleAction::include, TimeWindowCondition{"2026-03-20 12:00", "2026-03-20 11:00"}}};
-  const auto refused = h.filter->start(reversed, sourceOf(doc), {});
-  ASSERT_FALSE(refused.has_value());
-  EXPECT_EQ(refused.error().describe(), kWindowReversedMessage);
-  EXPECT_EQ(h.filter->projection()->options(), options);  // unchanged
-}
-
 }  // namespace
 }  // namespace quorin::filter
