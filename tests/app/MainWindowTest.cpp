@@ -8,7 +8,6 @@
 #include <QSpinBox>
 #include <QTest>
 #include <QTimer>
-#include <fstream>
 
 #include "app/DocumentTab.h"
 #include "app/LargeFileDialog.h"
@@ -20,10 +19,7 @@
 namespace quorin::app {
 namespace {
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using testing::readFile;
 
 // Background answers may arrive after a test ends, so this queue lives as long as the process.
 QtMainQueue& lastingQueue() {

@@ -8,9 +8,7 @@
 #include <QSettings>
 #include <QTest>
 #include <cstdio>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
@@ -44,12 +42,7 @@ std::string generatedLog(int lines) {
   return text;
 }
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
+using testing::readFile;
 
 struct Tab : TabHarness {
   explicit Tab(std::string_view text) {
