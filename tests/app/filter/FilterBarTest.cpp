@@ -51,10 +51,6 @@ struct Tab : TabHarness {
     lineQueue->runAll();
     pumpUntil([&] { return tab->logData()->complete; });
   }
-  bool pumpUntil(const std::function<bool()>& done) {
-    for (int i = 0; i < 3000 && !done(); ++i) main.waitAndRun(std::chrono::milliseconds(5));
-    return done();
-  }
   // Until the status bar's text says the filter is done.
   bool settled() {
     return pumpUntil([&] { return tab->filterStatusText().endsWith(QStringLiteral("lines shown")); });
@@ -201,10 +197,9 @@ TEST(AppFilterBarTest, ExtractWritesTheShownLinesOrNothing) {
 }
 
 TEST(AppFilterBarTest, TheWindowExtractsTheSettledShownLines) {
-  static auto* queue = new QtMainQueue;  // background answers may come after the test
   testing::TempDir dir;
   const auto path = dir.write("app.log", generatedLog(250));
-  auto window = std::make_unique<MainWindow>(*queue);
+  auto window = std::make_unique<MainWindow>(lastingQueue());
   window->setAttribute(Qt::WA_DeleteOnClose, false);
   ASSERT_EQ(window->openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
   DocumentTab* tab = window->currentTab();
