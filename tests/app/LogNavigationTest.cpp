@@ -55,8 +55,7 @@ struct Tab : TabHarness {
     open(text, name, firstPassLines);
     tab->resize(800, 400);
     lineQueue->runAll();
-    for (int i = 0; i < 2000 && !indexedAll(); ++i) main.waitAndRun(std::chrono::milliseconds(10));
-    EXPECT_TRUE(indexedAll());
+    EXPECT_TRUE(pumpUntil([this] { return indexedAll(); }));
     QObject::connect(tab.get(), &DocumentTab::statusMessage, [this](const QString& text) { status = text; });
   }
   bool indexedAll() const {
@@ -110,12 +109,9 @@ TEST(AppLogNavigationTest, EditsAndAppendedLinesReachTheIndex) {
   const GeneratedLog log(3'000);
   Tab t(log.text);
   auto caughtUp = [&] {
-    for (int i = 0; i < 2000; ++i) {
-      const auto data = t.tab->logData();
-      if (data->complete && data->snapshotVersion == t.document->version()) return true;
-      t.main.waitAndRun(std::chrono::milliseconds(10));
-    }
-    return false;
+    return t.pumpUntil([&] {
+      return t.tab->logData()->complete && t.tab->logData()->snapshotVersion == t.document->version();
+    });
   };
   const int64_t second = *t.document->snapshot().lines.lineStart(1);
   ASSERT_TRUE(t.document->insert(second, "2026-03-20 12:00:00.500 FATAL inserted\n", {}, {}));
@@ -135,9 +131,8 @@ TEST(AppLogNavigationTest, ALogPastedIntoAnEmptyDocumentIsRecognised) {
   EXPECT_FALSE(t.tab->logData()->format.has_value());
   const GeneratedLog log(600);
   ASSERT_TRUE(t.document->insert(0, log.text, {}, {}));
-  for (int i = 0; i < 2000 && !(t.indexedAll() && t.tab->logData()->snapshotVersion == t.document->version());
-       ++i)
-    t.main.waitAndRun(std::chrono::milliseconds(10));
+  EXPECT_TRUE(t.pumpUntil(
+      [&] { return t.indexedAll() && t.tab->logData()->snapshotVersion == t.document->version(); }));
   EXPECT_TRUE(t.tab->logData()->format.has_value());
   t.moveTo(0);
   t.tab->stepToMessage(logs::Level::error, true);

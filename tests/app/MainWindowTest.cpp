@@ -8,28 +8,19 @@
 #include <QSpinBox>
 #include <QTest>
 #include <QTimer>
-#include <fstream>
 
 #include "app/DocumentTab.h"
 #include "app/LargeFileDialog.h"
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
+#include "app/find/PanelTestSupport.h"
 #include "app/view/TextView.h"
 #include "support/TempDir.h"
 
 namespace quorin::app {
 namespace {
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-// Background answers may arrive after a test ends, so this queue lives as long as the process.
-QtMainQueue& lastingQueue() {
-  static auto* queue = new QtMainQueue;
-  return *queue;
-}
+using testing::readFile;
 
 // Rejects the large-file dialog when it shows; counts how often it did.
 struct LargeFileDialogWatch {
@@ -127,9 +118,7 @@ TEST(AppMainWindowTest, ThePatchInPlaceToggleIsStoredAndAppliedToOpenDocuments) 
   MainWindow window(lastingQueue());
   ASSERT_EQ(window.openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
   DocumentTab* tab = window.currentTab();
-  QAction* toggle = nullptr;
-  for (QAction* action : window.findChildren<QAction*>())
-    if (action->text() == "Patch Small Edits in &Place") toggle = action;
+  QAction* toggle = actionNamed(window, "Patch Small Edits in Place");
   ASSERT_NE(toggle, nullptr);
   EXPECT_TRUE(toggle->isChecked());
 
@@ -161,9 +150,7 @@ TEST(AppMainWindowTest, ATabClosedWhileItsSaveRunsEndsTheWait) {
   QObject::connect(tab, &DocumentTab::statusMessage, tab, [tab](const QString& text) {
     if (text == "Saving…") QTimer::singleShot(0, [tab] { delete tab; });
   });
-  QAction* save = nullptr;
-  for (QAction* action : window.findChildren<QAction*>())
-    if (action->text() == "&Save") save = action;
+  QAction* save = actionNamed(window, "Save");
   ASSERT_NE(save, nullptr);
   save->trigger();
   EXPECT_EQ(window.tabCount(), 0);

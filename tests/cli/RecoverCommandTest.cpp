@@ -27,8 +27,7 @@ TEST(CliRecover, ListsTornSavesAndRestoresThem) {
   r = run({"recover", "--restore", journal.string()});
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("  restored\n"), std::string::npos);
-  std::ifstream in(file);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "aaaa|bbbb|");
+  EXPECT_EQ(testing::readFile(file), "aaaa|bbbb|");
   EXPECT_FALSE(std::filesystem::exists(journal));
   r = run({"recover"});
   EXPECT_EQ(r.status, 0);
@@ -45,8 +44,7 @@ TEST(CliRecover, SkipsTheJournalOfARunningSave) {
           .value();
   const Outcome r = run({"recover", "--restore"});
   EXPECT_EQ(r, (Outcome{0, live.url.string() + "\n  skipped: in use by a running save\n", ""}));
-  std::ifstream in(file);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "AAAA|bbbb|");
+  EXPECT_EQ(testing::readFile(file), "AAAA|bbbb|");
   EXPECT_TRUE(std::filesystem::exists(live.url));
   persistence::PatchJournal::remove(live.url);
 }

@@ -1,17 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "CliTestSupport.h"
 #include "support/TempDir.h"
 
 namespace quorin::cli {
 namespace {
 
-std::string contents(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using testing::readFile;
 
 TEST(CliReplace, SameLengthPatchesInPlaceOtherwiseRewrites) {
   testing::TempDir dir;
@@ -24,7 +19,7 @@ TEST(CliReplace, SameLengthPatchesInPlaceOtherwiseRewrites) {
   EXPECT_EQ(r.out,
             "replaced: 2\nstrategy: atomicRewrite\n"
             "in-place patch rejected: edit #0 is not length-preserving (original 3B, inserted 1B)\n");
-  EXPECT_EQ(contents(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");
+  EXPECT_EQ(readFile(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");
 
   r = run({"replace", "--dry-run", "carol", "dave", file.string()});
   EXPECT_EQ(r.status, 0);
@@ -34,7 +29,7 @@ TEST(CliReplace, SameLengthPatchesInPlaceOtherwiseRewrites) {
   r = run({"replace", "--regex", "a(", "x", file.string()});
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err, "quorin-cli: Invalid regex: missing closing parenthesis\n");
-  EXPECT_EQ(contents(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");  // untouched by the failures
+  EXPECT_EQ(readFile(file), "user=carol id=1\nuser=x id=2\nuser=carol x\n");  // untouched by the failures
 }
 
 }  // namespace

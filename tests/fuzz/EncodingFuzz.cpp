@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "FuzzSupport.h"
@@ -24,10 +22,7 @@ namespace {
 
 bool isValidUtf8(const std::string& text) { return decodeUtf8Lossy(quorin::fuzz::bytesOf(text)) == text; }
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using quorin::testing::readFile;
 
 }  // namespace
 

@@ -1,6 +1,6 @@
 // quorin-soak: random edits, bulk replaces, undo/redo, compactions, searches,
-// line-index restarts and saves (in place and by rewrite) on one document for
-// a set time, while a second process appends to and truncates the file.
+// line-index checks and saves (in place and by rewrite) on one document for a
+// set time, while a second process appends to and truncates the file.
 // After every step the document's text is compared with a std::string model,
 // and after every save the file's bytes with the model.
 //
@@ -10,22 +10,21 @@
 // size or time), which the step then treats as the user would: reload, or,
 // when the document's text is intact, keep it and save over the change.
 //
-//   quorin-soak [--seconds N] [--seed S] [--dir DIR]
-//   quorin-soak --hostile [--dir DIR]   full-size hostile files, each opened, searched, indexed, compared,
-//   saved
+//   quorin-soak [--seconds N] [--seed S] [--dir DIR] [--without KIND,...]
+//   quorin-soak --hostile [--dir DIR]   full-size hostile files, each opened, searched, indexed,
+//                                       compared and saved
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <random>
@@ -40,6 +39,7 @@
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
 #include "search/SearchEngine.h"
+#include "storage/FileIdentity.h"
 #include "support/TempDir.h"
 
 using namespace quorin;
@@ -53,25 +53,8 @@ namespace {
   std::_Exit(1);
 }
 
-std::string fileBytes(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-struct Identity {
-  ino_t inode = 0;
-  off_t size = -1;
-  timespec mtime{};
-  bool operator==(const Identity& o) const {
-    return inode == o.inode && size == o.size && mtime.tv_sec == o.mtime.tv_sec &&
-           mtime.tv_nsec == o.mtime.tv_nsec;
-  }
-};
-
-Identity identityOf(const std::filesystem::path& path) {
-  struct stat st {};
-  if (::stat(path.c_str(), &st) != 0) return {};
-  return {st.st_ino, st.st_size, st.st_mtim};
+std::optional<storage::FileIdentity> identityOf(const std::filesystem::path& path) {
+  return storage::FileIdentity::ofPath(path.string());
 }
 
 class FileLock {
@@ -109,9 +92,8 @@ pid_t startOutsideWriter(const std::filesystem::path& file, const std::filesyste
         ::close(fd);
       }
     } else {
-      const Identity id = identityOf(file);
-      if (id.size > 0)
-        (void)!::truncate(file.c_str(), static_cast<off_t>(rng() % static_cast<uint64_t>(id.size)));
+      if (const auto id = identityOf(file); id && id->size > 0)
+        (void)!::truncate(file.c_str(), static_cast<off_t>(rng() % static_cast<uint64_t>(id->size)));
     }
     lock.unlock();
   }
@@ -230,15 +212,17 @@ class Soak {
   std::string documentText() const {
     return doc_->snapshot().text.readBytes({0, doc_->length()}).value_or("");
   }
+  std::string where() const {
+    return " at step " + std::to_string(steps_) + " (seed " + std::to_string(args_.seed) + ")";
+  }
   void verify(const char* after) {
     const std::string text = documentText();
     if (text == model_) return;
     size_t differs = 0;
     while (differs < std::min(text.size(), model_.size()) && text[differs] == model_[differs]) ++differs;
-    fail(std::string("text differs from the model after ") + after + " (" + lastOp_ + ") at step " +
-         std::to_string(steps_) + " (seed " + std::to_string(args_.seed) + "): lengths " +
-         std::to_string(text.size()) + " and " + std::to_string(model_.size()) + ", first difference at " +
-         std::to_string(differs));
+    fail(std::string("text differs from the model after ") + after + " (" + lastOp_ + ")" + where() +
+         ": lengths " + std::to_string(text.size()) + " and " + std::to_string(model_.size()) +
+         ", first difference at " + std::to_string(differs));
   }
 
   // --- random pieces ---
@@ -259,22 +243,21 @@ class Soak {
 
   // --- outside changes ---
   void takeOutsideChange() {
-    const Identity now = identityOf(path_);
-    if (now == known_) return;
-    ++outsideChanges_;
+    if (identityOf(path_) == known_) return;
+    ++counts_["outside change"];
     recent_.push_back("outside change");
     // Appends leave the mapped bytes alone: the user may keep the text and save over the change.
     // (Only with unsaved edits: keeping an unmodified text gives a save with nothing to write.)
     if (doc_->isModified() && documentText() == model_ && chance(40)) {
       doc_->setExternallyModified(true);
       doc_->resolveExternalChange(false);
-      ++keptOverOutsideChange_;
+      ++counts_["outside change kept and saved over"];
       save("a kept text over an outside change", chance(50));
       return;
     }
     if (!doc_->reload()) {
-      ++failedReloads_;
-      failureTexts_[lastStatus_]++;
+      ++counts_["outside change, reload failed"];
+      ++failureTexts_[lastStatus_];
       // The text the document holds is all there is: write it back as the user would.
       model_ = documentText();
       resetModel(model_);
@@ -282,8 +265,8 @@ class Soak {
       save("a failed reload", false);
       return;
     }
-    ++reloads_;
-    resetModel(fileBytes(path_));
+    ++counts_["outside change reloaded"];
+    resetModel(testing::readFile(path_));
     verify("a reload");
     known_ = identityOf(path_);
   }
@@ -291,33 +274,29 @@ class Soak {
   // --- one step ---
   void step() {
     static constexpr std::pair<size_t, const char*> kKinds[] = {
-        {14, "delete"},     {30, "insert"}, {44, "replace"}, {50, "bulk"},  {54, "group"}, {62, "undo"},
-        {67, "compaction"}, {75, "search"}, {80, "restart"}, {86, "check"}, {92, "save"},  {100, "pause"}};
-    size_t op = below(100);
-    for (int tries = 0; tries < 1000; ++tries, op = below(100)) {
-      const char* kind = "";
-      for (const auto& [end, name] : kKinds) {
-        if (op < end) {
-          kind = name;
-          break;
-        }
-      }
-      if (!excluded(kind)) break;
+        {14, "delete"},     {30, "insert"}, {44, "replace"}, {50, "bulk"}, {54, "group"}, {62, "undo"},
+        {67, "compaction"}, {75, "search"}, {86, "check"},   {92, "save"}, {100, "pause"}};
+    std::string_view kind;
+    for (int tries = 0; tries < 1000 && (kind.empty() || excluded(kind)); ++tries) {
+      const size_t op = below(100);
+      kind = std::find_if(std::begin(kKinds), std::end(kKinds), [&](const auto& k) {
+               return op < k.first;
+             })->second;
     }
-    if (model_.size() > (256u << 10) || op < 14) {
+    if (model_.size() > (256u << 10) || kind == "delete") {
       edit("delete", [&] {
         const auto range = randomRange(model_.size() > (256u << 10) ? 64u << 10 : 64);
         model_.erase(static_cast<size_t>(range.start), static_cast<size_t>(range.length()));
         return doc_->remove(range, {}, {});
       });
-    } else if (op < 30) {
+    } else if (kind == "insert") {
       edit("insert", [&] {
         const size_t at = below(model_.size() + 1);
         const std::string text = randomText(40);
         model_.insert(at, text);
         return doc_->insert(static_cast<int64_t>(at), text, {}, {});
       });
-    } else if (op < 44) {
+    } else if (kind == "replace") {
       edit("replace", [&] {
         const auto range = randomRange(32);
         // Same-length replacements are what an in-place save can patch.
@@ -326,19 +305,19 @@ class Soak {
         model_.replace(static_cast<size_t>(range.start), static_cast<size_t>(range.length()), text);
         return doc_->replace(range, text, {}, {});
       });
-    } else if (op < 50) {
+    } else if (kind == "bulk") {
       bulkReplace();
-    } else if (op < 54) {
+    } else if (kind == "group") {
       group();
-    } else if (op < 62) {
+    } else if (kind == "undo") {
       undoOrRedo(chance(60));
-    } else if (op < 67) {
+    } else if (kind == "compaction") {
       compact();
-    } else if (op < 75) {
+    } else if (kind == "search") {
       search();
-    } else if (op < 86) {
+    } else if (kind == "check") {
       checkLineIndex();
-    } else if (op < 92) {
+    } else if (kind == "save") {
       if (chance(50)) {
         save("a save", chance(50));
       } else {
@@ -353,9 +332,8 @@ class Soak {
         save("a save in place", true);
       }
     } else {
+      begin("pause");
       std::this_thread::sleep_for(std::chrono::microseconds(below(2000)));
-      ++counts_["pause"];
-      lastOp_ = "pause";
     }
     verify("a step");
   }
@@ -364,10 +342,14 @@ class Soak {
     return args_.without.find("," + std::string(kind) + ",") != std::string::npos;
   }
 
-  template <typename F>
-  void edit(const char* name, F apply) {
+  void begin(const char* name) {
     ++counts_[name];
     lastOp_ = name;
+  }
+
+  template <typename F>
+  void edit(const char* name, F apply) {
+    begin(name);
     record(apply(), name);
   }
 
@@ -379,8 +361,7 @@ class Soak {
   }
 
   void bulkReplace() {
-    ++counts_["bulk replace"];
-    lastOp_ = "bulk replace";
+    begin("bulk replace");
     std::vector<storage::PieceTable::BulkEditSite> sites;
     std::string next;
     size_t from = 0;
@@ -400,8 +381,7 @@ class Soak {
   }
 
   void group() {
-    ++counts_["undo group"];
-    lastOp_ = "undo group";
+    begin("undo group");
     doc_->beginUndoGroup("Typing", {});
     for (size_t n = 2 + below(3); n > 0; --n) {
       const size_t at = below(model_.size() + 1);
@@ -414,8 +394,7 @@ class Soak {
   }
 
   void undoOrRedo(bool undo) {
-    ++counts_[undo ? "undo" : "redo"];
-    lastOp_ = undo ? "undo" : "redo";
+    begin(undo ? "undo" : "redo");
     const bool done = (undo ? doc_->undo() : doc_->redo()).has_value();
     if (undo) {
       if (done != (at_ > 0)) {
@@ -425,25 +404,22 @@ class Soak {
           at_ = 0;
           return;
         }
-        fail("undo disagrees with the history at step " + std::to_string(steps_));
+        fail("undo disagrees with the history" + where());
       }
       if (done) model_ = history_[--at_];
     } else {
-      if (done != (at_ + 1 < history_.size()))
-        fail("redo disagrees with the history at step " + std::to_string(steps_));
+      if (done != (at_ + 1 < history_.size())) fail("redo disagrees with the history" + where());
       if (done) model_ = history_[++at_];
     }
   }
 
   void compact() {
-    ++counts_["compaction"];
-    lastOp_ = "compaction";
+    begin("compaction");
     main_.advance(5'000'000);  // the idle timer fires; the merge runs on its own queue
   }
 
   void search() {
-    ++counts_["search"];
-    lastOp_ = "search";
+    begin("search");
     std::string needle;
     if (!model_.empty() && chance(80)) {
       const size_t at = below(model_.size());
@@ -462,7 +438,7 @@ class Soak {
                                                       snapshot.text, snapshot.lines, cancellation);
     if (result.totalMatchCount != expected)
       fail("search for \"" + needle + "\" found " + std::to_string(result.totalMatchCount) + ", the model " +
-           std::to_string(expected) + " at step " + std::to_string(steps_));
+           std::to_string(expected) + where());
   }
 
   std::string recentOps() const {
@@ -472,12 +448,11 @@ class Soak {
   }
 
   void checkLineIndex() {
-    ++counts_["line index check"];
-    lastOp_ = "line index check";
+    begin("line index check");
     if (chance(30)) doc_->waitForLineIndex(std::chrono::seconds(10));
     const auto lines = doc_->snapshot().lines;
     if (!lines.isComplete) return;
-    ++completeIndexChecks_;
+    ++counts_["line index check, complete"];
     int64_t line = 0;
     if (lines.lineStart(0) != 0) fail("line 0 does not start at 0");
     // The document reads its line ending from its first line break whenever it (re)attaches a file,
@@ -488,14 +463,12 @@ class Soak {
       ++line;
       if (lines.lineStart(line) != static_cast<int64_t>(i + 1))
         fail("line " + std::to_string(line) + " starts at " +
-             std::to_string(lines.lineStart(line).value_or(-1)) + ", not " + std::to_string(i + 1) +
-             ", at step " + std::to_string(steps_) + " (" + lastOp_ + ", ops before: " + recentOps() + "; " +
-             std::to_string(lines.lineCount()) + " lines, text of " + std::to_string(model_.size()) +
-             " bytes, seed " + std::to_string(args_.seed) + ")");
+             std::to_string(lines.lineStart(line).value_or(-1)) + ", not " + std::to_string(i + 1) + where() +
+             " (" + lastOp_ + ", ops before: " + recentOps() + "; " + std::to_string(lines.lineCount()) +
+             " lines, text of " + std::to_string(model_.size()) + " bytes)");
     }
     if (lines.lineCount() != line + 1)
-      fail("line count " + std::to_string(lines.lineCount()) + " != " + std::to_string(line + 1) +
-           " at step " + std::to_string(steps_));
+      fail("line count " + std::to_string(lines.lineCount()) + " != " + std::to_string(line + 1) + where());
   }
 
   void save(const char* why, bool inPlace) {
@@ -510,8 +483,8 @@ class Soak {
         fail(std::string("no answer to ") + why);
     }
     if (!*result) {
-      ++saveErrors_;
-      failureTexts_[result->error().describe()]++;
+      ++counts_["save error"];
+      ++failureTexts_[result->error().describe()];
       return;
     }
     const auto& outcome = **result;
@@ -519,24 +492,16 @@ class Soak {
       ++counts_[std::string("save: ") + std::string(persistence::name(outcome.strategy))];
     else
       ++counts_["save: nothing to write"];
-    if (fileBytes(path_) != model_)
-      fail(std::string("the file differs from the model after ") + why + " at step " +
-           std::to_string(steps_) + " (seed " + std::to_string(args_.seed) + ")");
+    if (testing::readFile(path_) != model_)
+      fail(std::string("the file differs from the model after ") + why + where());
     if (doc_->isModified()) fail(std::string("still modified after ") + why);
     known_ = identityOf(path_);
   }
 
   void report(FILE* out) {
-    std::fprintf(
-        out,
-        "steps %llu, outside changes %llu (reloaded %llu, kept and saved over %llu, reload failed %llu), "
-        "save errors %llu, complete line-index checks %llu\n",
-        static_cast<unsigned long long>(steps_), static_cast<unsigned long long>(outsideChanges_),
-        static_cast<unsigned long long>(reloads_), static_cast<unsigned long long>(keptOverOutsideChange_),
-        static_cast<unsigned long long>(failedReloads_), static_cast<unsigned long long>(saveErrors_),
-        static_cast<unsigned long long>(completeIndexChecks_));
+    std::fprintf(out, "steps %llu\n", static_cast<unsigned long long>(steps_));
     for (const auto& [name, count] : counts_)
-      std::fprintf(out, "  %-24s %llu\n", name.c_str(), static_cast<unsigned long long>(count));
+      std::fprintf(out, "  %-36s %llu\n", name.c_str(), static_cast<unsigned long long>(count));
     for (const auto& [text, count] : failureTexts_)
       std::fprintf(out, "  message x%llu: %s\n", static_cast<unsigned long long>(count), text.c_str());
     std::fflush(out);
@@ -552,12 +517,11 @@ class Soak {
   std::string model_;
   std::vector<std::string> history_;
   size_t at_ = 0;
-  Identity known_;
+  std::optional<storage::FileIdentity> known_;
   std::string lastStatus_;
   std::string lastOp_;
   std::vector<std::string> recent_;
-  uint64_t steps_ = 0, outsideChanges_ = 0, reloads_ = 0, keptOverOutsideChange_ = 0, failedReloads_ = 0;
-  uint64_t saveErrors_ = 0, completeIndexChecks_ = 0;
+  uint64_t steps_ = 0;
   std::map<std::string, uint64_t> counts_;
   std::map<std::string, uint64_t> failureTexts_;
 };

@@ -22,6 +22,9 @@ class TempDir {
   std::filesystem::path path_;
 };
 
+// The bytes of the file at `path`; empty when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
 // UTF-16LE bytes of `text`, after the byte-order mark FF FE.
 std::string utf16LEWithMark(std::u16string_view text);
 

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "app/compare/CompareWindow.h"
+#include "app/find/PanelTestSupport.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
 #include "support/ManualExecutor.h"
@@ -16,12 +17,8 @@ namespace {
 
 struct Sides {
   std::shared_ptr<document::Document> open(const std::string& name, std::string_view text) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.lineIndexQueue = lineQueue;
-    auto document = document::Document::open(dir.write(name, text).string(), options).value();
+    auto document =
+        document::Document::open(dir.write(name, text).string(), testOptions(main, lineQueue)).value();
     lineQueue->runAll();
     return document;
   }

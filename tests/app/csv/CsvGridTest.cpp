@@ -7,6 +7,7 @@
 
 #include "app/csv/CsvGridView.h"
 #include "app/csv/CsvTableModel.h"
+#include "app/find/PanelTestSupport.h"
 #include "csv/DelimiterDetection.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
@@ -22,11 +23,7 @@ using testing::ManualExecutor;
 struct Grid {
   explicit Grid(std::string_view text, csv::CSVDelimiter delimiter = csv::CSVDelimiter::comma(),
                 storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    options.lineIndexQueue = lineQueue;
+    document::OpenOptions options = testOptions(main, lineQueue);
     options.mode.mode = mode;
     document = document::Document::open(dir.write("table.csv", text).string(), options).value();
     model = std::make_unique<CsvTableModel>(document, delimiter, main, jobs, indexQueue);
@@ -245,13 +242,9 @@ TEST(AppCsvGridTest, TheViewsPickerAppliesBuiltInAndCustomDelimitersAndRefusesBa
   dispatch::ManualMainQueue main;
   jobs::JobRegistry jobs;
   auto queue = std::make_shared<ManualExecutor>();
-  document::OpenOptions options;
-  options.mainQueue = &main;
-  options.watchFile = false;
-  options.watchMemoryPressure = false;
-  options.lineIndexQueue = queue;
   auto document =
-      document::Document::open(dir.write("t.tsv", rows(12, "a\tb;c\n")).string(), options).value();
+      document::Document::open(dir.write("t.tsv", rows(12, "a\tb;c\n")).string(), testOptions(main, queue))
+          .value();
   CsvGridView view(document, csv::CSVDelimiter::comma(), main, jobs, nullptr, queue);
   EXPECT_EQ(view.delimiterPicker().itemText(0), "Comma (detected)");
   EXPECT_EQ(view.delimiterPicker().itemText(4), "Custom Delimiter");

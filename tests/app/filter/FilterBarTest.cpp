@@ -8,9 +8,7 @@
 #include <QSettings>
 #include <QTest>
 #include <cstdio>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
@@ -44,12 +42,7 @@ std::string generatedLog(int lines) {
   return text;
 }
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
+using testing::readFile;
 
 struct Tab : TabHarness {
   explicit Tab(std::string_view text) {
@@ -57,10 +50,6 @@ struct Tab : TabHarness {
     tab->resize(900, 400);
     lineQueue->runAll();
     pumpUntil([&] { return tab->logData()->complete; });
-  }
-  bool pumpUntil(const std::function<bool()>& done) {
-    for (int i = 0; i < 3000 && !done(); ++i) main.waitAndRun(std::chrono::milliseconds(5));
-    return done();
   }
   // Until the status bar's text says the filter is done.
   bool settled() {
@@ -208,10 +197,9 @@ TEST(AppFilterBarTest, ExtractWritesTheShownLinesOrNothing) {
 }
 
 TEST(AppFilterBarTest, TheWindowExtractsTheSettledShownLines) {
-  static auto* queue = new QtMainQueue;  // background answers may come after the test
   testing::TempDir dir;
   const auto path = dir.write("app.log", generatedLog(250));
-  auto window = std::make_unique<MainWindow>(*queue);
+  auto window = std::make_unique<MainWindow>(lastingQueue());
   window->setAttribute(Qt::WA_DeleteOnClose, false);
   ASSERT_EQ(window->openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
   DocumentTab* tab = window->currentTab();

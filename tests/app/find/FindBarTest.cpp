@@ -17,16 +17,8 @@ namespace {
 
 using storage::ByteRange;
 
-// Settings of these tests go to a private directory (kept for the whole
-// run, since the path is process-wide), never the user's.
-struct PrivateSettings {
-  PrivateSettings() {
-    static const testing::TempDir dir;
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                       QString::fromStdString(dir.path().string()));
-    QSettings().remove("QuorinFindQueryHistory");
-  }
-};
+// Each test starts with no query history (the settings are the test run's own).
+void forgetQueries() { QSettings().remove("QuorinFindQueryHistory"); }
 
 FindBarConfig quickConfig() {
   FindBarConfig config;
@@ -42,21 +34,14 @@ QCheckBox* optionBox(const FindBar& bar, const QString& label) {
   return nullptr;
 }
 
-// Background answers may arrive after a test ends, so the queue lives as
-// long as the process.
-QtMainQueue& mainQueue() {
-  static auto* queue = new QtMainQueue;
-  return *queue;
-}
-
 bool waitForSummary(const FindBar& bar, const QString& text) {
   return QTest::qWaitFor([&] { return bar.summaryText() == text; }, 10'000);
 }
 
 TEST(FindBarTest, CountsHighlightsAndStepsWithEveryOption) {
-  PrivateSettings settings;
+  forgetQueries();
   testing::TempDir dir;
-  QtMainQueue& main = mainQueue();
+  QtMainQueue& main = lastingQueue();
   auto doc = openTestDocument(dir, "alpha beta\nBeta gamma betamax\nbeta\tend\n", main);
   FakeEditorSurface surface;
   FindBar bar(doc, surface, main, nullptr, quickConfig());
@@ -100,9 +85,9 @@ TEST(FindBarTest, CountsHighlightsAndStepsWithEveryOption) {
 }
 
 TEST(FindBarTest, CapTimeOutAndBoundedScanSummaries) {
-  PrivateSettings settings;
+  forgetQueries();
   testing::TempDir dir;
-  QtMainQueue& main = mainQueue();
+  QtMainQueue& main = lastingQueue();
   std::string text = "hit hit hit\n" + std::string(200, '.') + "\nhit\n";
   auto doc = openTestDocument(dir, text, main);
   FakeEditorSurface surface;
@@ -154,9 +139,9 @@ TEST(FindBarTest, CapTimeOutAndBoundedScanSummaries) {
 }
 
 TEST(FindBarTest, ReplaceAllIsOneUndoStepAndEditsMarkResultsStale) {
-  PrivateSettings settings;
+  forgetQueries();
   testing::TempDir dir;
-  QtMainQueue& main = mainQueue();
+  QtMainQueue& main = lastingQueue();
   const std::string original = "cat dog cat\ncatalog cat\n";
   auto doc = openTestDocument(dir, original, main);
   FakeEditorSurface surface;
@@ -196,10 +181,10 @@ TEST(FindBarTest, ReplaceAllIsOneUndoStepAndEditsMarkResultsStale) {
 // Keys reach the find field the way a user's do: the editable box holds the
 // focus and hands them to its line edit past any filter there.
 TEST(FindBarTest, EnterInTheRealFieldStepsAndHistoryIsNeverTypedInForTheUser) {
-  PrivateSettings settings;
+  forgetQueries();
   QSettings().setValue("QuorinFindQueryHistory", QStringList{"Thread starvation", "ERROR (timeout"});
   testing::TempDir dir;
-  QtMainQueue& main = mainQueue();
+  QtMainQueue& main = lastingQueue();
   auto doc = openTestDocument(dir, "Thread one\nERROR two\nThread three\n", main);
   FakeEditorSurface surface;
   FindBar bar(doc, surface, main, nullptr, quickConfig());
@@ -234,12 +219,6 @@ TEST(FindBarTest, EnterInTheRealFieldStepsAndHistoryIsNeverTypedInForTheUser) {
   EXPECT_TRUE(bar.noticeText().isEmpty());
 }
 
-}  // namespace
-}  // namespace quorin::app
-
-namespace quorin::app {
-namespace {
-
 std::shared_ptr<const search::LineProjection> showingLines(int64_t lineCount, std::vector<int64_t> shown) {
   search::LineVisibilityBitset bits(lineCount);
   for (const int64_t line : shown) bits.set(line, true);
@@ -247,9 +226,9 @@ std::shared_ptr<const search::LineProjection> showingLines(int64_t lineCount, st
 }
 
 TEST(FindBarTest, StepsPassOverMatchesOnLinesTheFilterHides) {
-  PrivateSettings settings;
+  forgetQueries();
   testing::TempDir dir;
-  QtMainQueue& main = mainQueue();
+  QtMainQueue& main = lastingQueue();
   auto doc = openTestDocument(dir, "hit 0\nhit 1\nhit 2\nhit 3\n", main);
   FakeEditorSurface surface;
   surface.shown = showingLines(4, {0, 2});

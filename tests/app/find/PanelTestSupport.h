@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAction>
 #include <QString>
 #include <memory>
 #include <ostream>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "app/EditorSurface.h"
+#include "app/QtMainQueue.h"
 #include "document/Document.h"
 #include "support/TempDir.h"
 
@@ -36,16 +38,36 @@ class FakeEditorSurface final : public EditorSurface {
   std::shared_ptr<const search::LineProjection> shown;  // a filter's lines, or null
 };
 
-// A document over `text`, written to a file in `dir`. A null `lineIndexQueue`
-// builds the index on the product's own queue.
+// Background answers may arrive after a test ends, so this queue lives as long as the process.
+inline QtMainQueue& lastingQueue() {
+  static auto* queue = new QtMainQueue;
+  return *queue;
+}
+
+// The action of `window` (or of its menus) with this text, '&' left out; null when there is none.
+inline QAction* actionNamed(const QObject& window, const QString& text) {
+  for (QAction* action : window.findChildren<QAction*>())
+    if (QString(action->text()).remove('&') == text) return action;
+  return nullptr;
+}
+
+// A document's options with nothing watched. A null `lineIndexQueue` builds
+// the index on the product's own queue.
+inline document::OpenOptions testOptions(dispatch::MainQueue& main,
+                                         std::shared_ptr<dispatch::Executor> lineIndexQueue = {}) {
+  document::OpenOptions options;
+  options.mainQueue = &main;
+  options.lineIndexQueue = std::move(lineIndexQueue);
+  options.watchFile = false;
+  options.watchMemoryPressure = false;
+  return options;
+}
+
+// A document over `text`, written to a file in `dir`.
 inline std::shared_ptr<document::Document> openTestDocument(
     const testing::TempDir& dir, std::string_view text, dispatch::MainQueue& main,
     std::shared_ptr<dispatch::Executor> lineIndexQueue = {}, int64_t firstPassLines = 0) {
-  document::OpenOptions options;
-  options.mainQueue = &main;
-  options.watchFile = false;
-  options.watchMemoryPressure = false;
-  options.lineIndexQueue = lineIndexQueue;
+  document::OpenOptions options = testOptions(main, std::move(lineIndexQueue));
   if (firstPassLines > 0) {
     options.lineIndexLimits.firstPassLines = firstPassLines;
     options.lineIndexLimits.firstPassBytes = 64;

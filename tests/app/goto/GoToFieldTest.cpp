@@ -49,15 +49,12 @@ TEST(GoToFieldTest, ShowsTheHintHelpAndEveryRefusal) {
       "A line number, a percentage of the file (50%), a byte offset (b1234), or a record (r1234). Line and "
       "record numbers refer to the original document.");
 
+  // The parser's own refusals are its tests'; one shows that they reach the field.
   EXPECT_EQ(enter(field, "0"), "Line numbers start at 1");
-  EXPECT_EQ(enter(field, "101%"), "Percent must be a number from 0 to 100: 50%");
-  EXPECT_EQ(enter(field, "b-1"), "Byte offset needs a whole number: b1234");
   EXPECT_EQ(
       enter(field, "hello"),
       "Not a line, percentage, byte offset, record or time: try 42, 50%, b1234, r1234, 12:34:56, 2026-09-04 "
       "12:34 or +5m");
-  EXPECT_EQ(enter(field, "+5"), "Offset needs a number and a unit: +5m, -30s, +2h, +1d");
-  EXPECT_EQ(enter(field, "24:00"), "Hour must be 0 to 23");
   const QString noTimes =
       "No timestamps recognized in this document — Go to Time needs a log with a timestamp at the start of "
       "its lines";

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <QMenuBar>
 #include <QMouseEvent>
 #include <QTest>
 
@@ -9,6 +8,7 @@
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
 #include "app/find/FindBar.h"
+#include "app/find/PanelTestSupport.h"
 #include "app/logs/OverviewStrip.h"
 #include "app/logs/TimelineChart.h"
 #include "app/logs/TimelinePanel.h"
@@ -17,12 +17,6 @@
 
 namespace quorin::app {
 namespace {
-
-// Background answers may arrive after a test ends, so the queue lives as long as the process.
-QtMainQueue& lastingQueue() {
-  static auto* queue = new QtMainQueue;
-  return *queue;
-}
 
 void click(QWidget& widget, QPoint at) {
   for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
@@ -42,11 +36,7 @@ struct LogTab {
                     i % 50 == 7 ? "ERROR" : "INFO", i);
       text += line;
     }
-    document::OpenOptions options;
-    options.mainQueue = &lastingQueue();
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
-    document = document::Document::open(dir.write("service.log", text).string(), options).value();
+    document = openTestDocument(dir, text, lastingQueue());
     tab = std::make_unique<DocumentTab>(document, lastingQueue(), jobs);
     const bool indexed = QTest::qWaitFor([&] { return tab->logData()->complete; }, 10'000);
     EXPECT_TRUE(indexed);
@@ -101,10 +91,7 @@ TEST(TimelineTabTest, AClickOnABarGoesToItsFirstLineAndTheViewMenuTogglesThePane
   EXPECT_TRUE(chart.timeline().buckets.empty());
 
   MainWindow* window = new MainWindow(lastingQueue());
-  QAction* toggle = nullptr;
-  for (QAction* menu : window->menuBar()->actions())
-    for (QAction* action : menu->menu()->actions())
-      if (action->text().remove('&') == "Timeline") toggle = action;
+  QAction* toggle = actionNamed(*window, "Timeline");
   ASSERT_NE(toggle, nullptr);
   EXPECT_TRUE(window->timeline()->isHidden());
   toggle->trigger();

@@ -36,15 +36,8 @@ std::shared_ptr<const filter::FilterProjection> showing(int64_t lineCount, const
   return std::make_shared<filter::FilterProjection>(std::move(bits), filter::FilterOptions{}, 0, 0, complete);
 }
 
-struct FilteredView : testing::TestDocument {
-  std::unique_ptr<TextView> view;
-
-  explicit FilteredView(int lines = 40)
-      : TestDocument(numberedLines(lines)), view(std::make_unique<TextView>(doc)) {
-    view->resize(600, 300);
-    view->show();
-  }
-  void key(Qt::Key k, Qt::KeyboardModifiers m = Qt::NoModifier) { QTest::keyClick(view.get(), k, m); }
+struct FilteredView : testing::ViewOn {
+  explicit FilteredView(int lines = 40) : ViewOn(numberedLines(lines)) {}
   int64_t caretLine() const { return view->caret() / kLineBytes; }
   std::vector<int64_t> drawnLines() const {
     std::vector<int64_t> lines;

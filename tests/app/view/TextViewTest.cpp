@@ -12,23 +12,8 @@
 namespace quorin::app {
 namespace {
 
-// A document shown in a view.
-struct ViewOn : testing::TestDocument {
-  std::unique_ptr<TextView> view;
-
-  explicit ViewOn(const std::string& bytes,
-                  storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
-                  int64_t indexLines = 1'000'000)
-      : TestDocument(bytes, mode, indexLines), view(std::make_unique<TextView>(doc)) {
-    view->resize(600, 300);
-    view->show();
-  }
-  void type(const QString& keys) { QTest::keyClicks(view.get(), keys); }
-  void key(Qt::Key k, Qt::KeyboardModifiers m = Qt::NoModifier) { QTest::keyClick(view.get(), k, m); }
-};
-
 TEST(AppTextViewTest, TypingIsOneUndoStepThatRestoresTheCaret) {
-  ViewOn on("first\nsecond\n");
+  testing::ViewOn on("first\nsecond\n");
   on.view->setCaret(6);
   on.type(QStringLiteral("new "));
   on.key(Qt::Key_Return);
@@ -46,7 +31,7 @@ TEST(AppTextViewTest, TypingIsOneUndoStepThatRestoresTheCaret) {
 }
 
 TEST(AppTextViewTest, EditingKeysRespectCrLfAndMultiByteCharacters) {
-  ViewOn on("ab\r\nc\xC3\xA9\r\n");
+  testing::ViewOn on("ab\r\nc\xC3\xA9\r\n");
   on.view->setCaret(4);       // start of the second line
   on.key(Qt::Key_Backspace);  // removes the whole CRLF
   EXPECT_EQ(on.text(), "abc\xC3\xA9\r\n");
@@ -63,7 +48,7 @@ TEST(AppTextViewTest, EditingKeysRespectCrLfAndMultiByteCharacters) {
 }
 
 TEST(AppTextViewTest, VerticalMovesKeepTheColumnAndSelectionsExtendWithShift) {
-  ViewOn on("0123456789\nab\n0123456789\n");
+  testing::ViewOn on("0123456789\nab\n0123456789\n");
   on.view->setCaret(7);
   on.key(Qt::Key_Down);
   EXPECT_EQ(on.view->caret(), 13);  // end of the short line
@@ -81,7 +66,7 @@ TEST(AppTextViewTest, VerticalMovesKeepTheColumnAndSelectionsExtendWithShift) {
 }
 
 TEST(AppTextViewTest, AReadOnlyDocumentRefusesEditsWithAStatusMessage) {
-  ViewOn on("text\n", storage::LargeFileOpenMode::readOnlyInspect);
+  testing::ViewOn on("text\n", storage::LargeFileOpenMode::readOnlyInspect);
   QString message;
   QObject::connect(on.view.get(), &TextView::statusMessage, [&](const QString& text) { message = text; });
   on.type(QStringLiteral("x"));
@@ -92,7 +77,7 @@ TEST(AppTextViewTest, AReadOnlyDocumentRefusesEditsWithAStatusMessage) {
 TEST(AppTextViewTest, ScrollingBeforeTheIndexIsCompleteLandsOnLineStartsAndCorrectsItself) {
   std::string text;
   for (int i = 0; i < 5000; ++i) text += "row " + std::to_string(i) + "\n";
-  ViewOn on(text, storage::LargeFileOpenMode::wholeFileVirtual, 20);
+  testing::ViewOn on(text, storage::LargeFileOpenMode::wholeFileVirtual, 20);
   ASSERT_FALSE(on.doc->snapshot().lines.isComplete);
   QScrollBar* bar = on.view->verticalScrollBar();
   bar->setValue(bar->maximum() * 9 / 10);
@@ -115,7 +100,7 @@ TEST(AppTextViewTest, AJumpScrollsSidewaysOnlyToShowItsColumn) {
   const auto longStart = static_cast<int64_t>(text.size());
   text += std::string(3000, 'x') + "\n";
   for (int i = 0; i < 300; ++i) text += "short line " + std::to_string(i) + "\n";
-  ViewOn on(text);
+  testing::ViewOn on(text);
   QScrollBar* bar = on.view->horizontalScrollBar();
   const auto shortOffset = static_cast<int64_t>(text.find("line 123")) + 7;
   on.view->select(shortOffset, shortOffset);

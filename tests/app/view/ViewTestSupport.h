@@ -1,8 +1,11 @@
 #pragma once
 
+#include <QTest>
 #include <memory>
 #include <string>
 
+#include "app/find/PanelTestSupport.h"
+#include "app/view/TextView.h"
 #include "dispatch/ManualMainQueue.h"
 #include "document/Document.h"
 #include "support/ManualExecutor.h"
@@ -22,17 +25,29 @@ struct TestDocument {
   explicit TestDocument(const std::string& bytes,
                         storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
                         int64_t indexLines = 1'000'000) {
-    document::OpenOptions options;
-    options.mainQueue = &main;
-    options.lineIndexQueue = options.compactionQueue = options.saveQueue = queue;
-    options.watchFile = false;
-    options.watchMemoryPressure = false;
+    document::OpenOptions options = testOptions(main, queue);
+    options.compactionQueue = options.saveQueue = queue;
     options.encoding = text::DetectedEncoding::utf8;
     options.mode.mode = mode;
     options.lineIndexLimits.firstPassLines = indexLines;
     doc = document::Document::open(dir.write("t.txt", bytes).string(), options).value();
   }
   std::string text() const { return doc->snapshot().text.text({0, doc->length()}); }
+};
+
+// A document shown in a view.
+struct ViewOn : TestDocument {
+  std::unique_ptr<TextView> view;
+
+  explicit ViewOn(const std::string& bytes,
+                  storage::LargeFileOpenMode mode = storage::LargeFileOpenMode::wholeFileVirtual,
+                  int64_t indexLines = 1'000'000)
+      : TestDocument(bytes, mode, indexLines), view(std::make_unique<TextView>(doc)) {
+    view->resize(600, 300);
+    view->show();
+  }
+  void type(const QString& keys) { QTest::keyClicks(view.get(), keys); }
+  void key(Qt::Key k, Qt::KeyboardModifiers m = Qt::NoModifier) { QTest::keyClick(view.get(), k, m); }
 };
 
 }  // namespace quorin::app::testing

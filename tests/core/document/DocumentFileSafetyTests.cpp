@@ -23,13 +23,13 @@ TEST(DocumentFileSafety, AByteOrderMarkSurvivesBothSaveStrategies) {
   const auto patched = o.save();
   ASSERT_TRUE(patched);
   EXPECT_EQ(patched->strategy, persistence::SaveStrategy::inPlacePatch);
-  EXPECT_EQ(fileBytes(o.file), mark + "abcabcXYZQ");
+  EXPECT_EQ(readFile(o.file), mark + "abcabcXYZQ");
 
   o.doc->insert(0, ">", {}, {});
   const auto rewritten = o.save();
   ASSERT_TRUE(rewritten);
   EXPECT_EQ(rewritten->strategy, persistence::SaveStrategy::atomicRewrite);
-  EXPECT_EQ(fileBytes(o.file), mark + ">abcabcXYZQ");
+  EXPECT_EQ(readFile(o.file), mark + ">abcabcXYZQ");
   EXPECT_EQ(o.text(), ">abcabcXYZQ");  // and the document goes on over the new file, mark skipped
 }
 
@@ -63,13 +63,13 @@ TEST(DocumentFileSafety, CatchUpThenSaveKeepsTheSkippedBytesInTheFile) {
   const auto refused = o.save();
   ASSERT_FALSE(refused);
   EXPECT_EQ(refused.error().kind, persistence::SaveError::Kind::skippedLiveBytes);
-  EXPECT_EQ(fileBytes(o.file), "a\nSKIPPED-IMPORTANT\nd\n");
+  EXPECT_EQ(readFile(o.file), "a\nSKIPPED-IMPORTANT\nd\n");
 
   // Save As may write the shortened text, and says that it did.
   ASSERT_TRUE(o.saveAs(o.dir.path() / "short.log"));
-  EXPECT_EQ(fileBytes(o.dir.path() / "short.log"), "A\nd\n");
+  EXPECT_EQ(readFile(o.dir.path() / "short.log"), "A\nd\n");
   EXPECT_EQ(o.statuses.back(), "Saved without the 18 bytes that Catch Up to Live skipped");
-  EXPECT_EQ(fileBytes(o.file), "a\nSKIPPED-IMPORTANT\nd\n");
+  EXPECT_EQ(readFile(o.file), "a\nSKIPPED-IMPORTANT\nd\n");
   EXPECT_FALSE(o.doc->isModified());
 }
 
@@ -82,7 +82,7 @@ TEST(DocumentFileSafety, ADeletedFileCountsAsUnsavedAndSaveWritesItAgain) {
   const auto saved = o.save();
   ASSERT_TRUE(saved);
   EXPECT_EQ(saved->kind, persistence::SaveOutcome::Kind::wrote);
-  EXPECT_EQ(fileBytes(o.file), "kept text\n");
+  EXPECT_EQ(readFile(o.file), "kept text\n");
   EXPECT_FALSE(o.doc->isFileMissing());
   EXPECT_FALSE(o.doc->isModified());
 }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <fstream>
 
 #include "document/DocumentTestSupport.h"
 
@@ -35,8 +34,7 @@ TEST(DocumentLive, OutsideWritesReloadOrAskDependingOnUnsavedEdits) {
   live.main.runPending();
   ASSERT_TRUE(*saved);
   EXPECT_EQ((*saved)->strategy, persistence::SaveStrategy::atomicRewrite);
-  std::ifstream in(live.file);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "mine one\ntwo\n");
+  EXPECT_EQ(readFile(live.file), "mine one\ntwo\n");
 }
 
 TEST(DocumentLive, OurOwnSaveKeepsTheLineEndingWhateverBreakComesFirstNow) {

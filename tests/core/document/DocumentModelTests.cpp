@@ -225,7 +225,7 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
     EXPECT_EQ(saved->strategy, persistence::SaveStrategy::atomicRewrite);
     EXPECT_EQ(saved->rejection->kind, persistence::InPlaceRejection::Kind::transcodedDocument);
     EXPECT_EQ(
-        fileBytes(path),
+        readFile(path),
         text::encodeUtf8("Z" + c.utf8, c.encoding, c.encoding == text::DetectedEncoding::utf16LE).value());
     EXPECT_FALSE(doc->isModified());
     // It carries on over a fresh working copy: edit, undo past the save, save again.
@@ -233,7 +233,7 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
     doc->undo();
     doc->undo();
     ASSERT_TRUE(saveNow(*doc, *queue, main));
-    EXPECT_EQ(fileBytes(path), bytes);
+    EXPECT_EQ(readFile(path), bytes);
   }
 
   // A character the file's encoding has no bytes for: the save refuses, the file and the edits stay.
@@ -244,7 +244,7 @@ TEST(DocumentEncodings, LegacyFilesAreEditedInUtf8AndSavedInTheirOwnEncoding) {
   const auto refused = saveNow(*doc, *queue, main);
   ASSERT_FALSE(refused);
   EXPECT_EQ(refused.error().describe(), "content contains characters that Shift JIS cannot represent");
-  EXPECT_EQ(fileBytes(path), text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
+  EXPECT_EQ(readFile(path), text::encodeUtf8(japanese, text::DetectedEncoding::shiftJIS, false).value());
   EXPECT_TRUE(doc->isModified());
 }
 
@@ -261,13 +261,13 @@ TEST(DocumentSave, PatchesInPlaceThenRewritesAndCarriesOn) {
   doc->replace({0, 5}, "ALPHA", {}, {});
   const auto inode = doc->fileIdentity()->inode;
   EXPECT_EQ(saveNow(*doc, *queue, main)->strategy, persistence::SaveStrategy::inPlacePatch);
-  EXPECT_EQ(fileBytes(path), "ALPHA\nbeta\ngamma\n");
+  EXPECT_EQ(readFile(path), "ALPHA\nbeta\ngamma\n");
   EXPECT_FALSE(doc->isModified());
   EXPECT_EQ(doc->fileIdentity()->inode, inode);
 
   doc->insert(6, "new ", {}, {});
   EXPECT_EQ(saveNow(*doc, *queue, main)->strategy, persistence::SaveStrategy::atomicRewrite);
-  EXPECT_EQ(fileBytes(path), "ALPHA\nnew beta\ngamma\n");
+  EXPECT_EQ(readFile(path), "ALPHA\nnew beta\ngamma\n");
   EXPECT_NE(doc->fileIdentity()->inode, inode);
   // Carries on over the new file: edits, undo past the save and another save all work.
   queue->runAll();
@@ -276,7 +276,7 @@ TEST(DocumentSave, PatchesInPlaceThenRewritesAndCarriesOn) {
   EXPECT_TRUE(doc->isModified());
   EXPECT_EQ(testing::wholeText(doc->snapshot().text), "ALPHA\nbeta\ngamma\n");
   ASSERT_TRUE(saveNow(*doc, *queue, main));
-  EXPECT_EQ(fileBytes(path), "ALPHA\nbeta\ngamma\n");
+  EXPECT_EQ(readFile(path), "ALPHA\nbeta\ngamma\n");
 
   // A second request while one runs: folded in when the text is the same, refused when it is not.
   doc->replace({0, 1}, "a", {}, {});

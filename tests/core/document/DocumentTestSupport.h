@@ -23,10 +23,7 @@ class InlineExecutor final : public dispatch::Executor {
   void async(dispatch::Task task) override { task(); }
 };
 
-inline std::string fileBytes(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using testing::readFile;
 
 inline void append(const std::filesystem::path& p, const std::string& bytes) {
   std::ofstream(p, std::ios::binary | std::ios::app) << bytes;

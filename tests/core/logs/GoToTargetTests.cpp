@@ -21,8 +21,8 @@ TEST(GoToTargetTest, ParsesLinesPercentagesBytesAndRecords) {
   EXPECT_EQ(parse("0").error(), failure(Kind::targetInvalid, "Line numbers start at 1"));
   // A number that does not fit in 64 bits is refused, not read as another one.
   EXPECT_EQ(parse("9223372036854775807"), GoToTarget(LineTarget{INT64_MAX}));
-  EXPECT_EQ(parse("9223372036854775808").error().kind, Kind::notRecognized);
-  EXPECT_EQ(parse("99999999999999999999").error().message(), std::string(kNotRecognizedMessage));
+  for (const char* tooBig : {"9223372036854775808", "99999999999999999999"})
+    EXPECT_EQ(parse(tooBig).error().kind, Kind::notRecognized) << tooBig;
 
   EXPECT_EQ(parse("50%"), GoToTarget(PercentTarget{50}));
   EXPECT_EQ(parse("50 %"), GoToTarget(PercentTarget{50}));
@@ -42,7 +42,7 @@ TEST(GoToTargetTest, ParsesLinesPercentagesBytesAndRecords) {
         << bad;
 
   EXPECT_EQ(parse("   ").error(), failure(Kind::empty));
-  EXPECT_EQ(parse("hello").error().message(), std::string(kNotRecognizedMessage));
+  EXPECT_EQ(parse("hello").error().kind, Kind::notRecognized);
   EXPECT_EQ(parse("").error().message(), "");
 }
 

@@ -159,7 +159,6 @@ TEST(TimeNavigatorReferenceTest, RandomLogsAgreeWithALineByLineScan) {
   std::mt19937 random(20'260'320);
   dispatch::WorkerPool pool(2);
   const SeverityRules rules;
-  std::chrono::steady_clock::duration navTime{};
   for (const Shape& shape : shapes) {
     const GeneratedLog log = generate(shape, 14'000, random);
     const LogDoc doc(log.text);
@@ -172,9 +171,7 @@ TEST(TimeNavigatorReferenceTest, RandomLogsAgreeWithALineByLineScan) {
       const TimeInput input = randomTarget(facts, shape, random);
       const int64_t caret = static_cast<int64_t>(random() % facts.size());
       const Expected want = reference(facts, shape, input, caret);
-      const auto t0 = std::chrono::steady_clock::now();
       const auto got = resolveTime(data, doc.source(), input, caret);
-      navTime += std::chrono::steady_clock::now() - t0;
       SCOPED_TRACE(std::string(name(shape.format)) + " target " + std::to_string(i) + " caret " +
                    std::to_string(caret));
       if (want.line < 0) {
@@ -198,7 +195,6 @@ TEST(TimeNavigatorReferenceTest, RandomLogsAgreeWithALineByLineScan) {
       EXPECT_EQ(info.time ? info.time->micros : kNoTime, micros) << line;
     }
   }
-  printf("nav %lld ms\n", (long long)std::chrono::duration_cast<std::chrono::milliseconds>(navTime).count());
 }
 
 }  // namespace

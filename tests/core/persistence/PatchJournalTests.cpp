@@ -19,10 +19,7 @@ using Entry = PatchJournal::Entry;
 using Recovery = PatchJournalRecovery;
 using testing::TempDir;
 
-std::string readFile(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using testing::readFile;
 
 storage::FileIdentity identityOf(const std::filesystem::path& p) {
   return *storage::FileIdentity::ofPath(p.string());

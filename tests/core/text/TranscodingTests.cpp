@@ -2,8 +2,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "SampleTexts.h"
@@ -25,12 +23,7 @@ std::span<const uint8_t> bytesOf(std::string_view s) {
   return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
 }
 
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using testing::readFile;
 
 std::string hex(std::string_view bytes) {
   std::string out;
