@@ -31,7 +31,17 @@ class ForwardLines {
   ForwardLines(const logs::LogSource& source, uint8_t terminator)
       : source_(source), terminator_(terminator), total_(source.text.totalLength()) {}
 
+  // Moves to `line`: on through the line breaks the buffer still holds
+  // when it is a little further on, else by a look-up.
   void seek(int64_t line) {
+    while (line_ < line && pos_ >= bufferStart_ && pos_ < bufferEnd()) {
+      const uint8_t* at = buffer_.data() + (pos_ - bufferStart_);
+      const void* lineBreak = std::memchr(at, terminator_, static_cast<size_t>(bufferEnd() - pos_));
+      if (lineBreak == nullptr) break;
+      pos_ += static_cast<const uint8_t*>(lineBreak) - at + 1;
+      ++line_;
+    }
+    if (line_ == line) return;
     line_ = line;
     pos_ = source_.lines.lineStart(line).value_or(total_);
     if (pos_ < bufferStart_ || pos_ >= bufferEnd()) load(kFirstReadBytes);
