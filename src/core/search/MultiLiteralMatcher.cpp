@@ -164,10 +164,14 @@ class MultiLiteralScanner final : public WindowScanner {
   void scanBuckets(const ScanWindow& w, size_t to, MatchCollector& collector) {
     MultiLiteralTeddy::Candidate batch[MultiLiteralTeddy::kBatch];
     size_t next = w.begin;  // the first start a match may have (matches do not overlap)
+    // The buckets read `width` bytes from a start: the last starts, where
+    // only literals shorter than that fit, are checked one by one.
+    const size_t width = t_.teddy->width();
+    const size_t bucketsTo = w.size >= width ? std::min(to, w.size - width + 1) : 0;
     int batches = 0;
-    while (next < to) {
+    while (next < bucketsTo) {
       size_t count = 0;
-      const size_t resume = t_.teddy->find(w.data, w.size, next, to, batch, count);
+      const size_t resume = t_.teddy->find(w.data, w.size, next, bucketsTo, batch, count);
       for (size_t i = 0; i < count; ++i) {
         const size_t at = batch[i].at;
         if (at < next) continue;
@@ -181,6 +185,11 @@ class MultiLiteralScanner final : public WindowScanner {
         batches = 0;
         if (!collector.keepGoing()) return;
       }
+    }
+    for (size_t at = std::max(next, bucketsTo); at < to;) {
+      const size_t length = check(w, at, t_.allLengths);
+      if (length != 0 && !collector.add(at, length)) return;
+      at += std::max<size_t>(length, 1);
     }
   }
 
@@ -266,7 +275,7 @@ MultiLiteralMatcher::MultiLiteralMatcher(std::vector<std::string> literals, bool
     std::vector<std::string> distinct;
     for (const uint32_t id : kept) distinct.push_back(literals_[id]);
     t.teddy =
-        std::make_unique<MultiLiteralTeddy>(distinct, std::min(t.minLength, MultiLiteralTeddy::kMaxWidth));
+        std::make_unique<MultiLiteralTeddy>(distinct, std::min(maxLength_, MultiLiteralTeddy::kMaxWidth));
     if (t.teddy->passRate() > kMaxBucketPassRate && t.minLength >= 4) {
       t.teddy.reset();
       buildShifts(t, literals_, kept);

@@ -18,7 +18,8 @@ namespace quorin::search {
 //
 // Two stages. Candidate starts come from a prefilter: the Teddy buckets of
 // MultiLiteralTeddy.h over the literals' first 1–3 bytes (16 or 32
-// positions per vector step), or, when the literals' prefixes are so varied
+// positions per vector step; a literal shorter than that lets any byte
+// through past its end), or, when the literals' prefixes are so varied
 // that most positions would pass those buckets and every literal is at
 // least 4 bytes long, Wu–Manber's shift table (a window of the shortest
 // literal's length m slides by how far the hash of its last bytes allows).

@@ -20,7 +20,7 @@ constexpr size_t kMaxWidth = MultiLiteralTeddy::kMaxWidth;
 constexpr size_t kFull = MultiLiteralTeddy::kBatch - 32;  // a vector step adds at most 32
 // Distinct prefixes are first cut into this many groups of neighbours in
 // sorted order, then merged pairwise down to the buckets.
-constexpr size_t kMaxGroups = 48;
+constexpr size_t kMaxGroups = 32;
 
 // Bytes of typical text (printable ASCII and tab), by high nibble: the low
 // nibbles that make one. A bucket's pass rate is counted over these.
@@ -36,8 +36,13 @@ constexpr double kTypicalBytes = 96;
 struct Group {
   std::array<uint16_t, kMaxWidth> low{}, high{};
 
+  // Past a short literal's end any byte may follow.
   void add(const std::string& prefix) {
-    for (size_t j = 0; j < prefix.size(); ++j) {
+    for (size_t j = 0; j < kMaxWidth; ++j) {
+      if (j >= prefix.size()) {
+        low[j] = high[j] = 0xffff;
+        continue;
+      }
       const auto b = static_cast<uint8_t>(prefix[j]);
       low[j] |= uint16_t(1u << (b & 15));
       high[j] |= uint16_t(1u << (b >> 4));
@@ -181,18 +186,20 @@ std::vector<uint8_t> assignBuckets(const std::vector<std::string>& prefixes, siz
   std::vector<size_t> parent(initial);
   for (size_t g = 0; g < initial; ++g) parent[g] = g;
   std::vector<size_t> alive = parent;
+  std::vector<double> rate(initial);
+  for (size_t g = 0; g < initial; ++g) rate[g] = groups[g].passRate(width);
   while (alive.size() > MultiLiteralTeddy::kBuckets) {
     double best = std::numeric_limits<double>::max();
     size_t a = 0, b = 1;
     for (size_t x = 0; x < alive.size(); ++x) {
       for (size_t y = x + 1; y < alive.size(); ++y) {
-        const Group& gx = groups[alive[x]];
-        const Group& gy = groups[alive[y]];
-        const double cost = gx.merged(gy).passRate(width) - gx.passRate(width) - gy.passRate(width);
+        const double cost =
+            groups[alive[x]].merged(groups[alive[y]]).passRate(width) - rate[alive[x]] - rate[alive[y]];
         if (cost < best) best = cost, a = x, b = y;
       }
     }
     groups[alive[a]] = groups[alive[a]].merged(groups[alive[b]]);
+    rate[alive[a]] = groups[alive[a]].passRate(width);
     parent[alive[b]] = alive[a];
     alive.erase(alive.begin() + static_cast<std::ptrdiff_t>(b));
   }

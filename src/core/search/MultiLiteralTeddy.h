@@ -31,7 +31,9 @@ class MultiLiteralTeddy {
   // Room find() needs in `out`.
   static constexpr size_t kBatch = 96;
 
-  // `literals` folded as they will be compared, each at least `width` bytes.
+  // `literals` folded as they will be compared, none empty; `width` at
+  // most the longest one's length. A literal shorter than `width` lets any
+  // byte through its bucket past its end.
   MultiLiteralTeddy(const std::vector<std::string>& literals, size_t width);
 
   size_t width() const { return width_; }
