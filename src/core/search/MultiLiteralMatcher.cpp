@@ -60,10 +60,24 @@ struct MultiLiteralMatcher::Tables {
     if (block >= 3) v |= uint32_t{end[-2]} << 16;
     return (v * 0x9E3779B1u) >> (32 - hashBits);
   }
+  // A bit per hash of the keys, small enough to stay in the first-level
+  // cache: most candidates that are no literal end here, before a probe of
+  // the slots (which for thousands of literals do not fit there).
+  std::vector<uint64_t> keyBits;
+  unsigned keyBitsLog2 = 12;
+
   size_t slotHash(uint64_t key, size_t length) const {
     return static_cast<size_t>(((key ^ length) * 0x9E3779B97F4A7C15ull) >> (64 - slotBits));
   }
+  size_t keyBit(uint64_t key, size_t length) const {
+    return static_cast<size_t>(((key + length) * 0xD6E8FEB86659FD93ull) >> (64 - keyBitsLog2));
+  }
+  bool mayHold(uint64_t key, size_t length) const {
+    const size_t bit = keyBit(key, length);
+    return (keyBits[bit >> 6] >> (bit & 63)) & 1;
+  }
   const Slot* find(uint64_t key, size_t length) const {
+    if (!mayHold(key, length)) return nullptr;
     const size_t mask = slots.size() - 1;
     for (size_t i = slotHash(key, length);; i = (i + 1) & mask) {
       const Slot& s = slots[i];
@@ -107,6 +121,12 @@ void buildCheck(Tables& t, const std::vector<std::string>& literals, const std::
   });
   t.slotBits = std::max<unsigned>(4, std::bit_width(keyed.size() * 2));
   t.slots.assign(size_t{1} << t.slotBits, {});
+  t.keyBitsLog2 = std::clamp<unsigned>(std::bit_width(keyed.size() * 8), 12, 17);  // at most 16 KiB
+  t.keyBits.assign((size_t{1} << t.keyBitsLog2) / 64, 0);
+  for (const Keyed& k : keyed) {
+    const size_t bit = t.keyBit(k.key, k.length);
+    t.keyBits[bit >> 6] |= uint64_t{1} << (bit & 63);
+  }
   for (size_t i = 0; i < keyed.size();) {
     size_t j = i;
     while (j < keyed.size() && keyed[j].length == keyed[i].length && keyed[j].key == keyed[i].key) {

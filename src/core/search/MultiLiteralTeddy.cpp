@@ -135,6 +135,7 @@ QUORIN_AVX2 size_t findAvx2(const Masks& m, const uint8_t* data, size_t size, si
       const __m256i h = _mm256_shuffle_epi8(high[j], _mm256_and_si256(_mm256_srli_epi16(v, 4), nibble));
       hit = _mm256_and_si256(hit, _mm256_and_si256(l, h));
     }
+    if (_mm256_testz_si256(hit, hit)) continue;  // the usual case: no candidate in 32 bytes
     uint32_t bits =
         ~static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(hit, _mm256_setzero_si256())));
     if (to - p < 32) bits &= (1u << (to - p)) - 1;
