@@ -17,7 +17,7 @@ namespace quorin::search {
 // cost per byte hardly depends on how many literals there are.
 //
 // Two stages. Candidate starts come from a prefilter: the Teddy buckets of
-// MultiLiteralTeddy.h over the literals' first 1–3 bytes (16 or 32
+// MultiLiteralTeddy.h over the literals' first 1–3 bytes (16 to 64
 // positions per vector step; a literal shorter than that lets any byte
 // through past its end), or, when the literals' prefixes are so varied
 // that most positions would pass those buckets and every literal is at

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstring>
 #include <limits>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
 #define QUORIN_SSSE3 __attribute__((target("ssse3")))
 #define QUORIN_AVX2 __attribute__((target("avx2")))
+#define QUORIN_AVX512 __attribute__((target("avx512f,avx512bw")))
 #endif
 
 namespace quorin::search {
@@ -17,7 +19,7 @@ namespace {
 using Masks = MultiLiteralTeddy::Masks;
 using Candidate = MultiLiteralTeddy::Candidate;
 constexpr size_t kMaxWidth = MultiLiteralTeddy::kMaxWidth;
-constexpr size_t kFull = MultiLiteralTeddy::kBatch - 32;  // a vector step adds at most 32
+constexpr size_t kFull = MultiLiteralTeddy::kBatch - 32;  // a 32-byte step adds at most 32
 // Distinct prefixes are first cut into this many groups of neighbours in
 // sorted order, then merged pairwise down to the buckets.
 constexpr size_t kMaxGroups = 32;
@@ -150,6 +152,44 @@ QUORIN_AVX2 size_t findAvx2(const Masks& m, const uint8_t* data, size_t size, si
   if (count >= kFull || p >= to) return std::min(p, to);
   return findSsse3<W>(m, data, size, p, to, out, count);
 }
+template <size_t W>
+QUORIN_AVX512 size_t findAvx512(const Masks& m, const uint8_t* data, size_t size, size_t from, size_t to,
+                                Candidate* out, size_t& count) {
+  const __m512i nibble = _mm512_set1_epi8(0x0f);
+  __m512i low[W], high[W];
+  // The tables in each 128-bit lane, as vpshufb looks up within lanes.
+  alignas(64) uint8_t lanes[2][64];
+  for (size_t j = 0; j < W; ++j) {
+    for (size_t lane = 0; lane < 4; ++lane) {
+      std::memcpy(lanes[0] + 16 * lane, m.low[j], 16);
+      std::memcpy(lanes[1] + 16 * lane, m.high[j], 16);
+    }
+    low[j] = _mm512_load_si512(lanes[0]);
+    high[j] = _mm512_load_si512(lanes[1]);
+  }
+  size_t p = from;
+  // 64 positions per step; a step adds at most 64 candidates, so stop 32 earlier than the others.
+  for (; p < to && p + 64 + W - 1 <= size && count + 32 < kFull; p += 64) {
+    __m512i hit = _mm512_set1_epi8(-1);
+    for (size_t j = 0; j < W; ++j) {
+      const __m512i v = _mm512_loadu_si512(data + p + j);
+      const __m512i l = _mm512_shuffle_epi8(low[j], _mm512_and_si512(v, nibble));
+      const __m512i h = _mm512_shuffle_epi8(high[j], _mm512_and_si512(_mm512_srli_epi16(v, 4), nibble));
+      hit = _mm512_and_si512(hit, _mm512_and_si512(l, h));
+    }
+    uint64_t bits = _mm512_test_epi8_mask(hit, hit);
+    if (bits == 0) continue;
+    if (to - p < 64) bits &= (uint64_t{1} << (to - p)) - 1;
+    alignas(64) uint8_t buckets[64];
+    _mm512_store_si512(buckets, hit);
+    for (; bits != 0; bits &= bits - 1) {
+      const auto i = static_cast<size_t>(std::countr_zero(bits));
+      out[count++] = {p + i, buckets[i]};
+    }
+  }
+  if (count + 32 >= kFull || p >= to) return std::min(p, to);
+  return findAvx2<W>(m, data, size, p, to, out, count);
+}
 #endif
 
 template <template <size_t> class Pick>
@@ -168,6 +208,10 @@ struct Ssse3 {
 template <size_t W>
 struct Avx2 {
   static constexpr auto fn = &findAvx2<W>;
+};
+template <size_t W>
+struct Avx512 {
+  static constexpr auto fn = &findAvx512<W>;
 };
 #endif
 
@@ -253,7 +297,9 @@ MultiLiteralTeddy::MultiLiteralTeddy(const std::vector<std::string>& literals, s
   find_ = byWidth<Scalar>(width_);
 #if defined(__x86_64__)
   __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx2")) {
+  if (__builtin_cpu_supports("avx512bw")) {
+    find_ = byWidth<Avx512>(width_);
+  } else if (__builtin_cpu_supports("avx2")) {
     find_ = byWidth<Avx2>(width_);
   } else if (__builtin_cpu_supports("ssse3")) {
     find_ = byWidth<Ssse3>(width_);

@@ -11,13 +11,14 @@ namespace quorin::search {
 // literals are put in 8 buckets by their first `width` bytes (1–3), and a
 // text position is a candidate when, for each of those bytes, both its low
 // and its high nibble occur at that place in some literal of one bucket.
-// Two table look-ups per byte (pshufb) test 16 or 32 positions at once, so
+// Two table look-ups per byte (pshufb) test 16 to 64 positions at once, so
 // the cost per byte does not depend on how many literals there are; what
 // the literals cost is how often a position passes by chance, which the
 // bucket assignment keeps low by grouping literals whose prefixes look
 // alike. Candidates still need an exact check.
 //
-// AVX2 or SSSE3 chosen at run time; a byte-table loop elsewhere.
+// AVX-512BW (64 positions a step), AVX2 or SSSE3 chosen at run time; a
+// byte-table loop elsewhere.
 // Immutable after construction; find() may run on any number of threads.
 class MultiLiteralTeddy {
  public:
