@@ -70,7 +70,14 @@ class ForwardLines {
     std::string_view text(reinterpret_cast<const char*>(begin),
                           std::min({held, static_cast<size_t>(end - pos_), logs::kTimeWindowBytes}));
     pos_ = std::max(end, pos_ + 1);
-    if (const void* newline = std::memchr(text.data(), '\n', text.size()))
+    // Cut at the first '\n', as LineHeads::read does: with LF breaks, the break found above.
+    const void* newline = nullptr;
+    if (terminator_ != '\n') {
+      newline = std::memchr(text.data(), '\n', text.size());
+    } else if (lineBreak != nullptr && static_cast<const uint8_t*>(lineBreak) < begin + text.size()) {
+      newline = lineBreak;
+    }
+    if (newline != nullptr)
       text = text.substr(0, static_cast<size_t>(static_cast<const char*>(newline) - text.data()));
     if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
     return text;
