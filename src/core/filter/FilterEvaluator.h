@@ -34,8 +34,9 @@ struct FilterLimits {
   int64_t appendSlackLines = 1024;
   // A level filter reads the lines after the log index's listed messages
   // instead of the whole document when at most one line in this many is
-  // listed (0: never). Tests set 1 (always) or 0.
-  int64_t sparseAlertLines = 16;
+  // listed (0: never). About 400 ns per listed message against 70 ns per
+  // line read in order. Tests set 1 (always) or 0.
+  int64_t sparseAlertLines = 5;
 };
 
 // What a filter reads besides the text.

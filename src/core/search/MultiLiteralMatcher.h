@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,12 +16,17 @@ namespace quorin::search {
 // folding only, wholeWord keeps matches bounded by non-word bytes — but the
 // cost per byte hardly depends on how many literals there are.
 //
-// Algorithm (Wu–Manber): with m the shortest literal's length, a window of
-// m bytes slides over the text; the hash of its last B bytes (B = min(m, 3))
-// gives how far it may move without passing a possible start (a shift table
-// of 2^k bytes), and, where that is 0, the literals whose m-byte prefix ends
-// with such a block, checked in listing order. Long literals make long
-// shifts; a single-byte literal makes the scan go byte by byte.
+// Two stages. Candidate starts come from a prefilter: the Teddy buckets of
+// MultiLiteralTeddy.h over the literals' first 1–3 bytes (16 to 64
+// positions per vector step; a literal shorter than that lets any byte
+// through past its end), or, when the literals' prefixes are so varied
+// that most positions would pass those buckets and every literal is at
+// least 4 bytes long, Wu–Manber's shift table (a window of the shortest
+// literal's length m slides by how far the hash of its last bytes allows).
+// Each candidate is then checked exactly: the literals are keyed by their
+// first min(length, 8) bytes in one hash table, so a check is one probe per
+// distinct key length the candidate's buckets hold, then a comparison of
+// the bytes past the eighth.
 //
 // Empty literals are dropped. Immutable after construction; scanners are
 // per thread.
@@ -34,9 +40,7 @@ class MultiLiteralMatcher final : public Matcher {
 
   size_t literalCount() const { return literals_.size(); }
 
-  // The scanner's view. shiftFor(h) is how far the window may move when its
-  // last block hashes to h; candidates(h) the literal indices to check when
-  // that is 0.
+  // The scanner's view.
   struct Tables;
   const Tables& tables() const { return *tables_; }
   bool caseInsensitive() const { return caseInsensitive_; }
