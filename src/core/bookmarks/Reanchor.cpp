@@ -20,6 +20,18 @@ std::optional<uint64_t> lineHashAt(const document::DocumentSnapshot& snapshot, i
   return lineTextHash(text);
 }
 
+Sidecar sidecarFor(SidecarFile file, const std::vector<Bookmark>& bookmarks,
+                   std::vector<SidecarBookmark> lost, std::string notes,
+                   const document::DocumentSnapshot& snapshot) {
+  Sidecar sidecar{.file = std::move(file), .lost = std::move(lost), .notes = std::move(notes)};
+  sidecar.bookmarks.reserve(bookmarks.size());
+  for (const Bookmark& mark : bookmarks) {
+    if (const auto hash = lineHashAt(snapshot, mark.line))
+      sidecar.bookmarks.push_back({mark.line, *hash, mark.note});
+  }
+  return sidecar;
+}
+
 ReanchorResult reanchor(const Sidecar& sidecar, bool unchanged, const document::DocumentSnapshot& snapshot,
                         const std::function<bool()>& cancelled) {
   ReanchorResult result;

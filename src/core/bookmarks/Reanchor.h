@@ -20,6 +20,13 @@ inline constexpr int64_t kHashedLineBytes = 4096;
 // break); none past the last line.
 std::optional<uint64_t> lineHashAt(const document::DocumentSnapshot& snapshot, int64_t line);
 
+// The sidecar to write for `bookmarks` (ascending) on the snapshot's lines,
+// each with its line's hash; bookmarks past the snapshot's end are dropped.
+// Any thread.
+Sidecar sidecarFor(SidecarFile file, const std::vector<Bookmark>& bookmarks,
+                   std::vector<SidecarBookmark> lost, std::string notes,
+                   const document::DocumentSnapshot& snapshot);
+
 struct ReanchorResult {
   std::vector<Bookmark> bookmarks;    // ascending lines
   std::vector<SidecarBookmark> lost;  // not found again; kept for the panel and the sidecar

@@ -22,11 +22,9 @@ std::string numberedLines(int from, int to) {
 // A sidecar for `path` with bookmarks on `lines`, hashed from the file as it is.
 Sidecar sidecarOf(const fs::path& path, const std::vector<int64_t>& lines, const std::string& note = "") {
   Opened opened(document::fileBytes(path), false);
-  Sidecar sidecar{.file = describeFile(path.string()).value()};
-  for (const int64_t line : lines) {
-    sidecar.bookmarks.push_back({line, lineHashAt(opened.doc->snapshot(), line).value(), note});
-  }
-  return sidecar;
+  std::vector<Bookmark> marks;
+  for (const int64_t line : lines) marks.push_back({line, note});
+  return sidecarFor(describeFile(path.string()).value(), marks, {}, "", opened.doc->snapshot());
 }
 
 ReanchorResult reanchorAgainst(const FoundSidecar& found, const std::string& text) {
