@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "BookmarksCommand.h"
 #include "CompareCommand.h"
 #include "CsvCommand.h"
 #include "FilterCommand.h"
@@ -107,6 +108,23 @@ constexpr std::array kCommands = {
             "  --json         one JSON object with the shown lines\n"
             "exit status: 0 a line is shown, 1 none, 2 error, 130 interrupted\n",
             &runFilter},
+    Command{
+        "bookmarks", "[--add LINE]... [--note TEXT] [--remove LINE]... [--json] FILE",
+        "list a file's bookmarks, or add and remove some, in the sidecar the editor reads",
+        "  --add LINE     bookmark LINE (1-based; repeatable)\n"
+        "  --note TEXT    the note of the lines added\n"
+        "  --remove LINE  remove the bookmark of LINE (repeatable)\n"
+        "  --json         one JSON object\n"
+        "Sidecars live under $XDG_DATA_HOME/Quorin/sidecars; bookmarks of a changed file follow their text.\n"
+        "exit status: 0 done, 2 error, 130 interrupted\n",
+        &runBookmarks},
+    Command{"report", "[-o OUT] [--html] [--context N] FILE",
+            "write the incident report of FILE: its notes, bookmarks, their times and lines",
+            "  -o OUT         write to OUT (atomically) instead of standard output\n"
+            "  --html         one HTML page (also when OUT ends in .html); Markdown otherwise\n"
+            "  --context N    also N lines before and after each bookmark (0 to 50)\n"
+            "exit status: 0 done, 2 error, 130 interrupted\n",
+            &runReport},
     Command{"follow", "[--from-start] [--json] FILE",
             "print what is appended to FILE as it arrives (like tail -F)",
             "  --from-start  print the file's present content first\n"

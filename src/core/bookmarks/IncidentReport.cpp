@@ -97,9 +97,13 @@ IncidentReport gatherReport(const ReportSources& sources, std::string fileName,
                             const std::vector<Bookmark>& bookmarks, std::vector<SidecarBookmark> lost,
                             std::string notes) {
   const auto& snapshot = *sources.snapshot;
+  // A file ending in a line break has no line after it, whatever the index counts.
+  int64_t lineCount = snapshot.lines.lineCount();
+  const auto lastByte = snapshot.text.byte(snapshot.text.totalLength() - 1);
+  if (lineCount > 1 && lastByte && (*lastByte == '\n' || *lastByte == '\r')) --lineCount;
   IncidentReport report{.fileName = std::move(fileName),
                         .fileBytes = snapshot.text.totalLength(),
-                        .lineCount = snapshot.lines.lineCount(),
+                        .lineCount = lineCount,
                         .notes = std::move(notes),
                         .lost = std::move(lost),
                         .written = nowUtc()};

@@ -44,10 +44,12 @@ std::string fenceFor(const std::vector<std::string>& lines) {
 
 std::vector<std::string> contextRows(const ReportBookmark& mark) {
   std::vector<std::string> rows;
+  const int64_t lastLine = mark.after.empty() ? mark.line.line : mark.after.back().line;
+  const size_t width = numbered(lastLine).size();
   const auto row = [&](const ReportLine& line, bool marked) {
-    std::string number = numbered(line.line);
-    rows.push_back(std::string(marked ? "> " : "  ") +
-                   std::string(number.size() < 12 ? 12 - number.size() : 0, ' ') + number + "  " + line.text);
+    const std::string number = numbered(line.line);
+    rows.push_back(std::string(marked ? "> " : "  ") + std::string(width - number.size(), ' ') + number +
+                   "  " + line.text);
   };
   for (const auto& line : mark.before) row(line, false);
   row(mark.line, true);

@@ -26,7 +26,8 @@ TEST(IncidentReport, HoldsNotesLinkedLinesAndBookmarksWithContextAndEscapesWhatU
   const auto report = gatherReport(sources, "/var/log/app.log", {{1, "look <here>"}, {3, "the first error"}},
                                    {{9, 0, "was the restart"}}, "# What happened\nSee " + link + "\n");
   EXPECT_EQ(report.firstTime, "12:00:00");
-  EXPECT_EQ(report.lastTime, "12:00:04");  // the empty line after the last break
+  EXPECT_EQ(report.lineCount, 4);  // not the empty line after the last break
+  EXPECT_EQ(report.lastTime, "12:00:03");
   ASSERT_EQ(report.linkedLines.size(), 1u);
   EXPECT_EQ(report.linkedLines[0].line, 3);
   ASSERT_EQ(report.bookmarks.size(), 2u);
@@ -38,7 +39,7 @@ TEST(IncidentReport, HoldsNotesLinkedLinesAndBookmarksWithContextAndEscapesWhatU
   EXPECT_TRUE(contains(md, "- Bookmarks: 2 (1 lost)\n"));
   EXPECT_TRUE(contains(md, "### Line 2 · 12:00:01\n\n> look <here>\n"));
   EXPECT_TRUE(contains(md, "\n````text\n"));  // longer than the backticks inside
-  EXPECT_TRUE(contains(md, ">            2  12:00:01 <script>"));
+  EXPECT_TRUE(contains(md, "> 2  12:00:01 <script>"));
   EXPECT_TRUE(contains(md, "- Line 10: was the restart\n"));
 
   const std::string html = reportHtml(report);
