@@ -90,7 +90,10 @@ std::optional<FoundSidecar> SidecarStore::find(const SidecarFile& file) const {
   std::error_code ec;
   std::vector<fs::path> byInode, byPath, others;
   const std::string prefix = prefixOf(file);
-  const std::string suffix = "-" + pathTag(file.path) + ".json";
+  // Appended piece by piece: g++ 12 warns falsely (-Wrestrict) on "-" + tag + ".json".
+  std::string suffix = "-";
+  suffix += pathTag(file.path);
+  suffix += ".json";
   for (const auto& entry : fs::directory_iterator(directory_, ec)) {
     const std::string name = entry.path().filename().string();
     if (!entry.is_regular_file(ec) || !name.ends_with(".json")) continue;
