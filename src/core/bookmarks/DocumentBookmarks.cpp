@@ -58,6 +58,12 @@ void DocumentBookmarks::replaceAll(const std::vector<Bookmark>& bookmarks) {
   changed();
 }
 
+void DocumentBookmarks::setNotes(std::string notes) {
+  if (notes == notes_) return;
+  notes_ = std::move(notes);
+  changed();
+}
+
 std::shared_ptr<const BookmarkChange> DocumentBookmarks::edited(std::span<const LineSplice> splices) {
   auto change = std::make_shared<BookmarkChange>();
   int64_t shift = 0;  // what the splices above did to the lines: before = now − shift

@@ -38,6 +38,12 @@ class DocumentBookmarks final : public document::LineAnchors {
   // Replaces every bookmark (a sidecar read back, the command line).
   void replaceAll(const std::vector<Bookmark>& bookmarks);
 
+  // The incident notes (Markdown) kept with the bookmarks in the sidecar;
+  // changing them calls the change handler. Notes do not move with edits:
+  // their links name lines as they were when written.
+  const std::string& notes() const { return notes_; }
+  void setNotes(std::string notes);
+
   bool empty() const override { return set_.empty(); }
   std::shared_ptr<const persistence::BookmarkChange> edited(
       std::span<const document::LineSplice> splices) override;
@@ -51,6 +57,7 @@ class DocumentBookmarks final : public document::LineAnchors {
   void changed() const;
 
   BookmarkSet set_;
+  std::string notes_;
   std::function<void()> onChange_;
 };
 
