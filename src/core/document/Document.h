@@ -135,6 +135,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // The user's preference (default on).
   void setInPlaceSaveEnabled(bool enabled) { saver_->setInPlaceEnabled(enabled); }
 
+  // The crash-recovery journal's recorder (null: none).
+  void setEditRecorder(std::shared_ptr<EditRecorder> recorder) { recorder_ = std::move(recorder); }
   // Per-line state (the bookmarks) that follows edits and comes back with undo; null detaches it.
   void setLineAnchors(std::shared_ptr<LineAnchors> anchors) { anchors_ = std::move(anchors); }
   const std::shared_ptr<LineAnchors>& lineAnchors() const { return anchors_; }
@@ -205,6 +207,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   };
   char lineTerminatorByte() const;
   bool tracksLines(const persistence::UndoEntry* entry) const;
+  // Hands an applied history entry (one edit, or an ascending run applied in bulk) to the recorder.
+  void recordHistory(const persistence::UndoEntry& entry, bool undoing);
   int64_t breaksIn(std::string_view bytes) const;
   int64_t breaksInRange(const storage::PieceTableSnapshot& text, storage::ByteRange range) const;
   void locate(std::span<SiteLines> sites) const;
@@ -227,6 +231,7 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   std::unique_ptr<persistence::UndoStore> undo_;
   std::shared_ptr<persistence::CompactionScheduler> compaction_;
   std::shared_ptr<LineAnchors> anchors_;
+  std::shared_ptr<EditRecorder> recorder_;
   std::map<int, std::function<void(const DocumentChange&)>> listeners_;
   int nextListenerToken_ = 1;
   std::function<void(const storage::LineIndexProgress&)> progressHandler_;

@@ -93,6 +93,10 @@ std::expected<EditOutcome, EditRefusal> Document::replace(ByteRange range, std::
   const EditResult edit = table_->replace(range, bytes);
   if (edit.bytesRemoved == 0 && edit.bytesInserted == 0) return EditOutcome{edit, true};
   index_->apply(edit);
+  if (recorder_) {
+    const RecordedSite site{edit.docByteStart, edit.bytesRemoved, bytes};
+    recorder_->recorded({&site, 1});
+  }
   if (!splices.empty()) {
     auto change = anchors_->edited(splices);
     if (entry) entry->bookmarks = std::move(change);
@@ -173,6 +177,7 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(
   int64_t spanStart = -1;
   int64_t spanEnd = 0;
   SharedBytes lastInserted;
+  std::vector<RecordedSite> recorded;
   const int64_t lengthBefore = table_->totalLength() - bulk.netByteDelta;
   for (size_t i = 0; i < sites.size(); ++i) {
     if (!bulk.siteApplied[i]) continue;
@@ -186,9 +191,11 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(
       batch.batchSubEdits.push_back(
           {.docOffsetAtEdit = start + shift, .originalBytes = originals[i], .insertedBytes = lastInserted});
     }
+    if (recorder_) recorded.push_back({start + shift, end - start, site.bytes});
     shift += static_cast<int64_t>(site.bytes.size()) - (end - start);
   }
   batch.docOffsetAtEdit = spanStart;
+  if (recorder_) recorder_->recorded(recorded);
 
   bool restarted = false;
   const EditResult edit = afterBulkEdit(bulk, spanStart, spanEnd, restarted);
@@ -283,6 +290,7 @@ void Document::applyInverse(const UndoEntry& entry) {
     const int64_t at = entry.docOffsetAtEdit;
     const EditResult edit = table_->replace({at, at + entry.insertedLength()}, bytesOf(entry.originalBytes));
     index_->apply(edit);
+    recordHistory(entry, true);
     if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->undone(splices, entry.bookmarks.get());
     notify({.kind = DocumentChange::Kind::undo, .edit = edit, .lineIndexRestarted = false});
     return;
@@ -302,6 +310,7 @@ void Document::applyInverse(const UndoEntry& entry) {
   const auto bulk = table_->applyBulkEdits(sites);
   bool restarted = false;
   const EditResult edit = afterBulkEdit(bulk, sites.front().range.start, sites.back().range.end, restarted);
+  recordHistory(entry, true);
   if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->undone(splices, entry.bookmarks.get());
   notify({.kind = DocumentChange::Kind::undo, .edit = edit, .lineIndexRestarted = restarted});
 }
@@ -312,6 +321,7 @@ void Document::applyForward(const UndoEntry& entry) {
     const int64_t at = entry.docOffsetAtEdit;
     const EditResult edit = table_->replace({at, at + entry.removedLength()}, bytesOf(entry.insertedBytes));
     index_->apply(edit);
+    recordHistory(entry, false);
     if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->redone(splices, entry.bookmarks.get());
     notify({.kind = DocumentChange::Kind::redo, .edit = edit, .lineIndexRestarted = false});
     return;
@@ -334,6 +344,7 @@ void Document::applyForward(const UndoEntry& entry) {
   const auto bulk = table_->applyBulkEdits(sites);
   bool restarted = false;
   const EditResult edit = afterBulkEdit(bulk, sites.front().range.start, sites.back().range.end, restarted);
+  recordHistory(entry, false);
   if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->redone(splices, entry.bookmarks.get());
   notify({.kind = DocumentChange::Kind::redo, .edit = edit, .lineIndexRestarted = restarted});
 }

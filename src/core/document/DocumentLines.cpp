@@ -1,7 +1,8 @@
-// Edits seen as lines, for the per-line state that follows the text (the
-// bookmarks): which line each edit starts on and how many line breaks it
-// removed and inserted. Counted only while that state is not empty, so a
-// document without bookmarks pays nothing per keystroke.
+// Edits seen by what follows the document from outside its text: as lines,
+// for the per-line state that moves with it (the bookmarks: which line each
+// edit starts on, how many line breaks it removed and inserted; counted only
+// while that state is not empty, so a document without bookmarks pays
+// nothing per keystroke), and as sites for the crash-recovery recorder.
 
 #include <algorithm>
 #include <array>
@@ -95,6 +96,30 @@ std::vector<LineSplice> Document::splicesOfHistory(const UndoEntry& entry, bool 
   }
   locate(sites);
   return splicesOf(sites, undoing);
+}
+
+void Document::recordHistory(const UndoEntry& entry, bool undoing) {
+  if (!recorder_) return;
+  // Undoing puts each edit's original bytes back where its text is now. In
+  // an ascending run, the edits before one, already undone, have moved it
+  // by what they removed less what they had inserted: recorded in document
+  // order, the sites stay an ascending run that replays in one pass.
+  std::vector<RecordedSite> sites;
+  int64_t shift = 0;
+  const std::span<const UndoEntry> edits =
+      entry.isBatch ? std::span<const UndoEntry>(entry.batchSubEdits) : std::span<const UndoEntry>();
+  for (const UndoEntry& e : edits) {
+    sites.push_back(undoing
+                        ? RecordedSite{e.docOffsetAtEdit + shift, e.insertedLength(), viewOf(e.originalBytes)}
+                        : RecordedSite{e.docOffsetAtEdit, e.removedLength(), viewOf(e.insertedBytes)});
+    if (undoing) shift += e.removedLength() - e.insertedLength();
+  }
+  if (!entry.isBatch) {
+    sites.push_back(
+        undoing ? RecordedSite{entry.docOffsetAtEdit, entry.insertedLength(), viewOf(entry.originalBytes)}
+                : RecordedSite{entry.docOffsetAtEdit, entry.removedLength(), viewOf(entry.insertedBytes)});
+  }
+  recorder_->recorded(sites);
 }
 
 }  // namespace quorin::document

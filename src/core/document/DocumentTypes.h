@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
@@ -17,6 +18,7 @@
 #include "persistence/VolumeInfo.h"
 #include "storage/ByteRange.h"
 #include "storage/EditResult.h"
+#include "storage/FileIdentity.h"
 #include "storage/LargeFileOpenMode.h"
 #include "storage/LineIndexOptions.h"
 #include "storage/LineIndexSnapshot.h"
@@ -115,6 +117,32 @@ class LineAnchors {
   virtual std::shared_ptr<const persistence::BookmarkChange> edited(std::span<const LineSplice> splices) = 0;
   virtual void undone(std::span<const LineSplice> splices, const persistence::BookmarkChange* change) = 0;
   virtual void redone(std::span<const LineSplice> splices, const persistence::BookmarkChange* change) = 0;
+};
+
+// One edit as the document hands it to its recorder: at `offset` (in the
+// text as the sites before it left it), `removed` bytes went and
+// `inserted` came. The view is valid during the call only.
+struct RecordedSite {
+  int64_t offset = 0;
+  int64_t removed = 0;
+  std::string_view inserted;
+};
+
+// Keeps what the user did since the last save (the crash-recovery journal).
+// The document calls it on the main thread: after every edit, undo and redo
+// and the bytes a followed file grew by (`recorded`), when a save takes its
+// snapshot (`saveStarted`) and when the save has reached its commit point
+// (`saved`, with the file's new identity and path; `unchanged` when no edit
+// came in between), and when the text was read again from the file
+// (`textReplaced`).
+class EditRecorder {
+ public:
+  virtual ~EditRecorder() = default;
+  virtual void recorded(std::span<const RecordedSite> sites) = 0;
+  virtual void saveStarted() = 0;
+  virtual void saved(const std::optional<storage::FileIdentity>& identity, const std::string& path,
+                     bool unchanged) = 0;
+  virtual void textReplaced() = 0;
 };
 
 // What happened to the file on disk, for the application to show.
