@@ -132,11 +132,14 @@ constexpr std::array kCommands = {
             "Truncation, rotation and deletion are told on stderr; deletion ends the command.\n"
             "exit status: 0 the file was deleted, 2 error, 130 interrupted (Ctrl+C is the usual way out)\n",
             &runFollow},
-    Command{"recover", "[--restore|--discard] [--json] [JOURNAL...]",
-            "list the journals of interrupted saves; restore or discard them",
-            "  --restore  write the bytes from before the interrupted save back\n"
-            "  --discard  delete the journal, leaving the file as it is\n"
-            "  --json     one JSON object\n"
+    Command{"recover", "[--restore|--discard] [--unsaved [--restore-to PATH]] [--json] [JOURNAL...]",
+            "list the journals of interrupted saves and of unsaved edits; restore or discard them",
+            "  --restore          write the bytes from before the interrupted save back\n"
+            "  --discard          delete the journal, leaving the file as it is\n"
+            "  --unsaved          list the journals of unsaved edits a crash left instead\n"
+            "  --restore-to PATH  write the text a journal of unsaved edits rebuilds to the new file PATH\n"
+            "                     (the edited file itself is never touched)\n"
+            "  --json             one JSON object\n"
             "Without JOURNAL: every pending journal in the scratch directory.\n"
             "exit status: 0 done, 2 a journal could not be read or restored\n",
             &runRecover},
