@@ -81,7 +81,7 @@ int restoreTo(const fs::path& journalPath, const fs::path& target, std::ostream&
       err << "quorin-cli: --restore-to must name a new file, not the journal's own file\n";
       return kExitFailure;
     }
-    if (h.encoding != "utf8" && h.encoding != "ascii") {
+    if (h.encoding != "utf8" && h.encoding != "utf8WithBOM") {
       err << "quorin-cli: the document was converted from " << h.encoding
           << " when opened; restore it in the editor\n";
       return kExitFailure;
