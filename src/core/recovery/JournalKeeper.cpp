@@ -56,6 +56,7 @@ void JournalKeeper::pause(const JournalWriteError& error) {
 
 bool JournalKeeper::ensureJournal() {
   if (journal_) return true;
+  if (paused_) return options_.text && textIsOverBase_ && startFromText();
   auto created = RecoveryJournal::create(options_.directory, options_.header, io_);
   if (!created) {
     pause(created.error());
@@ -63,23 +64,54 @@ bool JournalKeeper::ensureJournal() {
   }
   journal_ = std::move(*created);
   bytesAtSaveStart_ = -1;
-  if (paused_ && options_.text) {
-    // Resuming: the edits so far, from the text itself.
-    const auto sites = sitesFromPieces(options_.text());
-    std::vector<SiteView> views;
-    for (const JournalSite& s : sites) views.push_back({s.offset, s.removed, s.inserted});
-    if (auto written = journal_->append(views); !written) {
-      journal_->discard();
-      pause(written.error());
-      return false;
-    }
-  }
   if (paused_) {
     paused_ = false;
     status_.clear();
     if (options_.onStatus) options_.onStatus(status_);
   }
   return true;
+}
+
+bool JournalKeeper::startFromText() {
+  auto created = RecoveryJournal::create(options_.directory, options_.header, io_);
+  if (!created) {
+    pause(created.error());
+    return false;
+  }
+  const auto sites = sitesFromPieces(options_.text());
+  std::vector<SiteView> views;
+  views.reserve(sites.size());
+  for (const JournalSite& s : sites) views.push_back({s.offset, s.removed, s.inserted});
+  if (auto written = created->append(views); !written) {
+    created->discard();
+    pause(written.error());
+    return false;
+  }
+  // Only now that the new one holds everything may the old one go.
+  if (journal_) journal_->discard();
+  journal_ = std::move(*created);
+  bytesAtSaveStart_ = -1;
+  if (paused_) {
+    paused_ = false;
+    status_.clear();
+    if (options_.onStatus) options_.onStatus(status_);
+  }
+  return true;
+}
+
+void JournalKeeper::compactIfLarge() {
+  if (!journal_ || !options_.text || !textIsOverBase_ ||
+      journal_->bytesWritten() <= options_.compactAboveBytes) {
+    return;
+  }
+  // A save in flight counts on the records after its mark: compact after it.
+  if (bytesAtSaveStart_ >= 0) return;
+  int64_t appended = 0;
+  const auto text = options_.text();
+  for (const storage::Piece& piece : text.pieces()) {
+    if (piece.source == storage::PieceSource::append) appended += piece.length;
+  }
+  if (journal_->bytesWritten() > 2 * appended + options_.compactAboveBytes / 2) startFromText();
 }
 
 void JournalKeeper::recorded(std::span<const document::RecordedSite> sites) {
@@ -93,7 +125,8 @@ void JournalKeeper::recorded(std::span<const document::RecordedSite> sites) {
   std::vector<SiteView> views;
   views.reserve(sites.size());
   for (const auto& site : sites) views.push_back({site.offset, site.removed, site.inserted});
-  if (auto written = journal_->append(views); !written) pause(written.error());
+  if (auto written = journal_->append(views); !written) return pause(written.error());
+  compactIfLarge();
 }
 
 void JournalKeeper::saveStarted() { bytesAtSaveStart_ = journal_ ? journal_->bytesWritten() : -1; }
@@ -110,6 +143,7 @@ void JournalKeeper::saved(const std::optional<storage::FileIdentity>& identity, 
     header.mtimeSeconds = identity->mtimeSeconds;
     header.mtimeNanos = identity->mtimeNanoseconds;
   }
+  textIsOverBase_ = unchanged;
   if (unchanged || !journal_ || bytesAtSaveStart_ < 0) {
     end();
     return;
@@ -132,7 +166,10 @@ void JournalKeeper::saved(const std::optional<storage::FileIdentity>& identity, 
   if (auto written = journal_->appendRaw(tail); !written) pause(written.error());
 }
 
-void JournalKeeper::textReplaced() { end(); }
+void JournalKeeper::textReplaced() {
+  textIsOverBase_ = true;
+  end();
+}
 
 void JournalKeeper::end() {
   if (journal_) journal_->discard();

@@ -24,7 +24,11 @@ std::vector<JournalSite> sitesFromPieces(const storage::PieceTableSnapshot& text
 // save, when there were some), on a reload, and when the document closes.
 // A failed write pauses recording with a status ("Crash recovery paused: "
 // and the reason); the next edit tries again with a fresh journal that
-// starts from the whole edited text as edits of the base.
+// starts from the whole edited text as edits of the base. The same fresh
+// start compacts a journal that has grown far past what the text's edits
+// need (typing and undoing for hours). Both need the document's text to
+// lie over the journal's base; after a save that edits overtook it lies
+// over the old file, and a pause lasts until the next save.
 //
 // Thread-safety: main thread only, like the document that calls it.
 class JournalKeeper final : public document::EditRecorder {
@@ -40,6 +44,9 @@ class JournalKeeper final : public document::EditRecorder {
     persistence::FileIo* io = nullptr;                 // null: the system's
     std::function<void(const std::string&)> onStatus;  // paused / resumed
     std::function<Clock::time_point()> now;            // null: the clock
+    // A journal past this many bytes, and more than twice what the text's
+    // own edits would take, is rewritten as those edits (needs `text`).
+    int64_t compactAboveBytes = int64_t{64} << 20;
   };
   explicit JournalKeeper(Options options);
 
@@ -60,6 +67,9 @@ class JournalKeeper final : public document::EditRecorder {
 
  private:
   bool ensureJournal();
+  // Starts a fresh journal holding the text as edits of its base.
+  bool startFromText();
+  void compactIfLarge();
   void pause(const JournalWriteError& error);
   void end();
 
@@ -67,6 +77,10 @@ class JournalKeeper final : public document::EditRecorder {
   persistence::FileIo& io_;
   std::optional<RecoveryJournal> journal_;
   bool paused_ = false;
+  // The document's original buffer is the journal's base, so its pieces
+  // spell the edits (not after a save that edits overtook, which left the
+  // text over the old file until the next save).
+  bool textIsOverBase_ = true;
   int64_t bytesAtSaveStart_ = -1;  // the journal's length when a save took its snapshot
   std::optional<Clock::time_point> lastEdit_;
   std::optional<Clock::time_point> lastFlush_;
