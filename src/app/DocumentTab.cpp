@@ -108,6 +108,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
                       .arg(QFileInfo(path()).fileName(), encodingText());
   startLogIndex();
   connectOverviewStrip(overview_, this);
+  startCrashRecovery();
 }
 
 bool DocumentTab::looksBinary() const {
@@ -121,6 +122,10 @@ bool DocumentTab::looksBinary() const {
 }
 
 DocumentTab::~DocumentTab() {
+  // Closed: saved, or its edits given up when the user was asked. Only a
+  // crash leaves a journal behind.
+  if (journal_) journal_->closed();
+  doc_->setEditRecorder(nullptr);
   // The panels talk to the view as they go: they go first.
   delete find_;
   delete goTo_;

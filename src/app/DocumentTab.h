@@ -13,8 +13,10 @@
 #include "jobs/JobRegistry.h"
 #include "logs/LogIndex.h"
 #include "logs/SeverityRules.h"
+#include "recovery/JournalKeeper.h"
 
 class QStackedWidget;
+class QTimer;
 class QVBoxLayout;
 
 namespace quorin::app {
@@ -108,6 +110,13 @@ class DocumentTab : public QWidget {
   // The time-out notice of the last evaluation, if it ran out of time.
   QString filterNotice() const;
 
+  // Crash recovery (DocumentTabRecovery.cpp): the journal of this document's
+  // unsaved edits while it has some; empty when none.
+  QString recoveryJournalPath() const;
+  // Applies a journal's records to the document as one undo step (the
+  // document then shows modified); the reason when they do not fit.
+  std::optional<QString> applyRecoveredEdits(const std::vector<recovery::JournalRecord>& records);
+
  signals:
   void statusMessage(const QString& text);
   // Title, modified state, index progress or following changed.
@@ -139,6 +148,7 @@ class DocumentTab : public QWidget {
   void filterLinesCounted(bool complete);
   void filterLogDataChanged();
   void filterPublished(std::shared_ptr<const filter::FilterProjection> projection);
+  void startCrashRecovery();
 
   std::shared_ptr<document::Document> doc_;
   dispatch::MainQueue& mainQueue_;
@@ -175,6 +185,10 @@ class DocumentTab : public QWidget {
   bool filterStarted_ = false;      // the live filter evaluates filterOptions_ (else it is stale)
   bool filterTrailsLines_ = false;  // started while the line index was counting
   bool filterHasWholeLog_ = false;  // started with the complete log index
+
+  // Crash recovery.
+  std::shared_ptr<recovery::JournalKeeper> journal_;
+  QTimer* journalTimer_ = nullptr;
 };
 
 }  // namespace quorin::app

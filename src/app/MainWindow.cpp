@@ -23,6 +23,7 @@
 #include "app/DocumentTab.h"
 #include "app/LargeFileDialog.h"
 #include "app/WindowSupport.h"
+#include "app/bookmarks/NotesPanel.h"
 #include "app/compare/CompareWindow.h"
 #include "app/find/FindBar.h"
 #include "app/goto/GoToField.h"
@@ -55,6 +56,7 @@ MainWindow::MainWindow(dispatch::MainQueue& mainQueue, QWidget* parent)
   connect(tabs_, &QTabWidget::tabCloseRequested, this, [this](int index) { closeTab(index); });
   connect(tabs_, &QTabWidget::currentChanged, this, &MainWindow::currentTabChanged);
   createMenus();
+  createAnnotateMenu();
   createStatusBar();
   updateActions();
   resize(1100, 760);
@@ -155,6 +157,7 @@ void MainWindow::chooseAndOpenFile() {
 
 void MainWindow::addTab(DocumentTab* tab) {
   tab->document().setInPlaceSaveEnabled(inPlaceSavePreference());
+  applyMarkers(tab);
   const int index = tabs_->addTab(tab, tab->title());
   tabs_->setTabToolTip(index, tab->path());
   connect(tab, &DocumentTab::statusMessage, this, [this, tab](const QString& text) {
@@ -192,6 +195,7 @@ void MainWindow::currentTabChanged() {
   DocumentTab* tab = currentTab();
   setWindowTitle(tab ? tr("%1 — Quorin").arg(tab->title()) : QStringLiteral("Quorin"));
   timeline_->showTab(tab);
+  notes_->showTab(tab);
   updateStatus();
   updateActions();
 }

@@ -17,6 +17,7 @@ class QTabWidget;
 namespace quorin::app {
 
 class DocumentTab;
+class NotesPanel;
 class TimelinePanel;
 
 // Whether a restored session entry asks for an open mode again: the file is above the fast-open
@@ -50,6 +51,12 @@ class MainWindow : public QMainWindow {
   DocumentTab* currentTab() const;
   QTabWidget* tabs() const { return tabs_; }
   TimelinePanel* timeline() const { return timeline_; }
+  NotesPanel* notesPanel() const { return notes_; }
+  // Annotate ▸ Mark Selection: the selected text becomes a marker in the next free colour, in every tab.
+  void markSelection();
+  // The stored markers, compiled for one tab's view; for every tab of every window after a change.
+  void applyMarkers(DocumentTab* tab);
+  static void applyMarkersEverywhere();
   dispatch::MainQueue& mainQueue() const { return mainQueue_; }
   DocumentTab* tabAt(int index) const;
   int tabCount() const;
@@ -94,6 +101,8 @@ class MainWindow : public QMainWindow {
   // The Filter menu (MainWindowFilter.cpp): the bar, rules from the find text, the master switch,
   // extracting the shown lines, named filters.
   void createFilterMenu();
+  // The Annotate menu and the notes panel (MainWindowAnnotate.cpp).
+  void createAnnotateMenu();
   void fillNamedFiltersMenu(QMenu* menu);
   void extractShownLines(int where);  // 0: a new document, 1: a file, 2: the clipboard
   void exportFilterSet();
@@ -113,6 +122,7 @@ class MainWindow : public QMainWindow {
   dispatch::MainQueue& mainQueue_;
   QTabWidget* tabs_;
   TimelinePanel* timeline_;
+  NotesPanel* notes_ = nullptr;
   QMenu* recentMenu_ = nullptr;
   QAction* saveAction_ = nullptr;
   QAction* saveAsAction_ = nullptr;

@@ -6,6 +6,7 @@
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
 #include "app/RecoveryPrompts.h"
+#include "app/UnsavedRecovery.h"
 #include "dispatch/WorkerPool.h"
 #include "storage/ScratchDirectory.h"
 
@@ -39,6 +40,9 @@ int main(int argc, char** argv) {
   // Once the loop runs, so that alerts have a visible window to sit on.
   QTimer::singleShot(0, window, [window, files] {
     quorin::app::examinePendingJournals([window](const quorin::persistence::RecoveryPrompt& prompt) {
+      return quorin::app::showRecoveryPrompt(prompt, window);
+    });
+    quorin::app::examineUnsavedJournals(window, [window](const quorin::persistence::RecoveryPrompt& prompt) {
       return quorin::app::showRecoveryPrompt(prompt, window);
     });
     if (files.isEmpty()) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "BookmarksCommand.h"
 #include "CompareCommand.h"
 #include "CsvCommand.h"
 #include "FilterCommand.h"
@@ -107,6 +108,23 @@ constexpr std::array kCommands = {
             "  --json         one JSON object with the shown lines\n"
             "exit status: 0 a line is shown, 1 none, 2 error, 130 interrupted\n",
             &runFilter},
+    Command{
+        "bookmarks", "[--add LINE]... [--note TEXT] [--remove LINE]... [--json] FILE",
+        "list a file's bookmarks, or add and remove some, in the sidecar the editor reads",
+        "  --add LINE     bookmark LINE (1-based; repeatable)\n"
+        "  --note TEXT    the note of the lines added\n"
+        "  --remove LINE  remove the bookmark of LINE (repeatable)\n"
+        "  --json         one JSON object\n"
+        "Sidecars live under $XDG_DATA_HOME/Quorin/sidecars; bookmarks of a changed file follow their text.\n"
+        "exit status: 0 done, 2 error, 130 interrupted\n",
+        &runBookmarks},
+    Command{"report", "[-o OUT] [--html] [--context N] FILE",
+            "write the incident report of FILE: its notes, bookmarks, their times and lines",
+            "  -o OUT         write to OUT (atomically) instead of standard output\n"
+            "  --html         one HTML page (also when OUT ends in .html); Markdown otherwise\n"
+            "  --context N    also N lines before and after each bookmark (0 to 50)\n"
+            "exit status: 0 done, 2 error, 130 interrupted\n",
+            &runReport},
     Command{"follow", "[--from-start] [--json] FILE",
             "print what is appended to FILE as it arrives (like tail -F)",
             "  --from-start  print the file's present content first\n"
@@ -114,11 +132,14 @@ constexpr std::array kCommands = {
             "Truncation, rotation and deletion are told on stderr; deletion ends the command.\n"
             "exit status: 0 the file was deleted, 2 error, 130 interrupted (Ctrl+C is the usual way out)\n",
             &runFollow},
-    Command{"recover", "[--restore|--discard] [--json] [JOURNAL...]",
-            "list the journals of interrupted saves; restore or discard them",
-            "  --restore  write the bytes from before the interrupted save back\n"
-            "  --discard  delete the journal, leaving the file as it is\n"
-            "  --json     one JSON object\n"
+    Command{"recover", "[--restore|--discard] [--unsaved [--restore-to PATH]] [--json] [JOURNAL...]",
+            "list the journals of interrupted saves and of unsaved edits; restore or discard them",
+            "  --restore          write the bytes from before the interrupted save back\n"
+            "  --discard          delete the journal, leaving the file as it is\n"
+            "  --unsaved          list the journals of unsaved edits a crash left instead\n"
+            "  --restore-to PATH  write the text a journal of unsaved edits rebuilds to the new file PATH\n"
+            "                     (the edited file itself is never touched)\n"
+            "  --json             one JSON object\n"
             "Without JOURNAL: every pending journal in the scratch directory.\n"
             "exit status: 0 done, 2 a journal could not be read or restored\n",
             &runRecover},

@@ -10,6 +10,7 @@
 #include "Cli.h"
 #include "Json.h"
 #include "Options.h"
+#include "UnsavedCommand.h"
 #include "persistence/PatchJournal.h"
 #include "persistence/PatchJournalRecovery.h"
 
@@ -140,9 +141,11 @@ void printJson(const std::vector<Handled>& all, std::ostream& out) {
 }  // namespace
 
 int runRecover(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
-  static constexpr std::array<OptionSpec, 3> kOptions = {{{"--restore"}, {"--discard"}, {"--json"}}};
+  static constexpr std::array<OptionSpec, 5> kOptions = {
+      {{"--restore"}, {"--discard"}, {"--json"}, {"--unsaved"}, {"--restore-to", true}}};
   const auto parsed = parseCommandLine("recover", args, kOptions, 0, SIZE_MAX, err);
   if (!parsed) return kExitFailure;
+  if (parsed->has("--unsaved") || parsed->has("--restore-to")) return runUnsaved(*parsed, out, err);
   if (parsed->has("--restore") && parsed->has("--discard")) {
     printUsageError(err, "recover", "--restore and --discard exclude each other");
     return kExitFailure;

@@ -20,8 +20,9 @@ extern char** environ;
 namespace quorin::cli {
 namespace {
 
-const std::vector<std::string> kCommands = {"info", "index",  "search",  "replace", "compare", "csv",
-                                            "goto", "follow", "recover", "logs",    "filter"};
+const std::vector<std::string> kCommands = {"info",   "index",     "search", "replace", "compare",
+                                            "csv",    "goto",      "follow", "recover", "logs",
+                                            "filter", "bookmarks", "report"};
 
 TEST(EveryCommandTest, HelpPrintsUsageOptionsAndExitStatusesToStdout) {
   const Outcome tool = run({"--help"});

@@ -9,6 +9,7 @@
 #include "app/EditorSurface.h"
 #include "app/view/LogLineStyle.h"
 #include "app/view/TextLines.h"
+#include "bookmarks/Markers.h"
 #include "document/Document.h"
 #include "search/LineProjection.h"
 
@@ -47,6 +48,9 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   const std::shared_ptr<const search::LineProjection>& lineProjection() const { return projection_; }
   const search::LineProjection* shownLines() const override { return projection_.get(); }
   void refreshHighlights() override;
+  // Highlight rules drawn on the rows shown (null: none). A rule switched
+  // off for being too slow is told once through statusMessage.
+  void setMarkers(std::shared_ptr<bookmarks::CompiledMarkers> markers);
   void showStatusMessage(const QString& text) override { emit statusMessage(text); }
 
   int64_t caret() const { return caret_; }
@@ -176,6 +180,8 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   bool updatingScrollBars_ = false;
   bool selecting_ = false;
   HighlightProvider highlights_;
+  std::shared_ptr<bookmarks::CompiledMarkers> markers_;
+  size_t markerProblemsTold_ = 0;
   LogLineStyler logStyler_;
   double cellWidth_ = 8;
   double ascent_ = 10;

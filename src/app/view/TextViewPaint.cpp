@@ -2,10 +2,14 @@
 #include <QPainter>
 #include <algorithm>
 
+#include "app/bookmarks/MarkerColors.h"
 #include "app/view/TextView.h"
 
 namespace quorin::app {
 namespace {
+
+// Bytes read on either side of a long line's laid-out piece for markers.
+constexpr int64_t kMarkerMarginBytes = 256;
 
 QColor blend(const QColor& a, const QColor& b, double amountOfB) {
   return QColor::fromRgbF(static_cast<float>(a.redF() + (b.redF() - a.redF()) * amountOfB),
@@ -51,6 +55,12 @@ void TextView::setLogData(std::shared_ptr<const logs::LogIndexData> data, logs::
   const bool wasActive = logStyler_.active();
   logStyler_.setLog(std::move(data), std::move(rules));
   if (wasActive || logStyler_.active()) viewport()->update();
+}
+
+void TextView::setMarkers(std::shared_ptr<bookmarks::CompiledMarkers> markers) {
+  markers_ = std::move(markers);
+  markerProblemsTold_ = 0;
+  viewport()->update();
 }
 
 void TextView::paintEvent(QPaintEvent*) {
@@ -111,6 +121,16 @@ void TextView::paintEvent(QPaintEvent*) {
       if (throughLineEnd && to > row.contentEnd) right += cellWidth_ * 0.6;  // the selected line break
       painter.fillRect(QRectF(xOf(a), top, std::max(1.0, right - xOf(a)), rowHeight()), color);
     };
+    if (markers_ && !markers_->empty() && layout.byteAt.size() > 1) {
+      // Only the laid-out piece of a long line, and a little around it for
+      // matches that cross its edges: a gigabyte line costs what it shows.
+      const int64_t from = std::max(row.lineStart, layout.firstByte - kMarkerMarginBytes);
+      const int64_t to = std::min(row.contentEnd, layout.byteAt.back() + kMarkerMarginBytes);
+      const std::string bytes = lines_->text().readBytes({from, to}).value_or("");
+      for (const auto& span : markers_->spans(bytes, row.lineNumber.value_or(0))) {
+        tint(from + span.begin, from + span.end, markerTint(span.colour, pal), false);
+      }
+    }
     for (const auto& mark : marks) tint(mark.start, mark.end, markColor, false);
     if (selectionStart != selectionEnd) tint(selectionStart, selectionEnd, selectionColor, true);
     drawRow(painter, layout, spans, text, left, cellWidth_, hCell_, top + ascent_ + 1);
@@ -119,6 +139,17 @@ void TextView::paintEvent(QPaintEvent*) {
     }
   }
   painter.setClipping(false);
+  if (markers_) {
+    // A rule switched off while drawing is told once, after this paint.
+    size_t told = 0;
+    for (const auto& problem : markers_->problems()) {
+      if (!problem || !problem->starts_with("Marker ") || told++ < markerProblemsTold_) continue;
+      QMetaObject::invokeMethod(
+          this, [this, text = QString::fromStdString(*problem)] { emit statusMessage(text); },
+          Qt::QueuedConnection);
+    }
+    markerProblemsTold_ = std::max(markerProblemsTold_, told);
+  }
   // The gutter: line numbers where the index knows them.
   const QColor numberColor = blend(base, text, 0.45);
   // Where a filter skipped lines: a dotted rule along the top of the row

@@ -198,16 +198,27 @@ std::vector<int64_t> BookmarkSet::lines() const {
   return out;
 }
 
+std::vector<Bookmark> BookmarkSet::between(int64_t first, int64_t last) const {
+  std::vector<Bookmark> out;
+  for (auto step = next(first - 1); step && !step->wrapped && step->line <= last; step = next(step->line)) {
+    out.push_back({step->line, note(step->line).value_or("")});
+  }
+  return out;
+}
+
+void BookmarkSet::removeBetween(int64_t first, int64_t last) {
+  for (const Bookmark& gone : between(first, last)) remove(gone.line);
+}
+
 std::vector<Bookmark> BookmarkSet::applyEdit(int64_t line, int64_t removedBreaks, int64_t insertedBreaks) {
   std::vector<Bookmark> removed;
   if (blocks_.empty()) return removed;
   removedBreaks = std::max<int64_t>(removedBreaks, 0);
   insertedBreaks = std::max<int64_t>(insertedBreaks, 0);
   // The lines the edit merged into `line` lose their bookmarks.
-  for (auto step = next(line);
-       removedBreaks > 0 && step && !step->wrapped && step->line <= line + removedBreaks; step = next(line)) {
-    removed.push_back({step->line, note(step->line).value_or("")});
-    remove(step->line);
+  if (removedBreaks > 0) {
+    removed = between(line + 1, line + removedBreaks);
+    for (const Bookmark& gone : removed) remove(gone.line);
   }
   const int64_t delta = insertedBreaks - removedBreaks;
   if (delta == 0 || blocks_.empty()) return removed;

@@ -56,6 +56,10 @@ class BookmarkSet {
   std::optional<Step> next(int64_t line) const;
   std::optional<Step> previous(int64_t line) const;
 
+  // The bookmarks on lines first…last (inclusive), in order; and removing them.
+  std::vector<Bookmark> between(int64_t first, int64_t last) const;
+  void removeBetween(int64_t first, int64_t last);
+
   // Every bookmark in line order, and the lines alone (for a filter rule).
   std::vector<Bookmark> all() const;
   std::vector<int64_t> lines() const;

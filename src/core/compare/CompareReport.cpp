@@ -1,12 +1,8 @@
 #include "compare/CompareReport.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "base/ByteCount.h"
 #include "base/Errno.h"
+#include "persistence/SmallFile.h"
 
 namespace quorin::compare {
 namespace {
@@ -126,40 +122,10 @@ std::string ReportSaveError::describe() const {
 
 std::expected<void, ReportSaveError> saveReport(const std::filesystem::path& path, std::string_view text,
                                                 persistence::FileIo& io) {
-  const std::string target = path.string();
-  const std::string temporary = target + ".partial";
-  const auto fail = [&](const char* operation, const std::string& name) {
-    return std::unexpected(ReportSaveError{operation, name, errno});
-  };
-  const int fd = io.open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return fail("open", temporary);
-  size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t wrote = io.write(fd, text.data() + done, text.size() - done);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote <= 0) {
-      if (wrote == 0) errno = EIO;
-      auto error = fail("write", temporary);
-      io.close(fd);
-      ::unlink(temporary.c_str());
-      return error;
-    }
-    done += static_cast<size_t>(wrote);
-  }
-  const int synced = io.fsync(fd);
-  const int syncError = errno;
-  const int closed = io.close(fd);
-  if (synced != 0 || closed != 0) {
-    if (synced != 0) errno = syncError;
-    auto error = fail(synced != 0 ? "fsync" : "close", temporary);
-    ::unlink(temporary.c_str());
-    return error;
-  }
-  if (io.rename(temporary.c_str(), target.c_str()) != 0) {
-    auto error = fail("rename", target);
-    ::unlink(temporary.c_str());
-    return error;
-  }
+  auto written = persistence::writeFileAtomically(path, text, io);
+  if (!written)
+    return std::unexpected(
+        ReportSaveError{written.error().operation, written.error().path, written.error().error});
   return {};
 }
 

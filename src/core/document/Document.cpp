@@ -124,6 +124,7 @@ void Document::attachText(std::shared_ptr<const storage::OriginalBuffer> origina
 
 void Document::replaceText(std::shared_ptr<const storage::OriginalBuffer> original) {
   attachText(std::move(original));
+  if (recorder_) recorder_->textReplaced();
   const int64_t length = table_->totalLength();
   notify({.kind = DocumentChange::Kind::reload,
           .edit = {.docByteStart = 0,
@@ -184,11 +185,13 @@ void Document::markSaved(std::optional<storage::FileIdentity> newIdentity) {
 
 void Document::save(SaveCompletion done) {
   requireMainThread();
+  if (recorder_) recorder_->saveStarted();
   saver_->save(std::move(done));
 }
 
 void Document::saveAs(const std::string& path, SaveCompletion done) {
   requireMainThread();
+  if (recorder_) recorder_->saveStarted();
   saver_->saveAs(path, std::move(done));
 }
 
@@ -227,8 +230,13 @@ bool Document::switchToRotatedFile() {
 }
 
 bool Document::acceptFollowedBytes(std::string_view bytes) {
-  const EditResult edit = table_->insert(bytes, table_->totalLength());
+  const int64_t end = table_->totalLength();
+  const EditResult edit = table_->insert(bytes, end);
   index_->apply(edit);
+  if (recorder_) {
+    const RecordedSite site{end, 0, bytes};
+    recorder_->recorded({&site, 1});
+  }
   notify({.kind = DocumentChange::Kind::append, .edit = edit, .lineIndexRestarted = false});
   return true;
 }

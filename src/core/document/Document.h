@@ -135,6 +135,12 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   // The user's preference (default on).
   void setInPlaceSaveEnabled(bool enabled) { saver_->setInPlaceEnabled(enabled); }
 
+  // The crash-recovery journal's recorder (null: none).
+  void setEditRecorder(std::shared_ptr<EditRecorder> recorder) { recorder_ = std::move(recorder); }
+  // Per-line state (the bookmarks) that follows edits and comes back with undo; null detaches it.
+  void setLineAnchors(std::shared_ptr<LineAnchors> anchors) { anchors_ = std::move(anchors); }
+  const std::shared_ptr<LineAnchors>& lineAnchors() const { return anchors_; }
+
   // Called on the main thread after every change, in registration order.
   int addChangeListener(std::function<void(const DocumentChange&)> listener);
   void removeChangeListener(int token);
@@ -189,6 +195,27 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   void applyInverse(const persistence::UndoEntry& entry);
   void applyForward(const persistence::UndoEntry& entry);
   void notify(const DocumentChange& change);
+  // Edits as line splices for the anchors (DocumentLines.cpp). A site's
+  // offset is in the text before the edit, or in the result with the sites
+  // above it applied when offsetsInResult; its line is found before the
+  // text changes (the index's snapshots do not outlive an edit).
+  struct SiteLines {
+    int64_t offset = 0;
+    int64_t removedBreaks = 0;
+    int64_t insertedBreaks = 0;
+    std::optional<int64_t> line;  // set by locate(); none past what the index knows
+  };
+  char lineTerminatorByte() const;
+  bool tracksLines(const persistence::UndoEntry* entry) const;
+  // Hands an applied history entry (one edit, or an ascending run applied in bulk) to the recorder.
+  void recordHistory(const persistence::UndoEntry& entry, bool undoing);
+  int64_t breaksIn(std::string_view bytes) const;
+  int64_t breaksInRange(const storage::PieceTableSnapshot& text, storage::ByteRange range) const;
+  void locate(std::span<SiteLines> sites) const;
+  static std::vector<LineSplice> splicesOf(std::span<const SiteLines> sites, bool offsetsInResult);
+  // An undo entry's edits (one, or an ascending run) as splices in their forward direction, counted
+  // in the text as it is now: the result when undoing, the text before the edit when redoing.
+  std::vector<LineSplice> splicesOfHistory(const persistence::UndoEntry& entry, bool undoing) const;
   void status(const std::string& text);
   // Document state changes only on the main thread; a caller elsewhere is a bug.
   void requireMainThread() const;
@@ -203,6 +230,8 @@ class Document : public std::enable_shared_from_this<Document>, public live::Tai
   std::shared_ptr<storage::InMemoryLineIndex> index_;
   std::unique_ptr<persistence::UndoStore> undo_;
   std::shared_ptr<persistence::CompactionScheduler> compaction_;
+  std::shared_ptr<LineAnchors> anchors_;
+  std::shared_ptr<EditRecorder> recorder_;
   std::map<int, std::function<void(const DocumentChange&)>> listeners_;
   int nextListenerToken_ = 1;
   std::function<void(const storage::LineIndexProgress&)> progressHandler_;

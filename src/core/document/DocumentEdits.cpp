@@ -82,9 +82,25 @@ std::expected<EditOutcome, EditRefusal> Document::replace(ByteRange range, std::
         .cursorAfter = after,
     };
   }
+  std::vector<LineSplice> splices;
+  if (tracksLines(nullptr)) {
+    const int64_t removed = entry && entry->originalBytes ? breaksIn(*entry->originalBytes)
+                                                          : breaksInRange(table_->snapshot(), range);
+    SiteLines site{range.start, removed, breaksIn(bytes)};
+    locate({&site, 1});
+    splices = splicesOf({&site, 1}, false);
+  }
   const EditResult edit = table_->replace(range, bytes);
   if (edit.bytesRemoved == 0 && edit.bytesInserted == 0) return EditOutcome{edit, true};
   index_->apply(edit);
+  if (recorder_) {
+    const RecordedSite site{edit.docByteStart, edit.bytesRemoved, bytes};
+    recorder_->recorded({&site, 1});
+  }
+  if (!splices.empty()) {
+    auto change = anchors_->edited(splices);
+    if (entry) entry->bookmarks = std::move(change);
+  }
   return recordEdit(edit, std::move(entry), false);
 }
 
@@ -136,6 +152,17 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(
                               : persistence::sharedBytes(std::move(bytes)));
     }
   }
+  const bool tracking = tracksLines(nullptr);
+  std::vector<SiteLines> siteLines;
+  if (tracking) {
+    const auto text = table_->snapshot();
+    siteLines.reserve(sites.size());
+    for (size_t i = 0; i < sites.size(); ++i) {
+      const int64_t removed = keep ? breaksIn(*originals[i]) : breaksInRange(text, sites[i].range);
+      siteLines.push_back({sites[i].range.start, removed, breaksIn(sites[i].bytes)});
+    }
+    locate(siteLines);
+  }
   const auto bulk = table_->applyBulkEdits(sites);
   if (bulk.sitesApplied == 0) {
     // The table counts even an empty batch as a new version: the line index
@@ -150,6 +177,7 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(
   int64_t spanStart = -1;
   int64_t spanEnd = 0;
   SharedBytes lastInserted;
+  std::vector<RecordedSite> recorded;
   const int64_t lengthBefore = table_->totalLength() - bulk.netByteDelta;
   for (size_t i = 0; i < sites.size(); ++i) {
     if (!bulk.siteApplied[i]) continue;
@@ -163,13 +191,26 @@ std::expected<EditOutcome, EditRefusal> Document::replaceAll(
       batch.batchSubEdits.push_back(
           {.docOffsetAtEdit = start + shift, .originalBytes = originals[i], .insertedBytes = lastInserted});
     }
+    if (recorder_) recorded.push_back({start + shift, end - start, site.bytes});
     shift += static_cast<int64_t>(site.bytes.size()) - (end - start);
   }
   batch.docOffsetAtEdit = spanStart;
+  if (recorder_) recorder_->recorded(recorded);
 
   bool restarted = false;
   const EditResult edit = afterBulkEdit(bulk, spanStart, spanEnd, restarted);
+  std::shared_ptr<const persistence::BookmarkChange> change;
+  if (tracking) {
+    std::vector<SiteLines> applied;
+    for (size_t i = 0; i < siteLines.size(); ++i) {
+      if (bulk.siteApplied[i]) applied.push_back(siteLines[i]);
+    }
+    const auto splices = splicesOf(applied, false);
+    if (!splices.empty()) change = anchors_->edited(splices);
+  }
   if (!keep) return recordEdit(edit, std::nullopt, restarted);
+  // A batch of one edit is undone as that edit, so the change goes with it.
+  (batch.batchSubEdits.size() == 1 ? batch.batchSubEdits.front() : batch).bookmarks = std::move(change);
   return recordEdit(edit, std::move(batch), restarted);
 }
 
@@ -245,9 +286,12 @@ std::optional<TextSelection> Document::redo() {
 
 void Document::applyInverse(const UndoEntry& entry) {
   if (!entry.isBatch) {
+    const auto splices = tracksLines(&entry) ? splicesOfHistory(entry, true) : std::vector<LineSplice>();
     const int64_t at = entry.docOffsetAtEdit;
     const EditResult edit = table_->replace({at, at + entry.insertedLength()}, bytesOf(entry.originalBytes));
     index_->apply(edit);
+    recordHistory(entry, true);
+    if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->undone(splices, entry.bookmarks.get());
     notify({.kind = DocumentChange::Kind::undo, .edit = edit, .lineIndexRestarted = false});
     return;
   }
@@ -256,6 +300,7 @@ void Document::applyInverse(const UndoEntry& entry) {
     for (auto it = edits.rbegin(); it != edits.rend(); ++it) applyInverse(*it);
     return;
   }
+  const auto splices = tracksLines(&entry) ? splicesOfHistory(entry, true) : std::vector<LineSplice>();
   // Every edit's text sits where it was made: the later ones all lie after it.
   std::vector<storage::PieceTable::BulkEditSite> sites;
   sites.reserve(edits.size());
@@ -265,14 +310,19 @@ void Document::applyInverse(const UndoEntry& entry) {
   const auto bulk = table_->applyBulkEdits(sites);
   bool restarted = false;
   const EditResult edit = afterBulkEdit(bulk, sites.front().range.start, sites.back().range.end, restarted);
+  recordHistory(entry, true);
+  if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->undone(splices, entry.bookmarks.get());
   notify({.kind = DocumentChange::Kind::undo, .edit = edit, .lineIndexRestarted = restarted});
 }
 
 void Document::applyForward(const UndoEntry& entry) {
   if (!entry.isBatch) {
+    const auto splices = tracksLines(&entry) ? splicesOfHistory(entry, false) : std::vector<LineSplice>();
     const int64_t at = entry.docOffsetAtEdit;
     const EditResult edit = table_->replace({at, at + entry.removedLength()}, bytesOf(entry.insertedBytes));
     index_->apply(edit);
+    recordHistory(entry, false);
+    if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->redone(splices, entry.bookmarks.get());
     notify({.kind = DocumentChange::Kind::redo, .edit = edit, .lineIndexRestarted = false});
     return;
   }
@@ -281,6 +331,7 @@ void Document::applyForward(const UndoEntry& entry) {
     for (const UndoEntry& e : edits) applyForward(e);
     return;
   }
+  const auto splices = tracksLines(&entry) ? splicesOfHistory(entry, false) : std::vector<LineSplice>();
   // In the text before the batch, an edit sits where it was made less what the earlier ones changed.
   std::vector<storage::PieceTable::BulkEditSite> sites;
   sites.reserve(edits.size());
@@ -293,6 +344,8 @@ void Document::applyForward(const UndoEntry& entry) {
   const auto bulk = table_->applyBulkEdits(sites);
   bool restarted = false;
   const EditResult edit = afterBulkEdit(bulk, sites.front().range.start, sites.back().range.end, restarted);
+  recordHistory(entry, false);
+  if (anchors_ && (!splices.empty() || entry.bookmarks)) anchors_->redone(splices, entry.bookmarks.get());
   notify({.kind = DocumentChange::Kind::redo, .edit = edit, .lineIndexRestarted = restarted});
 }
 

@@ -124,6 +124,7 @@ void DocumentSaver::finishSave(int64_t startedAt, std::expected<SaveResult, Save
     return;
   }
   d.source_.identity = result->newIdentity;
+  if (d.recorder_) d.recorder_->saved(result->newIdentity, d.path_, d.version() == startedAt);
   const bool rewrote = result->outcome.strategy == persistence::SaveStrategy::atomicRewrite;
   d.live_->fileWritten(rewrote, false);
   if (d.version() != startedAt) {
@@ -183,6 +184,7 @@ void DocumentSaver::finishSaveAs(const std::string& path, int64_t startedAt,
   const int64_t skipped = d.live_->skippedBytes();
   d.path_ = path;
   d.source_.identity = result->newIdentity;
+  if (d.recorder_) d.recorder_->saved(result->newIdentity, d.path_, d.version() == startedAt);
   d.live_->fileWritten(true, true);
   if (skipped > 0) {
     d.status("Saved without the " + base::formatByteCount(skipped) + " that Catch Up to Live skipped");

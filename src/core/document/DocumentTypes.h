@@ -5,16 +5,20 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "dispatch/Executor.h"
 #include "dispatch/MainQueue.h"
 #include "persistence/AvailableMemoryProvider.h"
 #include "persistence/FileIo.h"
 #include "persistence/UndoCapPolicy.h"
+#include "persistence/UndoEntry.h"
 #include "persistence/VolumeInfo.h"
 #include "storage/ByteRange.h"
 #include "storage/EditResult.h"
+#include "storage/FileIdentity.h"
 #include "storage/LargeFileOpenMode.h"
 #include "storage/LineIndexOptions.h"
 #include "storage/LineIndexSnapshot.h"
@@ -85,6 +89,60 @@ struct DocumentChange {
   // The line index started again instead of taking the edit: line numbers
   // beyond its first pass are unknown until it has caught up.
   bool lineIndexRestarted = false;
+};
+
+// One edit seen as lines: on `line` (0-based), `removedBreaks` line breaks
+// went and `insertedBreaks` came; the lines below moved by the difference.
+// An edit of several sites is several splices in document order, each line
+// counted in the text as the splices before it left it.
+struct LineSplice {
+  int64_t line = 0;
+  int64_t removedBreaks = 0;
+  int64_t insertedBreaks = 0;
+  bool operator==(const LineSplice&) const = default;
+};
+
+// Per-line state that follows the text through edits, undo and redo (the
+// bookmarks). The document hands it every edit of the user's as splices,
+// before the change listeners hear of it, and keeps what edited() returns in
+// the edit's undo entry, to hand back on undo and redo with the same splices.
+// An edit on lines the line index has not reached yet is not passed on.
+// Called on the main thread only.
+class LineAnchors {
+ public:
+  virtual ~LineAnchors() = default;
+  // Nothing to move: the document skips counting lines.
+  virtual bool empty() const = 0;
+  // Returns what the edit removed or kept on its lines (null when nothing).
+  virtual std::shared_ptr<const persistence::BookmarkChange> edited(std::span<const LineSplice> splices) = 0;
+  virtual void undone(std::span<const LineSplice> splices, const persistence::BookmarkChange* change) = 0;
+  virtual void redone(std::span<const LineSplice> splices, const persistence::BookmarkChange* change) = 0;
+};
+
+// One edit as the document hands it to its recorder: at `offset` (in the
+// text as the sites before it left it), `removed` bytes went and
+// `inserted` came. The view is valid during the call only.
+struct RecordedSite {
+  int64_t offset = 0;
+  int64_t removed = 0;
+  std::string_view inserted;
+};
+
+// Keeps what the user did since the last save (the crash-recovery journal).
+// The document calls it on the main thread: after every edit, undo and redo
+// and the bytes a followed file grew by (`recorded`), when a save takes its
+// snapshot (`saveStarted`) and when the save has reached its commit point
+// (`saved`, with the file's new identity and path; `unchanged` when no edit
+// came in between), and when the text was read again from the file
+// (`textReplaced`).
+class EditRecorder {
+ public:
+  virtual ~EditRecorder() = default;
+  virtual void recorded(std::span<const RecordedSite> sites) = 0;
+  virtual void saveStarted() = 0;
+  virtual void saved(const std::optional<storage::FileIdentity>& identity, const std::string& path,
+                     bool unchanged) = 0;
+  virtual void textReplaced() = 0;
 };
 
 // What happened to the file on disk, for the application to show.

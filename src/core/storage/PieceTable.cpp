@@ -83,6 +83,7 @@ void PieceTable::rebuildLocked(std::vector<Piece> pieces) {
 std::vector<int64_t> PieceTable::lineStartsIn(std::string_view bytes, int64_t offset) const {
   const char terminator = static_cast<char>(text::lineTerminator(original_->lineEnding()));
   std::vector<int64_t> starts;
+  if (bytes.empty()) return starts;  // memchr must not see the null of an empty view
   for (const char* p = bytes.data();
        (p = static_cast<const char*>(std::memchr(p, terminator, bytes.size() - (p - bytes.data())))) !=
        nullptr;
