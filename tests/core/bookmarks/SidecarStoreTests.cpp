@@ -21,7 +21,7 @@ std::string numberedLines(int from, int to) {
 
 // A sidecar for `path` with bookmarks on `lines`, hashed from the file as it is.
 Sidecar sidecarOf(const fs::path& path, const std::vector<int64_t>& lines, const std::string& note = "") {
-  Opened opened(document::fileBytes(path), false);
+  Opened opened(testing::readFile(path), false);
   std::vector<Bookmark> marks;
   for (const int64_t line : lines) marks.push_back({line, note});
   return sidecarFor(describeFile(path.string()).value(), marks, {}, "", opened.doc->snapshot());
@@ -50,7 +50,7 @@ TEST(SidecarStore, FindsAFileAgainAfterARenameAndAfterARewriteWithAnotherText) {
   auto found = store.find(describeFile(renamed.string()).value());
   ASSERT_TRUE(found);
   EXPECT_TRUE(found->unchanged);
-  EXPECT_EQ(linesOf(reanchorAgainst(*found, document::fileBytes(renamed)).bookmarks),
+  EXPECT_EQ(linesOf(reanchorAgainst(*found, testing::readFile(renamed)).bookmarks),
             (std::vector<int64_t>{3, 50, 99}));
   // The next write takes the new name and drops the old one.
   Sidecar moved = found->sidecar;

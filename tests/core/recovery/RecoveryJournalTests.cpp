@@ -49,7 +49,7 @@ std::shared_ptr<JournalKeeper> keep(Opened& opened, int64_t compactAboveBytes = 
   return keeper;
 }
 
-std::string fileText(const fs::path& path) { return document::fileBytes(path); }
+std::string fileText(const fs::path& path) { return testing::readFile(path); }
 
 // The text a journal rebuilds from its base file, or the error.
 std::string recovered(const fs::path& journalPath, const fs::path& base) {
