@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QAbstractScrollArea>
+#include <QColor>
 #include <QTimer>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -11,6 +13,8 @@
 #include "app/view/TextLines.h"
 #include "document/Document.h"
 #include "search/LineProjection.h"
+
+class QPainter;
 
 namespace quorin::app {
 
@@ -47,6 +51,17 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   const std::shared_ptr<const search::LineProjection>& lineProjection() const { return projection_; }
   const search::LineProjection* shownLines() const override { return projection_.get(); }
   void refreshHighlights() override;
+  // Marks in the gutter (bookmarks): the marked lines among first…last
+  // (0-based, inclusive), ascending, and whether each has a note. Asked at
+  // each paint for the lines on screen only.
+  struct LineMark {
+    int64_t line = 0;
+    bool noted = false;
+  };
+  using LineMarkProvider = std::function<std::vector<LineMark>(int64_t firstLine, int64_t lastLine)>;
+  void setLineMarkProvider(LineMarkProvider provider);
+  // The gutter mark's colour, plain or with a note.
+  static QColor lineMarkColor(bool noted);
   void showStatusMessage(const QString& text) override { emit statusMessage(text); }
 
   int64_t caret() const { return caret_; }
@@ -157,6 +172,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void reportRefusal(const document::EditRefusal& refusal);
   void stepHistory(bool backward);  // undo or redo
   void updateFontMetrics();
+  void drawLineMarks(QPainter& painter) const;
 
   std::shared_ptr<document::Document> doc_;
   int listenerToken_ = 0;
@@ -176,6 +192,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   bool updatingScrollBars_ = false;
   bool selecting_ = false;
   HighlightProvider highlights_;
+  LineMarkProvider lineMarks_;
   LogLineStyler logStyler_;
   double cellWidth_ = 8;
   double ascent_ = 10;
