@@ -16,6 +16,7 @@ class QTabWidget;
 
 namespace quorin::app {
 
+class BookmarksPanel;
 class DocumentTab;
 class TimelinePanel;
 
@@ -50,6 +51,7 @@ class MainWindow : public QMainWindow {
   DocumentTab* currentTab() const;
   QTabWidget* tabs() const { return tabs_; }
   TimelinePanel* timeline() const { return timeline_; }
+  BookmarksPanel* bookmarksPanel() const { return bookmarksPanel_; }
   dispatch::MainQueue& mainQueue() const { return mainQueue_; }
   DocumentTab* tabAt(int index) const;
   int tabCount() const;
@@ -98,6 +100,9 @@ class MainWindow : public QMainWindow {
   void extractShownLines(int where);  // 0: a new document, 1: a file, 2: the clipboard
   void exportFilterSet();
   void importFilterSet();
+  // The Bookmarks menu and panel (MainWindowBookmarks.cpp).
+  void createBookmarksMenu();
+  void editBookmarkNote(DocumentTab* tab);
   void createStatusBar();
   void chooseAndOpenFile();
   void compareCurrent();
@@ -113,6 +118,7 @@ class MainWindow : public QMainWindow {
   dispatch::MainQueue& mainQueue_;
   QTabWidget* tabs_;
   TimelinePanel* timeline_;
+  BookmarksPanel* bookmarksPanel_ = nullptr;
   QMenu* recentMenu_ = nullptr;
   QAction* saveAction_ = nullptr;
   QAction* saveAsAction_ = nullptr;
@@ -129,6 +135,7 @@ class MainWindow : public QMainWindow {
   QLabel* positionLabel_ = nullptr;
   QLabel* selectionLabel_ = nullptr;
   QLabel* timeLabel_ = nullptr;
+  QLabel* bookmarkLabel_ = nullptr;
   QLabel* indexLabel_ = nullptr;
   QLabel* filterLabel_ = nullptr;
   QLabel* followLabel_ = nullptr;

@@ -86,6 +86,7 @@ void MainWindow::createMenus() {
 
   createGoMenu();
   createFilterMenu();
+  createBookmarksMenu();
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   tableAction_ = view->addAction(tr("&Table View"));
@@ -164,6 +165,8 @@ void MainWindow::createStatusBar() {
   positionLabel_ = addStatusLabel(bar);
   timeLabel_ = addStatusLabel(bar);
   timeLabel_->setToolTip(tr("The caret line's time, and the time since the previous message"));
+  bookmarkLabel_ = addStatusLabel(bar);
+  bookmarkLabel_->setToolTip(tr("The time from the nearest bookmark above to the caret line"));
   selectionLabel_ = addStatusLabel(bar);
   followLabel_ = addStatusLabel(bar);
   filterLabel_ = addStatusLabel(bar);
