@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QSettings>
+#include <cstdlib>
 #include <memory>
 
 #include "support/TempDir.h"
@@ -16,6 +17,8 @@ class QtEnvironment : public ::testing::Environment {
     // Settings the window writes (the session, recent files) go to a private directory, never the user's.
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
                        QString::fromStdString(settingsDir_.path().string()));
+    // So do the bookmarks' sidecars of the files the tests open.
+    ::setenv("XDG_DATA_HOME", dataDir_.path().c_str(), 1);
   }
   void TearDown() override { app_.reset(); }
 
@@ -24,6 +27,7 @@ class QtEnvironment : public ::testing::Environment {
   char* argv_[2] = {name_, nullptr};
   std::unique_ptr<QApplication> app_;
   quorin::testing::TempDir settingsDir_;
+  quorin::testing::TempDir dataDir_;
 };
 
 [[maybe_unused]] ::testing::Environment* const kQtEnvironment =
