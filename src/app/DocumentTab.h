@@ -183,9 +183,9 @@ class DocumentTab : public QWidget {
   void bookmarksFollow(const document::DocumentChange& change);
   void bookmarksLinesCounted(bool complete);
   void startReanchor();
-  void finishReanchor(uint64_t generation, int64_t version, std::optional<bookmarks::Sidecar> read,
-                      std::filesystem::path foundAt, std::vector<bookmarks::Bookmark> found,
-                      std::vector<bookmarks::SidecarBookmark> lost);
+  void finishReanchor(uint64_t generation, int64_t version, bool rewrite,
+                      std::optional<bookmarks::Sidecar> read, std::filesystem::path foundAt,
+                      std::vector<bookmarks::Bookmark> found, std::vector<bookmarks::SidecarBookmark> lost);
   void noteBookmarksChanged();
   void writeBookmarks();
   void finishMatchBookmarks(search::SearchResult result);

@@ -168,18 +168,20 @@ void DocumentTab::startReanchor() {
     if (read) result = bookmarks::reanchor(*read, unchanged, snapshot, [job] { return job->isCancelled(); });
     job->finish();
     if (result.cancelled) return;
-    queue->post([self, generation, version, read = std::move(read), foundAt = std::move(foundAt),
+    // Lines that moved, or a file that changed, are worth recording again.
+    const bool rewrite = read && !unchanged;
+    queue->post([self, generation, version, rewrite, read = std::move(read), foundAt = std::move(foundAt),
                  result = std::move(result)]() mutable {
       if (self)
-        self->finishReanchor(generation, version, std::move(read), std::move(foundAt),
+        self->finishReanchor(generation, version, rewrite, std::move(read), std::move(foundAt),
                              std::move(result.bookmarks), std::move(result.lost));
     });
   });
 }
 
-void DocumentTab::finishReanchor(uint64_t generation, int64_t version, std::optional<Sidecar> read,
-                                 std::filesystem::path foundAt, std::vector<Bookmark> found,
-                                 std::vector<SidecarBookmark> lost) {
+void DocumentTab::finishReanchor(uint64_t generation, int64_t version, bool rewrite,
+                                 std::optional<Sidecar> read, std::filesystem::path foundAt,
+                                 std::vector<Bookmark> found, std::vector<SidecarBookmark> lost) {
   if (generation != reanchorGeneration_) return;
   if (version != doc_->version()) return startReanchor();  // edited meanwhile: again on this text
   reanchorGeneration_ = 0;
@@ -210,8 +212,8 @@ void DocumentTab::finishReanchor(uint64_t generation, int64_t version, std::opti
   applyingSidecar_ = true;
   bookmarks_->replaceAll(found);
   applyingSidecar_ = false;
-  // A reload's re-anchoring is new to the sidecar; so is anything the user set meanwhile.
-  if (reloaded || bookmarksDirty_) {
+  // Re-anchored lines are new to the sidecar; so is anything the user set meanwhile.
+  if (rewrite || bookmarksDirty_) {
     bookmarksDirty_ = true;
     sidecarTimer_->start();
   }
