@@ -24,6 +24,7 @@
 #include "app/DocumentTab.h"
 #include "app/LargeFileDialog.h"
 #include "app/MainWindow.h"
+#include "app/bookmarks/BookmarksTour.h"
 #include "app/compare/CompareWindow.h"
 #include "app/filter/FilterTour.h"
 #include "app/find/FindBar.h"
@@ -273,6 +274,7 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   const auto shoot = [&shots](QWidget* widget, const QString& step) { shots.take(widget, step); };
   tourLogPictures(window, dir.path(), shoot);
   tourFilter(window, dir.path(), shoot);
+  tourBookmarks(window, shoot);
 }
 
 // Pictures of what a newcomer meets: the window on the file, the large-file
