@@ -140,7 +140,7 @@ class DocumentTab : public QWidget {
   // "+2 min 14 s since bookmark at line 1,234"; empty without times or a bookmark above.
   QString bookmarkTimeText() const;
   // Whether the sidecar is still being read.
-  bool isReadingBookmarks() const { return reanchorGeneration_ != 0; }
+  bool isReadingBookmarks() const { return reanchorGeneration_ != 0 || reanchorWaitsForLines_; }
   static constexpr int64_t kBookmarkAllCap = 1'000'000;
   // Deletes, in the background, the sidecars of files gone for 90 days; once, at start.
   static void pruneSidecarsInBackground();
@@ -183,9 +183,9 @@ class DocumentTab : public QWidget {
   void bookmarksFollow(const document::DocumentChange& change);
   void bookmarksLinesCounted(bool complete);
   void startReanchor();
-  void finishReanchor(uint64_t generation, int64_t version, bool rewrite,
-                      std::optional<bookmarks::Sidecar> read, std::filesystem::path foundAt,
-                      std::vector<bookmarks::Bookmark> found, std::vector<bookmarks::SidecarBookmark> lost);
+  void finishReanchor(uint64_t generation, bool rewrite, std::optional<bookmarks::Sidecar> read,
+                      std::filesystem::path foundAt, std::vector<bookmarks::Bookmark> found,
+                      std::vector<bookmarks::SidecarBookmark> lost);
   void noteBookmarksChanged();
   void writeBookmarks();
   void finishMatchBookmarks(search::SearchResult result);
@@ -232,11 +232,6 @@ class DocumentTab : public QWidget {
   std::vector<bookmarks::SidecarBookmark> lostBookmarks_;
   std::string incidentNotes_;        // kept from the sidecar, written back unchanged
   std::filesystem::path sidecarAt_;  // where the sidecar was found or last written
-  // What a reload left, to re-anchor on the new text: the lost and notes, the bookmarks, the old text.
-  std::optional<bookmarks::Sidecar> reloadedFrom_;
-  std::vector<bookmarks::Bookmark> reloadedMarks_;
-  std::optional<document::DocumentSnapshot> reloadedText_;
-  std::optional<document::DocumentSnapshot> bookmarkedText_;  // the text the bookmarks' lines count in
   bool reanchorWaitsForLines_ = false;
   uint64_t reanchorGeneration_ = 0;  // of the read under way; 0 when none
   uint64_t reanchorCounter_ = 0;
@@ -244,6 +239,7 @@ class DocumentTab : public QWidget {
   bool bookmarksDirty_ = false;   // changed since the sidecar was last written
   bool applyingSidecar_ = false;  // the change is the sidecar's, not the user's
   bool bookmarksChangePosted_ = false;
+  bool hadBookmarks_ = false;         // when the set last changed
   uint64_t bookmarksGeneration_ = 0;  // counts the changes
   bool reportedSidecarFailure_ = false;
   QTimer* sidecarTimer_ = nullptr;

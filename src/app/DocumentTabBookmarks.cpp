@@ -70,11 +70,10 @@ void DocumentTab::createBookmarks() {
   sidecarTimer_->setInterval(kSidecarDelayMs);
   connect(sidecarTimer_, &QTimer::timeout, this, &DocumentTab::writeBookmarks);
   connect(this, &DocumentTab::bookmarksChanged, this, &DocumentTab::filterBookmarksChanged);
-  bookmarkedText_ = doc_->snapshot();
   if (!keepsSidecar(*doc_)) return;
   sidecarQueue_ = std::make_shared<dispatch::SerialQueue>("quorin.sidecar");
   reanchorWaitsForLines_ = true;
-  bookmarksLinesCounted(bookmarkedText_->lines.isComplete);
+  bookmarksLinesCounted(doc_->snapshot().lines.isComplete);
 }
 
 void DocumentTab::closeBookmarks() {
@@ -89,6 +88,9 @@ void DocumentTab::closeBookmarks() {
 }
 
 void DocumentTab::noteBookmarksChanged() {
+  // Edits tell the set even when it is empty: nothing to say then.
+  if (bookmarks_->empty() && !hadBookmarks_) return;
+  hadBookmarks_ = !bookmarks_->empty();
   ++bookmarksGeneration_;
   if (!applyingSidecar_) {
     bookmarksDirty_ = true;
@@ -104,27 +106,29 @@ void DocumentTab::noteBookmarksChanged() {
 }
 
 void DocumentTab::bookmarksFollow(const document::DocumentChange& change) {
-  // An edit while the sidecar is being read: its lines no longer count in that text.
-  if (reanchorGeneration_ != 0 && change.kind != document::DocumentChange::Kind::append) startReanchor();
-  if (change.kind == document::DocumentChange::Kind::reload && sidecarQueue_ && !bookmarks_->empty() &&
-      bookmarkedText_) {
-    // The file was read again: the bookmarks' lines counted in the old text,
-    // their texts are looked for in the new one.
-    Sidecar before;
-    before.lost = lostBookmarks_;
-    before.notes = incidentNotes_;
-    reloadedFrom_ = std::move(before);
-    reloadedMarks_ = bookmarks_->set().all();
-    reloadedText_ = std::move(bookmarkedText_);
-    if (reanchorJob_) reanchorJob_->cancel();
-    reanchorGeneration_ = 0;
-    reanchorWaitsForLines_ = true;
+  using Kind = document::DocumentChange::Kind;
+  if (change.kind == Kind::reload && sidecarQueue_) {
+    // The file was read again. The old text's lines cannot be hashed now (a
+    // file rewritten in place shows its new bytes through the old text too):
+    // the sidecar as last written is read again and re-anchored on the new text.
+    sidecarTimer_->stop();
+    bookmarksDirty_ = false;
     applyingSidecar_ = true;
     bookmarks_->replaceAll({});
     applyingSidecar_ = false;
+    lostBookmarks_.clear();
+    reanchorWaitsForLines_ = true;
+  } else if (reanchorGeneration_ != 0 && change.kind != Kind::append) {
+    // A read under way counted lines in the text before this edit: again, on
+    // this text, once its lines are all counted.
+    reanchorWaitsForLines_ = true;
   }
-  bookmarkedText_ = doc_->snapshot();
-  if (reanchorWaitsForLines_ && bookmarkedText_->lines.isComplete) bookmarksLinesCounted(true);
+  if (reanchorWaitsForLines_ && reanchorJob_) {
+    reanchorJob_->cancel();
+    reanchorJob_.reset();
+    reanchorGeneration_ = 0;
+  }
+  if (reanchorWaitsForLines_ && doc_->snapshot().lines.isComplete) bookmarksLinesCounted(true);
 }
 
 void DocumentTab::bookmarksLinesCounted(bool complete) {
@@ -140,11 +144,7 @@ void DocumentTab::startReanchor() {
   auto job = jobs_.begin("Reading bookmarks");
   reanchorJob_ = job;
   const document::DocumentSnapshot snapshot = doc_->snapshot();
-  const int64_t version = doc_->version();
   auto directory = SidecarStore::defaultDirectory();
-  std::optional<Sidecar> reloaded = reloadedFrom_;
-  auto reloadedMarks = reloadedMarks_;
-  auto reloadedText = reloadedText_;
   const std::string path = doc_->path();
   QPointer<DocumentTab> self(this);
   dispatch::MainQueue* queue = &mainQueue_;
@@ -152,9 +152,7 @@ void DocumentTab::startReanchor() {
     std::optional<Sidecar> read;
     std::filesystem::path foundAt;
     bool unchanged = false;
-    if (reloaded && reloadedText) {
-      read = bookmarks::sidecarFor({}, reloadedMarks, reloaded->lost, reloaded->notes, *reloadedText);
-    } else if (directory) {
+    if (directory) {
       const SidecarStore store(*directory);
       if (const auto file = bookmarks::describeFile(path)) {
         if (auto found = store.find(*file)) {
@@ -170,34 +168,28 @@ void DocumentTab::startReanchor() {
     if (result.cancelled) return;
     // Lines that moved, or a file that changed, are worth recording again.
     const bool rewrite = read && !unchanged;
-    queue->post([self, generation, version, rewrite, read = std::move(read), foundAt = std::move(foundAt),
+    queue->post([self, generation, rewrite, read = std::move(read), foundAt = std::move(foundAt),
                  result = std::move(result)]() mutable {
       if (self)
-        self->finishReanchor(generation, version, rewrite, std::move(read), std::move(foundAt),
+        self->finishReanchor(generation, rewrite, std::move(read), std::move(foundAt),
                              std::move(result.bookmarks), std::move(result.lost));
     });
   });
 }
 
-void DocumentTab::finishReanchor(uint64_t generation, int64_t version, bool rewrite,
-                                 std::optional<Sidecar> read, std::filesystem::path foundAt,
-                                 std::vector<Bookmark> found, std::vector<SidecarBookmark> lost) {
+void DocumentTab::finishReanchor(uint64_t generation, bool rewrite, std::optional<Sidecar> read,
+                                 std::filesystem::path foundAt, std::vector<Bookmark> found,
+                                 std::vector<SidecarBookmark> lost) {
+  // Edits and reloads meanwhile started another read; appended lines move none.
   if (generation != reanchorGeneration_) return;
-  if (version != doc_->version()) return startReanchor();  // edited meanwhile: again on this text
   reanchorGeneration_ = 0;
   reanchorJob_.reset();
-  const bool reloaded = reloadedFrom_.has_value();
-  reloadedFrom_.reset();
-  reloadedMarks_.clear();
-  reloadedText_.reset();
   if (!read) {
     if (bookmarksDirty_) sidecarTimer_->start();
     return;
   }
-  if (!reloaded) {
-    sidecarAt_ = std::move(foundAt);
-    incidentNotes_ = read->notes;
-  }
+  sidecarAt_ = std::move(foundAt);
+  incidentNotes_ = read->notes;
   // Bookmarks the user set while the sidecar was read stay, with their notes.
   for (const Bookmark& mark : bookmarks_->set().all()) {
     const auto at = std::lower_bound(found.begin(), found.end(), mark.line,
