@@ -19,7 +19,7 @@ namespace quorin::app {
 
 void MainWindow::createBookmarksMenu() {
   bookmarksPanel_ = new BookmarksPanel(this);
-  addDockWidget(Qt::RightDockWidgetArea, bookmarksPanel_);
+  addDockWidget(Qt::BottomDockWidgetArea, bookmarksPanel_);
   bookmarksPanel_->hide();  // Bookmarks ▸ Bookmarks Panel
 
   QMenu* menu = menuBar()->addMenu(tr("&Bookmarks"));

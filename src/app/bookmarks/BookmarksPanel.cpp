@@ -39,6 +39,8 @@ BookmarksPanel::BookmarksPanel(QWidget* parent)
   column->addLayout(row);
   column->addWidget(table_, 1);
   setWidget(body);
+  // Wide enough for a line number, a time and the start of a note when docked at a side.
+  body->setMinimumWidth(fontMetrics().horizontalAdvance(QLatin1Char('x')) * 44);
 
   table_->setModel(model_);
   table_->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -55,7 +57,7 @@ BookmarksPanel::BookmarksPanel(QWidget* parent)
                          fontMetrics().horizontalAdvance(QStringLiteral("99,999,999")) + 12);
   table_->setColumnWidth(BookmarksModel::timeColumn,
                          fontMetrics().horizontalAdvance(QStringLiteral("2026-03-20 12:00:01.250")) + 12);
-  table_->setColumnWidth(BookmarksModel::noteColumn, fontMetrics().horizontalAdvance(QLatin1Char('x')) * 28);
+  table_->setColumnWidth(BookmarksModel::noteColumn, fontMetrics().horizontalAdvance(QLatin1Char('x')) * 48);
   table_->installEventFilter(this);
   connect(table_, &QTableView::doubleClicked, this, [this](const QModelIndex& index) {
     if (index.column() != BookmarksModel::noteColumn || model_->isLost(index.row())) goToRow(index.row());

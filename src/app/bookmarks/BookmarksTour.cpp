@@ -10,6 +10,7 @@
 #include "app/filter/FilterBar.h"
 #include "app/find/FindBar.h"
 #include "app/logs/LogPicturesWiring.h"
+#include "app/logs/TimelinePanel.h"
 #include "app/view/TextView.h"
 
 namespace quorin::app {
@@ -37,7 +38,10 @@ void tourBookmarks(MainWindow* window, const std::function<void(QWidget*, const 
   tab->setBookmarkNote(lines[1], QStringLiteral("First timeout after the deploy at 10:00"));
   tab->setBookmarkNote(lines[3], QStringLiteral("Same order retried twice — see the payment service log"));
   goToLine(tab, lines[3] + 6);
+  window->timeline()->hide();
   window->bookmarksPanel()->show();
+  pumpFor(100);  // docked first, then widened
+  window->resizeDocks({window->bookmarksPanel()}, {window->height() / 3}, Qt::Vertical);
   window->bookmarksPanel()->table()->selectRow(3);
   pumpFor(400);
   tab->view()->setFocus();
