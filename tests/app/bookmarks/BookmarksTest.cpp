@@ -2,14 +2,19 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QMenu>
+#include <QMenuBar>
 #include <QSignalSpy>
 #include <QTableView>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "app/DocumentTab.h"
+#include "app/MainWindow.h"
+#include "app/QtMainQueue.h"
 #include "app/TabTestSupport.h"
 #include "app/bookmarks/BookmarksModel.h"
 #include "app/bookmarks/BookmarksPanel.h"
@@ -295,6 +300,26 @@ TEST(AppBookmarksTest, ThePanelListsTimesNotesAndTextsAndExportsCsv) {
   t.caretTo(0);
   panel.goToRow(0);
   EXPECT_EQ(t.tab->caretLine(), 135);
+}
+
+TEST(AppBookmarksTest, NoTwoMenuCommandsShareAKey) {
+  QtMainQueue queue;
+  auto window = std::make_unique<MainWindow>(queue);
+  std::map<QString, QString> taken;
+  std::function<void(const QMenu*)> visit = [&](const QMenu* menu) {
+    for (QAction* action : menu->actions()) {
+      if (action->menu()) visit(action->menu());
+      if (action->shortcut().isEmpty()) continue;
+      const auto [at, added] = taken.emplace(action->shortcut().toString(), action->text());
+      EXPECT_TRUE(added) << action->shortcut().toString().toStdString() << ": "
+                         << action->text().toStdString() << " and " << at->second.toStdString();
+    }
+  };
+  for (QAction* action : window->menuBar()->actions())
+    if (action->menu()) visit(action->menu());
+  EXPECT_EQ(taken.count(QStringLiteral("F2")), 1U);
+  EXPECT_EQ(taken.count(QStringLiteral("Ctrl+F2")), 1U);
+  EXPECT_EQ(taken.count(QStringLiteral("Shift+F2")), 1U);
 }
 
 }  // namespace
