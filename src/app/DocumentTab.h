@@ -128,7 +128,10 @@ class DocumentTab : public QWidget {
   // The caret to the next (previous) bookmark on a shown line, wrapping with a status message.
   void stepToBookmark(bool forward);
   void setBookmarkNote(int64_t line, const QString& note);
+  // Clears the bookmarks and the lost ones.
   void clearBookmarks();
+  // Drops a lost bookmark (by the line it had) from the list and the sidecar.
+  void forgetLostBookmark(int64_t savedLine);
   // Every line with a match of the find bar's text, found in the background.
   void bookmarkAllMatches();
   bool isBookmarkingMatches() const { return bookmarkSearch_.cancellation != nullptr; }
@@ -187,6 +190,8 @@ class DocumentTab : public QWidget {
                       std::filesystem::path foundAt, std::vector<bookmarks::Bookmark> found,
                       std::vector<bookmarks::SidecarBookmark> lost);
   void noteBookmarksChanged();
+  // The set or the lost list changed: the sidecar's timer, and one notice.
+  void markBookmarksChanged();
   void writeBookmarks();
   void finishMatchBookmarks(search::SearchResult result);
 

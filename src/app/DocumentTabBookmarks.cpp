@@ -91,6 +91,10 @@ void DocumentTab::noteBookmarksChanged() {
   // Edits tell the set even when it is empty: nothing to say then.
   if (bookmarks_->empty() && !hadBookmarks_) return;
   hadBookmarks_ = !bookmarks_->empty();
+  markBookmarksChanged();
+}
+
+void DocumentTab::markBookmarksChanged() {
   ++bookmarksGeneration_;
   if (!applyingSidecar_) {
     bookmarksDirty_ = true;
@@ -256,9 +260,19 @@ void DocumentTab::setBookmarkNote(int64_t line, const QString& note) {
 }
 
 void DocumentTab::clearBookmarks() {
-  const auto count = static_cast<int64_t>(bookmarks_->set().size());
+  const auto count = static_cast<int64_t>(bookmarks_->set().size() + lostBookmarks_.size());
+  if (!lostBookmarks_.empty()) {
+    lostBookmarks_.clear();
+    markBookmarksChanged();
+  }
   bookmarks_->clear();
   emit statusMessage(BookmarkTexts::cleared(count));
+}
+
+void DocumentTab::forgetLostBookmark(int64_t savedLine) {
+  const auto gone =
+      std::erase_if(lostBookmarks_, [savedLine](const SidecarBookmark& m) { return m.line == savedLine; });
+  if (gone > 0) markBookmarksChanged();
 }
 
 void DocumentTab::stepToBookmark(bool forward) {

@@ -48,6 +48,11 @@ std::optional<int64_t> BookmarksModel::lineAt(int row) const {
   return marks_[static_cast<size_t>(row)].line;
 }
 
+std::optional<int64_t> BookmarksModel::lostLineAt(int row) const {
+  if (row < 0 || !isLost(row) || row >= rowCount()) return std::nullopt;
+  return lost_[static_cast<size_t>(row) - marks_.size()].line;
+}
+
 int BookmarksModel::rowCount(const QModelIndex& parent) const {
   return parent.isValid() ? 0 : static_cast<int>(marks_.size() + lost_.size());
 }

@@ -39,6 +39,8 @@ class BookmarksModel final : public QAbstractTableModel {
   // The bookmark's line of a row; none for a lost one.
   std::optional<int64_t> lineAt(int row) const;
   bool isLost(int row) const { return row >= static_cast<int>(marks_.size()); }
+  // The line a lost bookmark had; none for a bookmark found.
+  std::optional<int64_t> lostLineAt(int row) const;
 
   // The rows as CSV (RFC 4180: a header "line,time,note,text", fields quoted
   // when they hold a comma, a quote or a line break, lines ending in CRLF).

@@ -86,11 +86,13 @@ void BookmarksPanel::goToRow(int row) {
 void BookmarksPanel::removeSelected() {
   DocumentTab* tab = model_->tab();
   if (!tab) return;
-  std::set<int64_t> lines;
+  std::set<int64_t> lines, lost;
   for (const QModelIndex& index : table_->selectionModel()->selectedRows()) {
     if (const auto line = model_->lineAt(index.row())) lines.insert(*line);
+    if (const auto line = model_->lostLineAt(index.row())) lost.insert(*line);
   }
   for (const int64_t line : lines) tab->bookmarks().remove(line);
+  for (const int64_t line : lost) tab->forgetLostBookmark(line);
 }
 
 bool BookmarksPanel::eventFilter(QObject* watched, QEvent* event) {

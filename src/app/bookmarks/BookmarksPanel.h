@@ -14,7 +14,7 @@ class DocumentTab;
 
 // View ▸ Bookmarks: a dock listing the current tab's bookmarks (line, time,
 // note, text) and those lost in a changed file. Double-click or Enter goes
-// to the line; Delete removes the selected bookmarks; typing in the Note
+// to the line; Delete removes the selected bookmarks (lost ones too); typing in the Note
 // column edits the note in place; Export writes the list as CSV.
 // Thread-safety: GUI thread only.
 class BookmarksPanel final : public QDockWidget {
@@ -30,7 +30,7 @@ class BookmarksPanel final : public QDockWidget {
 
   // Goes to the bookmark of `row` in its tab.
   void goToRow(int row);
-  // Removes the bookmarks of the selected rows.
+  // Removes the bookmarks of the selected rows, and the lost ones selected.
   void removeSelected();
   // Writes the list as CSV to `path`; the reason when it could not.
   std::optional<QString> exportCsv(const QString& path) const;
