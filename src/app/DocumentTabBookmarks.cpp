@@ -152,7 +152,9 @@ void DocumentTab::startReanchor() {
   const std::string path = doc_->path();
   QPointer<DocumentTab> self(this);
   dispatch::MainQueue* queue = &mainQueue_;
-  dispatch::WorkerPool::shared().async([=, directory = std::move(directory)]() mutable {
+  // On the sidecar's queue: after the writes queued before, and joined when
+  // the tab closes, so that no answer is posted once the tab is gone.
+  sidecarQueue_->async([=, directory = std::move(directory)]() mutable {
     std::optional<Sidecar> read;
     std::filesystem::path foundAt;
     bool unchanged = false;
