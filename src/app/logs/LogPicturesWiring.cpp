@@ -75,6 +75,8 @@ void connectOverviewStrip(OverviewStrip* strip, DocumentTab* tab) {
   });
   QObject::connect(tab, &DocumentTab::bookmarksChanged, tab->view()->viewport(),
                    qOverload<>(&QWidget::update));
+  QObject::connect(tab->view(), &TextView::markAreaClicked, tab,
+                   [tab](qint64 line) { tab->bookmarks().toggle(line); });
 
   TextView* view = tab->view();
   auto showVisible = [strip, view] {

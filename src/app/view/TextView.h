@@ -110,6 +110,9 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void selectionPlaced(qint64 begin, qint64 end);
   void statusMessage(const QString& text);
   void undoStateChanged();
+  // A click in the mark area at the gutter's left edge (where the line marks are
+  // drawn), on this 0-based line; only while there is a mark provider.
+  void markAreaClicked(qint64 line);
 
  protected:
   void paintEvent(QPaintEvent* event) override;

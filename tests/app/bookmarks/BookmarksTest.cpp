@@ -6,6 +6,7 @@
 #include <QMenuBar>
 #include <QSignalSpy>
 #include <QTableView>
+#include <QTest>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -135,6 +136,14 @@ TEST(AppBookmarksTest, ToggleStepWrapAndTheGutterMarkFollowsEditsAndUndo) {
   EXPECT_EQ(t.markY(), before);
   t.tab->view()->redo();
   EXPECT_EQ(t.markY(), moved);
+
+  // A click on the mark takes it away; another puts it back. The caret stays.
+  const int64_t caret = t.tab->view()->caret();
+  QTest::mouseClick(t.tab->view()->viewport(), Qt::LeftButton, {}, QPoint(4, moved));
+  EXPECT_TRUE(t.tab->bookmarks().set().empty());
+  QTest::mouseClick(t.tab->view()->viewport(), Qt::LeftButton, {}, QPoint(4, moved));
+  EXPECT_EQ(t.tab->bookmarks().set().lines(), std::vector<int64_t>{4});
+  EXPECT_EQ(t.tab->view()->caret(), caret);
 }
 
 TEST(AppBookmarksTest, TheSidecarIsWrittenOnCloseAndReadBackReanchoredOnReopen) {
