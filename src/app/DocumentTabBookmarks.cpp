@@ -221,7 +221,9 @@ void DocumentTab::finishReanchor(uint64_t generation, bool rewrite, std::optiona
 }
 
 void DocumentTab::writeBookmarks() {
-  if (!sidecarQueue_ || !bookmarksDirty_) return;
+  // Until the sidecar is read, what is here is not all there is: writing now
+  // would replace the bookmarks it holds. Once read, the timer starts again.
+  if (!sidecarQueue_ || !bookmarksDirty_ || isReadingBookmarks()) return;
   auto directory = SidecarStore::defaultDirectory();
   if (!directory) {
     if (!reportedSidecarFailure_) emit statusMessage(BookmarkTexts::saveFailed(qt(directory.error())));

@@ -157,6 +157,13 @@ TEST(AppBookmarksTest, TheSidecarIsWrittenOnCloseAndReadBackReanchoredOnReopen) 
   t.tab.reset();  // closing writes it
   ASSERT_EQ(t.sidecars().size(), 1U);
 
+  // Closed before the line index let the sidecar be read: it is left as it was.
+  t.document.reset();
+  t.open(text, "app.log", 2);
+  ASSERT_TRUE(t.tab->isReadingBookmarks());
+  t.tab->toggleBookmark();
+  t.tab.reset();
+
   // The same file again: the same bookmarks and notes.
   t.document.reset();
   t.openAndSettle(text);
