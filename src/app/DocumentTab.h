@@ -136,7 +136,7 @@ class DocumentTab : public QWidget {
   void bookmarkAllMatches();
   bool isBookmarkingMatches() const { return bookmarkSearch_.cancellation != nullptr; }
   void bookmarkShownLines();
-  // The caret's 0-based line.
+  // The caret's 0-based line (0 where the line index has not counted yet).
   int64_t caretLine() const;
   // A line's message time ("2026-03-20 12:00:01.250"); empty without times.
   QString lineTimeText(int64_t line) const;
