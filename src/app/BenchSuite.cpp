@@ -25,6 +25,7 @@
 #include "app/LargeFileDialog.h"
 #include "app/MainWindow.h"
 #include "app/bookmarks/AnnotateTour.h"
+#include "app/bookmarks/BookmarksTour.h"
 #include "app/compare/CompareWindow.h"
 #include "app/filter/FilterTour.h"
 #include "app/find/FindBar.h"
@@ -275,6 +276,7 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   tourLogPictures(window, dir.path(), shoot);
   tourFilter(window, dir.path(), shoot);
   tourAnnotate(window, dir.path(), shoot);
+  tourBookmarks(window, shoot);
 }
 
 // Pictures of what a newcomer meets: the window on the file, the large-file

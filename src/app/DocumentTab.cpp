@@ -86,6 +86,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     if (progress_.isComplete) progress_.lineCount = doc_->snapshot().lines.lineCount();
     logIndexFollow(change);
     filterFollow(change);
+    bookmarksFollow(change);
     emit stateChanged();
   });
   doc_->setIndexProgressHandler([this](const storage::LineIndexProgress& progress) {
@@ -96,6 +97,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
       logIndexTrailsLines_ = !progress.isComplete;
     }
     filterLinesCounted(progress.isComplete);
+    bookmarksLinesCounted(progress.isComplete);
     view_->refreshText();
     emit stateChanged();
   });
@@ -107,6 +109,7 @@ DocumentTab::DocumentTab(std::shared_ptr<document::Document> document, dispatch:
     openNotice_ = tr("“%1” looks like a binary file; it is shown as %2 text")
                       .arg(QFileInfo(path()).fileName(), encodingText());
   startLogIndex();
+  createBookmarks();
   connectOverviewStrip(overview_, this);
   startCrashRecovery();
 }
@@ -126,6 +129,7 @@ DocumentTab::~DocumentTab() {
   // crash leaves a journal behind.
   if (journal_) journal_->closed();
   doc_->setEditRecorder(nullptr);
+  closeBookmarks();
   // The panels talk to the view as they go: they go first.
   delete find_;
   delete goTo_;

@@ -3,10 +3,13 @@
 #include <QPointer>
 #include <QString>
 #include <QWidget>
+#include <filesystem>
 #include <memory>
 #include <optional>
 
 #include "app/goto/GoToField.h"
+#include "bookmarks/DocumentBookmarks.h"
+#include "bookmarks/Sidecar.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
 #include "filter/LiveFilter.h"
@@ -14,10 +17,15 @@
 #include "logs/LogIndex.h"
 #include "logs/SeverityRules.h"
 #include "recovery/JournalKeeper.h"
+#include "search/SearchRuntime.h"
 
 class QStackedWidget;
 class QTimer;
 class QVBoxLayout;
+
+namespace quorin::dispatch {
+class SerialQueue;
+}
 
 namespace quorin::app {
 
@@ -116,6 +124,36 @@ class DocumentTab : public QWidget {
   // Applies a journal's records to the document as one undo step (the
   // document then shows modified); the reason when they do not fit.
   std::optional<QString> applyRecoveredEdits(const std::vector<recovery::JournalRecord>& records);
+  // Bookmarks (DocumentTabBookmarks.cpp). A file's bookmarks come back from
+  // its sidecar once the line index is complete (re-anchored off the main
+  // thread), and go back to it a second after the last change and when the
+  // tab closes.
+  bookmarks::DocumentBookmarks& bookmarks() const { return *bookmarks_; }
+  // Bookmarks of the sidecar that were not found again in the changed file.
+  const std::vector<bookmarks::SidecarBookmark>& lostBookmarks() const { return lostBookmarks_; }
+  void toggleBookmark();
+  // The caret to the next (previous) bookmark on a shown line, wrapping with a status message.
+  void stepToBookmark(bool forward);
+  void setBookmarkNote(int64_t line, const QString& note);
+  // Clears the bookmarks and the lost ones.
+  void clearBookmarks();
+  // Drops a lost bookmark (by the line it had) from the list and the sidecar.
+  void forgetLostBookmark(int64_t savedLine);
+  // Every line with a match of the find bar's text, found in the background.
+  void bookmarkAllMatches();
+  bool isBookmarkingMatches() const { return bookmarkSearch_.cancellation != nullptr; }
+  void bookmarkShownLines();
+  // The caret's 0-based line (0 where the line index has not counted yet).
+  int64_t caretLine() const;
+  // A line's message time ("2026-03-20 12:00:01.250"); empty without times.
+  QString lineTimeText(int64_t line) const;
+  // "+2 min 14 s since bookmark at line 1,234"; empty without times or a bookmark above.
+  QString bookmarkTimeText() const;
+  // Whether the sidecar is still being read.
+  bool isReadingBookmarks() const { return reanchorGeneration_ != 0 || reanchorWaitsForLines_; }
+  static constexpr int64_t kBookmarkAllCap = 1'000'000;
+  // Deletes, in the background, the sidecars of files gone for 90 days; once, at start.
+  static void pruneSidecarsInBackground();
 
  signals:
   void statusMessage(const QString& text);
@@ -127,6 +165,8 @@ class DocumentTab : public QWidget {
   void logDataChanged();
   // The filter's options, switch, progress or projection changed.
   void filterChanged();
+  // The bookmarks changed (by the user, an edit, undo, redo or the sidecar); coalesced.
+  void bookmarksChanged();
 
  private:
   void showLiveNotice(const document::LiveFileNotice& notice);
@@ -136,8 +176,6 @@ class DocumentTab : public QWidget {
   bool looksBinary() const;
   void startLogIndex();
   void logIndexFollow(const document::DocumentChange& change);
-  // The caret's 0-based line (0 where the line index has not counted yet).
-  int64_t caretLine() const;
   std::expected<GoToField::TimeLanding, QString> landingForTime(const logs::TimeInput& input) const;
   // The filter (DocumentTabFilter.cpp).
   void createFilter();
@@ -149,6 +187,21 @@ class DocumentTab : public QWidget {
   void filterLogDataChanged();
   void filterPublished(std::shared_ptr<const filter::FilterProjection> projection);
   void startCrashRecovery();
+  void filterBookmarksChanged();
+  // Bookmarks (DocumentTabBookmarks.cpp).
+  void createBookmarks();
+  void closeBookmarks();
+  void bookmarksFollow(const document::DocumentChange& change);
+  void bookmarksLinesCounted(bool complete);
+  void startReanchor();
+  void finishReanchor(uint64_t generation, bool rewrite, std::optional<bookmarks::Sidecar> read,
+                      std::filesystem::path foundAt, std::vector<bookmarks::Bookmark> found,
+                      std::vector<bookmarks::SidecarBookmark> lost);
+  void noteBookmarksChanged();
+  // The set or the lost list changed: the sidecar's timer, and one notice.
+  void markBookmarksChanged();
+  void writeBookmarks();
+  void finishMatchBookmarks(search::SearchResult result);
 
   std::shared_ptr<document::Document> doc_;
   dispatch::MainQueue& mainQueue_;
@@ -182,9 +235,28 @@ class DocumentTab : public QWidget {
   filter::FilterOptions filterOptions_;
   std::vector<std::string> filterErrors_;
   bool filterOn_ = true;
-  bool filterStarted_ = false;      // the live filter evaluates filterOptions_ (else it is stale)
-  bool filterTrailsLines_ = false;  // started while the line index was counting
-  bool filterHasWholeLog_ = false;  // started with the complete log index
+  bool filterStarted_ = false;        // the live filter evaluates filterOptions_ (else it is stale)
+  bool filterTrailsLines_ = false;    // started while the line index was counting
+  bool filterHasWholeLog_ = false;    // started with the complete log index
+  uint64_t filterBookmarksSeen_ = 0;  // the bookmarks' generation the filter started with
+
+  // Bookmarks.
+  std::shared_ptr<bookmarks::DocumentBookmarks> bookmarks_;
+  std::vector<bookmarks::SidecarBookmark> lostBookmarks_;
+  std::filesystem::path sidecarAt_;  // where the sidecar was found or last written
+  bool reanchorWaitsForLines_ = false;
+  uint64_t reanchorGeneration_ = 0;  // of the read under way; 0 when none
+  uint64_t reanchorCounter_ = 0;
+  std::shared_ptr<jobs::JobToken> reanchorJob_;
+  bool bookmarksDirty_ = false;   // changed since the sidecar was last written
+  bool applyingSidecar_ = false;  // the change is the sidecar's, not the user's
+  bool bookmarksChangePosted_ = false;
+  bool hadBookmarks_ = false;         // when the set last changed
+  uint64_t bookmarksGeneration_ = 0;  // counts the changes
+  bool reportedSidecarFailure_ = false;
+  QTimer* sidecarTimer_ = nullptr;
+  std::shared_ptr<dispatch::SerialQueue> sidecarQueue_;
+  search::SearchHandle bookmarkSearch_;
 
   // Crash recovery.
   std::shared_ptr<recovery::JournalKeeper> journal_;

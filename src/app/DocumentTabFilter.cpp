@@ -35,6 +35,12 @@ bool readsMessages(const filter::FilterOptions& options) {
   });
 }
 
+bool readsBookmarks(const filter::FilterOptions& options) {
+  return std::ranges::any_of(options.rules, [](const filter::FilterRule& rule) {
+    return rule.enabled && std::holds_alternative<filter::BookmarkedCondition>(rule.condition);
+  });
+}
+
 }  // namespace
 
 void DocumentTab::createFilter() {
@@ -100,7 +106,9 @@ bool DocumentTab::showKeptProjection() {
   // The same options over the same text and rules: the kept rows, with no evaluation.
   if (!kept || !kept->isComplete() || kept->options() != filterOptions_ ||
       kept->snapshotVersion() != doc_->version() ||
-      kept->rulesGeneration() != static_cast<int64_t>(rules_.generation()) || liveFilter_->status().computing)
+      kept->rulesGeneration() != static_cast<int64_t>(rules_.generation()) ||
+      liveFilter_->status().computing ||
+      (readsBookmarks(filterOptions_) && filterBookmarksSeen_ != bookmarksGeneration_))
     return false;
   filterStarted_ = true;
   view_->setLineProjection(kept);
@@ -113,6 +121,9 @@ void DocumentTab::startFilter() {
   context.logData = logData_;
   context.rules = rules_;
   context.snapshotVersion = doc_->version();
+  filterBookmarksSeen_ = bookmarksGeneration_;
+  if (readsBookmarks(filterOptions_))
+    context.bookmarkedLines = std::make_shared<const std::vector<int64_t>>(bookmarks_->set().lines());
   filterTrailsLines_ = !source.lines.isComplete;
   filterHasWholeLog_ = logData_ && logData_->complete;
   if (auto started = liveFilter_->start(filterOptions_, source, std::move(context))) {
@@ -155,6 +166,13 @@ void DocumentTab::filterLogDataChanged() {
     startFilter();
     emit filterChanged();
   }
+}
+
+void DocumentTab::filterBookmarksChanged() {
+  // The rule's lines are handed in when the filter starts: other lines, another start.
+  if (!filterStarted_ || !isFiltering() || !readsBookmarks(filterOptions_)) return;
+  startFilter();
+  emit filterChanged();
 }
 
 void DocumentTab::filterPublished(std::shared_ptr<const filter::FilterProjection> projection) {

@@ -23,6 +23,7 @@
 #include "app/DocumentTab.h"
 #include "app/LargeFileDialog.h"
 #include "app/WindowSupport.h"
+#include "app/bookmarks/BookmarksPanel.h"
 #include "app/bookmarks/NotesPanel.h"
 #include "app/compare/CompareWindow.h"
 #include "app/find/FindBar.h"
@@ -180,6 +181,9 @@ void MainWindow::addTab(DocumentTab* tab) {
   connect(tab, &DocumentTab::filterChanged, this, [this, tab] {
     if (tab == currentTab()) updateStatus();
   });
+  connect(tab, &DocumentTab::bookmarksChanged, this, [this, tab] {
+    if (tab == currentTab()) updateStatus();
+  });
   connect(tab, &DocumentTab::tableViewChanged, this, [this, tab] {
     if (tab == currentTab()) updateActions();
   });
@@ -196,14 +200,15 @@ void MainWindow::currentTabChanged() {
   setWindowTitle(tab ? tr("%1 — Quorin").arg(tab->title()) : QStringLiteral("Quorin"));
   timeline_->showTab(tab);
   notes_->showTab(tab);
+  bookmarksPanel_->showTab(tab);
   updateStatus();
   updateActions();
 }
 
 void MainWindow::updateStatus() {
   DocumentTab* tab = currentTab();
-  for (QLabel* label : {positionLabel_, selectionLabel_, timeLabel_, indexLabel_, filterLabel_, followLabel_,
-                        sizeLabel_, encodingLabel_, lineEndingLabel_}) {
+  for (QLabel* label : {positionLabel_, selectionLabel_, timeLabel_, bookmarkLabel_, indexLabel_,
+                        filterLabel_, followLabel_, sizeLabel_, encodingLabel_, lineEndingLabel_}) {
     label->setVisible(tab != nullptr);
   }
   savingBar_->setVisible(tab && tab->isSaving());
@@ -219,6 +224,9 @@ void MainWindow::updateStatus() {
   const QString time = tab->caretTimeText();
   timeLabel_->setVisible(!time.isEmpty());
   timeLabel_->setText(time);
+  const QString sinceBookmark = tab->bookmarkTimeText();
+  bookmarkLabel_->setVisible(!sinceBookmark.isEmpty());
+  bookmarkLabel_->setText(sinceBookmark);
   const int64_t selected = tab->view()->selectionLength();
   selectionLabel_->setVisible(selected > 0);
   selectionLabel_->setText(tr("%1 selected").arg(QString::fromStdString(base::formatByteCount(selected))));

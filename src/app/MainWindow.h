@@ -16,6 +16,7 @@ class QTabWidget;
 
 namespace quorin::app {
 
+class BookmarksPanel;
 class DocumentTab;
 class NotesPanel;
 class TimelinePanel;
@@ -57,6 +58,7 @@ class MainWindow : public QMainWindow {
   // The stored markers, compiled for one tab's view; for every tab of every window after a change.
   void applyMarkers(DocumentTab* tab);
   static void applyMarkersEverywhere();
+  BookmarksPanel* bookmarksPanel() const { return bookmarksPanel_; }
   dispatch::MainQueue& mainQueue() const { return mainQueue_; }
   DocumentTab* tabAt(int index) const;
   int tabCount() const;
@@ -107,6 +109,9 @@ class MainWindow : public QMainWindow {
   void extractShownLines(int where);  // 0: a new document, 1: a file, 2: the clipboard
   void exportFilterSet();
   void importFilterSet();
+  // The Bookmarks menu and panel (MainWindowBookmarks.cpp).
+  void createBookmarksMenu();
+  void editBookmarkNote(DocumentTab* tab);
   void createStatusBar();
   void chooseAndOpenFile();
   void compareCurrent();
@@ -123,6 +128,7 @@ class MainWindow : public QMainWindow {
   QTabWidget* tabs_;
   TimelinePanel* timeline_;
   NotesPanel* notes_ = nullptr;
+  BookmarksPanel* bookmarksPanel_ = nullptr;
   QMenu* recentMenu_ = nullptr;
   QAction* saveAction_ = nullptr;
   QAction* saveAsAction_ = nullptr;
@@ -139,6 +145,7 @@ class MainWindow : public QMainWindow {
   QLabel* positionLabel_ = nullptr;
   QLabel* selectionLabel_ = nullptr;
   QLabel* timeLabel_ = nullptr;
+  QLabel* bookmarkLabel_ = nullptr;
   QLabel* indexLabel_ = nullptr;
   QLabel* filterLabel_ = nullptr;
   QLabel* followLabel_ = nullptr;

@@ -86,6 +86,7 @@ void MainWindow::createMenus() {
 
   createGoMenu();
   createFilterMenu();
+  createBookmarksMenu();
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   tableAction_ = view->addAction(tr("&Table View"));
@@ -144,6 +145,7 @@ QString MainWindow::shortcutsText() const {
   rows.push_back(tr("Enter / Shift+Enter in the find field: next / previous match"));
   rows.push_back(tr("Esc: close the find bar, the filter bar or the go-to field"));
   rows.push_back(tr("Enter in the filter's From or To field: apply the time window"));
+  rows.push_back(tr("Enter / Delete in the bookmarks panel: go to the line / remove the bookmark"));
   rows.push_back(tr("Alt+Down / Alt+Up in the compare window: next / previous change"));
   rows.push_back(tr("F5 in the compare window: compare again"));
   return rows.join(QLatin1Char('\n'));
@@ -164,6 +166,8 @@ void MainWindow::createStatusBar() {
   positionLabel_ = addStatusLabel(bar);
   timeLabel_ = addStatusLabel(bar);
   timeLabel_->setToolTip(tr("The caret line's time, and the time since the previous message"));
+  bookmarkLabel_ = addStatusLabel(bar);
+  bookmarkLabel_->setToolTip(tr("The time from the nearest bookmark above to the caret line"));
   selectionLabel_ = addStatusLabel(bar);
   followLabel_ = addStatusLabel(bar);
   filterLabel_ = addStatusLabel(bar);

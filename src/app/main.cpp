@@ -3,6 +3,7 @@
 #include <QTimer>
 
 #include "app/BenchSuite.h"
+#include "app/DocumentTab.h"
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
 #include "app/RecoveryPrompts.h"
@@ -33,6 +34,7 @@ int main(int argc, char** argv) {
   quorin::app::QtMainQueue mainQueue;
 
   if (auto suite = quorin::app::BenchSuite::fromEnvironment()) return suite->run(mainQueue);
+  quorin::app::DocumentTab::pruneSidecarsInBackground();
 
   auto* window = new quorin::app::MainWindow(mainQueue);
   window->show();

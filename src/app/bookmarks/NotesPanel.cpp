@@ -33,7 +33,15 @@ std::shared_ptr<bookmarks::DocumentBookmarks> NotesPanel::bookmarksOf(const Docu
 }
 
 void NotesPanel::showTab(DocumentTab* tab) {
+  if (tab_) disconnect(tab_, &DocumentTab::bookmarksChanged, this, nullptr);
   tab_ = tab;
+  // The sidecar's notes arrive after the tab opens; the user's own typing comes back unchanged.
+  if (tab) {
+    connect(tab, &DocumentTab::bookmarksChanged, this, [this] {
+      const auto marks = tab_ ? bookmarksOf(*tab_) : nullptr;
+      if (marks && editor_->toPlainText().toStdString() != marks->notes()) showTab(tab_);
+    });
+  }
   const auto marks = tab ? bookmarksOf(*tab) : nullptr;
   loading_ = true;
   editor_->setPlainText(marks ? QString::fromStdString(marks->notes()) : QString());

@@ -26,8 +26,8 @@ bookmarks::IncidentReport incidentReportOf(const DocumentTab& tab, int contextLi
   const auto marks = NotesPanel::bookmarksOf(tab);
   const QString name = tab.path().isEmpty() ? tab.title() : tab.path();
   return bookmarks::gatherReport(sources, name.toStdString(),
-                                 marks ? marks->set().all() : std::vector<bookmarks::Bookmark>{}, {},
-                                 marks ? marks->notes() : std::string());
+                                 marks ? marks->set().all() : std::vector<bookmarks::Bookmark>{},
+                                 tab.lostBookmarks(), marks ? marks->notes() : std::string());
 }
 
 std::optional<QString> saveIncidentReport(const DocumentTab& tab, const QString& path, int contextLines) {

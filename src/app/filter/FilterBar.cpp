@@ -69,6 +69,9 @@ FilterBar::FilterBar(DocumentTab& tab, QWidget* parent) : QWidget(parent), tab_(
   exclude->setToolTip(tr("Hide lines matching the find text"));
   row->addWidget(include);
   row->addWidget(exclude);
+  auto* bookmarked = new QPushButton(tr("Bookmarked"), this);
+  bookmarked->setToolTip(tr("Show the bookmarked lines"));
+  row->addWidget(bookmarked);
 
   row->addWidget(fieldLabel(tr("Level"), this));
   level_ = new QComboBox(this);
@@ -130,6 +133,8 @@ FilterBar::FilterBar(DocumentTab& tab, QWidget* parent) : QWidget(parent), tab_(
   });
   connect(include, &QPushButton::clicked, this, [this] { addFindTextRule(filter::RuleAction::include); });
   connect(exclude, &QPushButton::clicked, this, [this] { addFindTextRule(filter::RuleAction::exclude); });
+  connect(bookmarked, &QPushButton::clicked, this,
+          [this] { addBookmarkedRule(filter::RuleAction::include); });
   connect(level_, &QComboBox::currentIndexChanged, this, [this](int index) {
     if (updating_) return;
     setMinimumLevel(index == 0 ? std::nullopt
@@ -177,6 +182,12 @@ void FilterBar::addFindTextRule(filter::RuleAction action) {
   }
   auto options = tab_.filterOptions();
   options.rules.push_back({.enabled = true, .action = action, .condition = filter::PatternCondition{query}});
+  if (apply(options) && !tab_.isFilterEnabled()) tab_.setFilterEnabled(true);
+}
+
+void FilterBar::addBookmarkedRule(filter::RuleAction action) {
+  auto options = tab_.filterOptions();
+  options.rules.push_back({.enabled = true, .action = action, .condition = filter::BookmarkedCondition{}});
   if (apply(options) && !tab_.isFilterEnabled()) tab_.setFilterEnabled(true);
 }
 

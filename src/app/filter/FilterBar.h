@@ -35,6 +35,8 @@ class FilterBar final : public QWidget {
 
   // An include or exclude rule with the find bar's text and options; says why not when it is empty.
   void addFindTextRule(filter::RuleAction action);
+  // A rule for the tab's bookmarked lines (shown, or hidden with exclude).
+  void addBookmarkedRule(filter::RuleAction action);
   void setRuleEnabled(int index, bool on);
   void removeRule(int index);
   // The level picker: none is any level.

@@ -55,6 +55,28 @@ void connectOverviewStrip(OverviewStrip* strip, DocumentTab* tab) {
                              totalLines, rows);
   });
   QObject::connect(find, &FindBar::highlightsChanged, strip, &OverviewStrip::matchesChanged);
+  strip->setBookmarkRows([tab](int64_t totalLines, int rows) {
+    const auto& set = tab->bookmarks().set();
+    if (set.empty()) return std::vector<uint8_t>{};
+    return overviewLineRows(
+        [&set](int64_t after) -> std::optional<int64_t> {
+          const auto step = set.next(after);
+          if (!step || step->wrapped) return std::nullopt;
+          return step->line;
+        },
+        totalLines, rows);
+  });
+  QObject::connect(tab, &DocumentTab::bookmarksChanged, strip, &OverviewStrip::bookmarksChanged);
+  tab->view()->setLineMarkProvider([tab](int64_t first, int64_t last) {
+    std::vector<TextView::LineMark> marks;
+    for (const auto& mark : tab->bookmarks().set().between(first, last))
+      marks.push_back({mark.line, !mark.note.empty()});
+    return marks;
+  });
+  QObject::connect(tab, &DocumentTab::bookmarksChanged, tab->view()->viewport(),
+                   qOverload<>(&QWidget::update));
+  QObject::connect(tab->view(), &TextView::markAreaClicked, tab,
+                   [tab](qint64 line) { tab->bookmarks().toggle(line); });
 
   TextView* view = tab->view();
   auto showVisible = [strip, view] {

@@ -6,15 +6,17 @@
 #include <cmath>
 
 #include "app/logs/LevelColors.h"
+#include "app/view/TextView.h"
 
 namespace quorin::app {
 namespace {
 
 // Lanes across the strip, left to right: a separator from the scroll bar,
-// search matches, warnings, errors.
+// search matches, bookmarks, warnings, errors.
 constexpr int kMatchLeft = 1, kMatchRight = 4;
-constexpr int kWarningLeft = 5, kWarningRight = 9;
-constexpr int kErrorLeft = 9, kErrorRight = OverviewStrip::kWidth;
+constexpr int kBookmarkLeft = 5, kBookmarkRight = 8;
+constexpr int kWarningLeft = 8, kWarningRight = 12;
+constexpr int kErrorLeft = 12, kErrorRight = OverviewStrip::kWidth;
 
 // A row's share of alerts as an opacity, on a logarithmic scale: 1% of a
 // row's messages is a pale tint, a quarter of them three quarters of full
@@ -65,11 +67,33 @@ std::vector<uint8_t> overviewMatchRows(const std::vector<storage::ByteRange>& ma
   return marks;
 }
 
+std::vector<uint8_t> overviewLineRows(const std::function<std::optional<int64_t>(int64_t after)>& nextAfter,
+                                      int64_t totalLines, int rows) {
+  std::vector<uint8_t> marks(static_cast<size_t>(std::max(rows, 0)), 0);
+  if (rows <= 0 || totalLines <= 0) return marks;
+  auto firstOf = [&](int row) { return overviewRowFirstLine(totalLines, rows, row); };
+  int64_t after = -1;
+  while (const auto line = nextAfter(after)) {
+    if (*line <= after || *line >= totalLines) break;
+    // The last row starting at or before the line; rows narrower than a
+    // line all show it, as they do for matches.
+    int row = static_cast<int>(std::clamp<int64_t>(*line * rows / totalLines, 0, rows - 1));
+    while (row > 0 && firstOf(row) > *line) --row;
+    while (row + 1 < rows && firstOf(row + 1) <= *line) ++row;
+    for (int r = row; r >= 0 && (r == row || firstOf(r) == *line); --r) marks[static_cast<size_t>(r)] = 1;
+    // The rest of this row's lines need no look.
+    after = std::max(*line, (row + 1 < rows ? firstOf(row + 1) : totalLines) - 1);
+  }
+  return marks;
+}
+
 OverviewStrip::OverviewStrip(QWidget* parent) : QWidget(parent) {
   setFixedWidth(kWidth);
   setAttribute(Qt::WA_OpaquePaintEvent);
   setCursor(Qt::PointingHandCursor);
-  setToolTip(tr("The whole document: errors (red), warnings (amber) and search matches; click to go there"));
+  setToolTip(
+      tr("The whole document: errors (red), warnings (amber), bookmarks (blue) and search matches; click to "
+         "go there"));
 }
 
 void OverviewStrip::setData(std::shared_ptr<const logs::LogIndexData> data, int64_t totalLines) {
@@ -85,6 +109,11 @@ void OverviewStrip::setMatchRows(MatchRows provider) {
 }
 
 void OverviewStrip::matchesChanged() { invalidate(); }
+
+void OverviewStrip::setBookmarkRows(MatchRows provider) {
+  bookmarkRows_ = std::move(provider);
+  invalidate();
+}
 
 void OverviewStrip::setVisibleLines(int64_t firstLine, int64_t lineCount) {
   if (firstLine == visibleFirst_ && lineCount == visibleCount_) return;
@@ -117,6 +146,9 @@ void OverviewStrip::render() {
   if (data_ && totalLines_ > 0) levels = logs::buildOverview(*data_, totalLines_, rows);
   std::vector<uint8_t> marks;
   if (matchRows_ && totalLines_ > 0) marks = matchRows_(totalLines_, rows);
+  std::vector<uint8_t> bookmarks;
+  if (bookmarkRows_ && totalLines_ > 0) bookmarks = bookmarkRows_(totalLines_, rows);
+  const QColor bookmarkColor = TextView::lineMarkColor(false);
   // Rows past what the index has read are hatched until it gets there.
   const int64_t indexedLines = data_ && !data_->complete ? data_->linesIndexed : INT64_MAX;
 
@@ -139,6 +171,8 @@ void OverviewStrip::render() {
     }
     if (row < marks.size() && marks[row])
       for (int x = kMatchLeft; x < kMatchRight; ++x) line[x] = matchColor.rgb();
+    if (row < bookmarks.size() && bookmarks[row])
+      for (int x = kBookmarkLeft; x < kBookmarkRight; ++x) line[x] = bookmarkColor.rgb();
   }
 }
 

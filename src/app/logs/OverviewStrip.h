@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "logs/LogPictures.h"
@@ -25,11 +26,18 @@ std::vector<uint8_t> overviewMatchRows(const std::vector<storage::ByteRange>& ma
                                        const storage::LineIndexSnapshot& lines, int64_t textLength,
                                        int64_t totalLines, int rows);
 
+// Which of `rows` pixel rows hold a marked line (a bookmark), the marked
+// lines given by `nextAfter` (the first marked line after a line, none past
+// the last). Time in proportion to the rows holding marks, each a lookup,
+// however many lines are marked.
+std::vector<uint8_t> overviewLineRows(const std::function<std::optional<int64_t>(int64_t after)>& nextAfter,
+                                      int64_t totalLines, int rows);
+
 // A narrow strip beside the text view's scroll bar showing the whole
 // document, one pixel row for an even share of its lines: the density of
 // messages at error and above and at warning (from the log index, filling in
 // while it builds; the part not indexed yet is hatched), the rows holding a
-// search match, and the lines on screen as a frame. Clicking or dragging asks
+// search match, the rows holding a bookmark, and the lines on screen as a frame. Clicking or dragging asks
 // for the line under the mouse. A filtered view keeps the whole document
 // here (where the errors are does not change with what is shown): the frame
 // spans the document lines from the first to the last row on screen, and a
@@ -42,7 +50,7 @@ class OverviewStrip : public QWidget {
   Q_OBJECT
 
  public:
-  static constexpr int kWidth = 14;
+  static constexpr int kWidth = 17;
 
   explicit OverviewStrip(QWidget* parent = nullptr);
 
@@ -57,6 +65,9 @@ class OverviewStrip : public QWidget {
   void setMatchRows(MatchRows provider);
   // The provider's answers changed (a new count, an edit, the bar closed).
   void matchesChanged();
+  // Where the bookmarks are, as rows like the matches.
+  void setBookmarkRows(MatchRows provider);
+  void bookmarksChanged() { invalidate(); }
 
   // The lines on screen, drawn as a frame over the strip.
   void setVisibleLines(int64_t firstLine, int64_t lineCount);
@@ -83,6 +94,7 @@ class OverviewStrip : public QWidget {
   std::shared_ptr<const logs::LogIndexData> data_;
   int64_t totalLines_ = 0;
   MatchRows matchRows_;
+  MatchRows bookmarkRows_;
   int64_t visibleFirst_ = 0;
   int64_t visibleCount_ = 0;
   int64_t lastRequested_ = -1;  // a drag asks once per line

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QAbstractScrollArea>
+#include <QColor>
 #include <QTimer>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -12,6 +14,8 @@
 #include "bookmarks/Markers.h"
 #include "document/Document.h"
 #include "search/LineProjection.h"
+
+class QPainter;
 
 namespace quorin::app {
 
@@ -51,6 +55,17 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   // Highlight rules drawn on the rows shown (null: none). A rule switched
   // off for being too slow is told once through statusMessage.
   void setMarkers(std::shared_ptr<bookmarks::CompiledMarkers> markers);
+  // Marks in the gutter (bookmarks): the marked lines among first…last
+  // (0-based, inclusive), ascending, and whether each has a note. Asked at
+  // each paint for the lines on screen only.
+  struct LineMark {
+    int64_t line = 0;
+    bool noted = false;
+  };
+  using LineMarkProvider = std::function<std::vector<LineMark>(int64_t firstLine, int64_t lastLine)>;
+  void setLineMarkProvider(LineMarkProvider provider);
+  // The gutter mark's colour, plain or with a note.
+  static QColor lineMarkColor(bool noted);
   void showStatusMessage(const QString& text) override { emit statusMessage(text); }
 
   int64_t caret() const { return caret_; }
@@ -99,6 +114,9 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void selectionPlaced(qint64 begin, qint64 end);
   void statusMessage(const QString& text);
   void undoStateChanged();
+  // A click in the mark area at the gutter's left edge (where the line marks are
+  // drawn), on this 0-based line; only while there is a mark provider.
+  void markAreaClicked(qint64 line);
 
  protected:
   void paintEvent(QPaintEvent* event) override;
@@ -161,6 +179,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   void reportRefusal(const document::EditRefusal& refusal);
   void stepHistory(bool backward);  // undo or redo
   void updateFontMetrics();
+  void drawLineMarks(QPainter& painter) const;
 
   std::shared_ptr<document::Document> doc_;
   int listenerToken_ = 0;
@@ -182,6 +201,7 @@ class TextView : public QAbstractScrollArea, public EditorSurface {
   HighlightProvider highlights_;
   std::shared_ptr<bookmarks::CompiledMarkers> markers_;
   size_t markerProblemsTold_ = 0;
+  LineMarkProvider lineMarks_;
   LogLineStyler logStyler_;
   double cellWidth_ = 8;
   double ascent_ = 10;

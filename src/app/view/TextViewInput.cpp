@@ -148,6 +148,11 @@ int64_t TextView::offsetAt(const QPointF& point) const {
 
 void TextView::mousePressEvent(QMouseEvent* event) {
   if (event->button() != Qt::LeftButton) return QAbstractScrollArea::mousePressEvent(event);
+  if (lineMarks_ && event->position().x() < kGutterPadding &&
+      event->position().y() < static_cast<double>(rows_.size()) * rowHeight()) {
+    const auto row = rowIndexAt(event->position().y());
+    if (row && rows_[*row].lineNumber) return emit markAreaClicked(*rows_[*row].lineNumber);
+  }
   selecting_ = true;
   preferredCell_.reset();
   setCaret(offsetAt(event->position()), event->modifiers() & Qt::ShiftModifier);
