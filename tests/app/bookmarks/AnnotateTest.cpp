@@ -78,6 +78,20 @@ TEST(AppAnnotateTest, NotesLinkToLinesThatJumpBackAndGoIntoTheReport) {
       saveIncidentReport(*tab, QString::fromStdString((dir.path() / "no/dir/r.md").string()), 0);
   ASSERT_TRUE(refused);
   EXPECT_TRUE(refused->startsWith("The report could not be saved: open(")) << refused->toStdString();
+
+  // The notes go with the bookmarks into the sidecar, and come back with the file.
+  const auto settle = [&] {
+    for (int i = 0; i < 3000 && (!window.currentTab() || window.currentTab()->isReadingBookmarks()); ++i) {
+      QTest::qWait(2);
+    }
+  };
+  settle();
+  window.closeTab(0);
+  ASSERT_EQ(window.openFileWithMode(QString::fromStdString(path.string()), {}), std::nullopt);
+  settle();
+  QTest::qWait(20);  // the change notice
+  EXPECT_EQ(window.notesPanel()->text(), notes);
+  EXPECT_TRUE(NotesPanel::bookmarksOf(*window.currentTab())->set().contains(120));
   window.closeTab(0);
 }
 
