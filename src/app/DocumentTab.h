@@ -56,6 +56,7 @@ class DocumentTab : public QWidget {
   FilterBar* filterBar() const { return filterBar_; }
   GoToField* goToField() const { return goTo_; }
   OverviewStrip* overviewStrip() const { return overview_; }
+  dispatch::MainQueue& mainQueue() const { return mainQueue_; }
   // The Table view of a delimited document; false (with the reason in the
   // status bar) when the text does not parse as a table.
   bool setTableView(bool on);

@@ -9,6 +9,7 @@
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
 #include "app/WindowSupport.h"
+#include "app/bookmarks/MarkerScan.h"
 #include "app/bookmarks/MarkerSettings.h"
 #include "app/bookmarks/MarkersDialog.h"
 #include "app/bookmarks/NotesPanel.h"
@@ -110,6 +111,7 @@ void MainWindow::applyMarkers(DocumentTab* tab) {
   const auto rules = loadMarkerRules(&problem);
   auto compiled = rules.empty() ? nullptr : std::make_shared<bookmarks::CompiledMarkers>(rules);
   tab->view()->setMarkers(compiled);
+  if (MarkerScan* scan = MarkerScan::of(*tab)) scan->setRules(rules);
   if (!problem.isEmpty()) showTransientMessage(problem);
   for (size_t i = 0; compiled && i < compiled->problems().size(); ++i) {
     if (const auto& error = compiled->problems()[i]) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "app/DocumentTab.h"
+#include "app/bookmarks/MarkerScan.h"
 #include "app/find/FindBar.h"
 #include "app/logs/OverviewStrip.h"
 #include "app/view/TextView.h"
@@ -67,6 +68,9 @@ void connectOverviewStrip(OverviewStrip* strip, DocumentTab* tab) {
         totalLines, rows);
   });
   QObject::connect(tab, &DocumentTab::bookmarksChanged, strip, &OverviewStrip::bookmarksChanged);
+  auto* markers = new MarkerScan(tab, strip);
+  strip->setMarkerRows([markers](int64_t totalLines, int rows) { return markers->rows(totalLines, rows); });
+  QObject::connect(markers, &MarkerScan::changed, strip, &OverviewStrip::markersChanged);
   tab->view()->setLineMarkProvider([tab](int64_t first, int64_t last) {
     std::vector<TextView::LineMark> marks;
     for (const auto& mark : tab->bookmarks().set().between(first, last))

@@ -115,6 +115,11 @@ void OverviewStrip::setBookmarkRows(MatchRows provider) {
   invalidate();
 }
 
+void OverviewStrip::setMarkerRows(ColourRows provider) {
+  markerRows_ = std::move(provider);
+  invalidate();
+}
+
 void OverviewStrip::setVisibleLines(int64_t firstLine, int64_t lineCount) {
   if (firstLine == visibleFirst_ && lineCount == visibleCount_) return;
   visibleFirst_ = firstLine;
@@ -148,6 +153,8 @@ void OverviewStrip::render() {
   if (matchRows_ && totalLines_ > 0) marks = matchRows_(totalLines_, rows);
   std::vector<uint8_t> bookmarks;
   if (bookmarkRows_ && totalLines_ > 0) bookmarks = bookmarkRows_(totalLines_, rows);
+  std::vector<QRgb> markers;
+  if (markerRows_ && totalLines_ > 0) markers = markerRows_(totalLines_, rows);
   const QColor bookmarkColor = TextView::lineMarkColor(false);
   // Rows past what the index has read are hatched until it gets there.
   const int64_t indexedLines = data_ && !data_->complete ? data_->linesIndexed : INT64_MAX;
@@ -169,6 +176,8 @@ void OverviewStrip::render() {
       if (const double a = opacityOf(levels[row].errors); a > 0)
         for (int x = kErrorLeft; x < kErrorRight; ++x) line[x] = blend(background, errorColor, a);
     }
+    if (row < markers.size() && markers[row])
+      for (int x = kMatchLeft; x < kMatchRight; ++x) line[x] = blend(background, QColor(markers[row]), 0.9);
     if (row < marks.size() && marks[row])
       for (int x = kMatchLeft; x < kMatchRight; ++x) line[x] = matchColor.rgb();
     if (row < bookmarks.size() && bookmarks[row])

@@ -68,6 +68,11 @@ class OverviewStrip : public QWidget {
   // Where the bookmarks are, as rows like the matches.
   void setBookmarkRows(MatchRows provider);
   void bookmarksChanged() { invalidate(); }
+  // Where the markers match: each row's colour, 0 for none. Drawn in the
+  // matches' lane, under the search's own matches.
+  using ColourRows = std::function<std::vector<QRgb>(int64_t totalLines, int rows)>;
+  void setMarkerRows(ColourRows provider);
+  void markersChanged() { invalidate(); }
 
   // The lines on screen, drawn as a frame over the strip.
   void setVisibleLines(int64_t firstLine, int64_t lineCount);
@@ -95,6 +100,7 @@ class OverviewStrip : public QWidget {
   int64_t totalLines_ = 0;
   MatchRows matchRows_;
   MatchRows bookmarkRows_;
+  ColourRows markerRows_;
   int64_t visibleFirst_ = 0;
   int64_t visibleCount_ = 0;
   int64_t lastRequested_ = -1;  // a drag asks once per line

@@ -9,6 +9,7 @@
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
 #include "app/QtMainQueue.h"
+#include "app/bookmarks/MarkerScan.h"
 #include "app/bookmarks/MarkerSettings.h"
 #include "app/bookmarks/NotesPanel.h"
 #include "app/bookmarks/ReportExport.h"
@@ -112,6 +113,15 @@ TEST(AppAnnotateTest, MarkSelectionAddsAMarkerInTheNextColourAndBadSettingsAreTo
   window.markSelection();
   EXPECT_EQ(loadMarkerRules()[1].colour, bookmarks::MarkerColour::green);
   tab->view()->grab();  // draws the long line's marks from its shown piece only
+  // The overview strip learns where every marker is from a search of the whole text.
+  MarkerScan* scan = MarkerScan::of(*tab);
+  ASSERT_NE(scan, nullptr);
+  for (int i = 0; i < 2000 && scan->rows(3, 3).empty(); ++i) QTest::qWait(2);
+  const auto rows = scan->rows(3, 3);
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_NE(rows[0], 0u);  // "alpha" and "timeout" on line 1
+  EXPECT_NE(rows[1], 0u);  // "timeout" at the end of the long line
+  EXPECT_EQ(rows[2], 0u);
 
   QSettings().setValue(kMarkersKey, "[{\"pattern\": 3}]");
   QString problem;
