@@ -19,6 +19,8 @@ NotesPanel::NotesPanel(QWidget* parent)
       tr("What happened, in Markdown. Annotate ▸ Insert Link to Caret Line adds a link that jumps back "
          "(Ctrl+click or Ctrl+Enter)."));
   editor_->setEnabled(false);
+  // Room for a sentence and a link's label, not a column of words.
+  editor_->setMinimumWidth(320);
   editor_->viewport()->installEventFilter(this);
   editor_->installEventFilter(this);
   setWidget(editor_);
