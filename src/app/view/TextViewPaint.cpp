@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "app/bookmarks/MarkerColors.h"
+#include "app/filter/FilterTexts.h"
 #include "app/view/TextView.h"
+#include "filter/FilterProjection.h"
 
 namespace quorin::app {
 namespace {
@@ -143,6 +145,17 @@ void TextView::paintEvent(QPaintEvent*) {
     drawRow(painter, layout, spans, text, left, cellWidth_, hCell_, top + ascent_ + 1);
     if (row.lineStart == caretLine && hasFocus() && caret_ >= row.lineStart && caret_ <= row.contentEnd) {
       painter.fillRect(QRectF(xOf(caret_) - 1, top + 1, 2, rowHeight() - 2), text);
+    }
+  }
+  // A filter still computing has not decided about the lines past its
+  // prefix: where they would be, say how far it has got.
+  if (const auto* filter = dynamic_cast<const filter::FilterProjection*>(projection_.get());
+      filter && !filter->isComplete()) {
+    const double top = static_cast<double>(rows_.size()) * rowHeight() + rowHeight() * 0.5;
+    if (top < viewport()->height()) {
+      painter.setPen(blend(base, text, 0.5));
+      painter.drawText(QRectF(left, top, width - left, rowHeight() * 1.5), Qt::AlignLeft | Qt::AlignVCenter,
+                       FilterTexts::progress(filter->linesEvaluated(), lines_->estimatedLineCount()));
     }
   }
   painter.setClipping(false);
