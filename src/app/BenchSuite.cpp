@@ -24,6 +24,7 @@
 #include "app/DocumentTab.h"
 #include "app/LargeFileDialog.h"
 #include "app/MainWindow.h"
+#include "app/WindowSupport.h"
 #include "app/bookmarks/AnnotateTour.h"
 #include "app/bookmarks/BookmarksTour.h"
 #include "app/compare/CompareWindow.h"
@@ -61,11 +62,6 @@ void report(const char* prefix, FrameTimes& frames) {
 }
 
 // Runs the event loop for `ms` milliseconds (index progress, timers).
-void pump(int ms) {
-  QEventLoop loop;
-  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-  loop.exec();
-}
 
 class Shots {
  public:
@@ -149,7 +145,7 @@ void shotFilteredView(MainWindow* window, TextView* view, Shots& shots) {
   bits.rebuildRankDirectory();
   view->setLineProjection(
       std::make_shared<filter::FilterProjection>(std::move(bits), filter::FilterOptions{}, 0, 0));
-  pump(100);
+  pumpEvents(100);
   shots.take(window, QStringLiteral("filtered-view"));
   view->setLineProjection(nullptr);
 }
@@ -179,15 +175,15 @@ void tourLogLevels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
       400);
   if (window->openFileWithMode(path, {})) return;
   DocumentTab* tab = window->currentTab();
-  pump(800);  // the log index
+  pumpEvents(800);  // the log index
   tab->stepToMessage(logs::Level::error, true);
   tab->stepToMessage(logs::Level::error, true);
-  pump(200);
+  pumpEvents(200);
   shots.take(window, QStringLiteral("log-levels"));
   shotFilteredView(window, tab->view(), shots);
   tab->goToField()->activateTime();
   tab->goToField()->setText(QStringLiteral("09:14:30"));
-  pump(100);
+  pumpEvents(100);
   shots.take(window, QStringLiteral("go-to-time"));
   tab->goToField()->go();
   QPalette dark;
@@ -199,7 +195,7 @@ void tourLogLevels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   dark.setColor(QPalette::ButtonText, QColor(0xdf, 0xe1, 0xe5));
   dark.setColor(QPalette::Highlight, QColor(0x2e, 0x5c, 0x9a));
   window->setPalette(dark);
-  pump(200);
+  pumpEvents(200);
   shots.take(window, QStringLiteral("log-levels-dark"));
   window->setPalette(QPalette());
 }
@@ -210,15 +206,15 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
   DocumentTab* log = window->currentTab();
   log->findBar()->activate();
   log->findBar()->setQuery(QStringLiteral("Slow query"));
-  pump(2500);
+  pumpEvents(2500);
   log->findBar()->findNext();
-  pump(500);
+  pumpEvents(500);
   shots.take(window, QStringLiteral("find-bar"));
   log->findBar()->close();
   log->goToField()->activate();
   log->goToField()->setText(QStringLiteral("r1234"));
   log->goToField()->go();
-  pump(200);
+  pumpEvents(200);
   shots.take(window, QStringLiteral("go-to-field"));
   log->goToField()->close();
 
@@ -240,7 +236,7 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
       20000);
   if (!window->openFileWithMode(csvPath, {})) {
     window->currentTab()->setTableView(true);
-    pump(1500);
+    pumpEvents(1500);
     shots.take(window, QStringLiteral("csv-grid"));
   }
 
@@ -267,7 +263,7 @@ void tourPanels(MainWindow* window, Shots& shots, const QTemporaryDir& dir) {
     compare->resize(1200, 700);
     compare->show();
     compare->compareWithFile(after);
-    pump(2500);
+    pumpEvents(2500);
     shots.take(compare, QStringLiteral("compare-window"));
     compare->close();
   }
@@ -285,7 +281,7 @@ void takeTour(MainWindow* window, Shots& shots) {
   TextView* view = window->currentTab()->view();
   view->setCaret(view->document().length() / 3);
   view->scrollByRows(-5);
-  pump(300);
+  pumpEvents(300);
   shots.take(window, QStringLiteral("window"));
 
   const QFileInfo info(window->currentTab()->path());
@@ -294,7 +290,7 @@ void takeTour(MainWindow* window, Shots& shots) {
   dialog.sliceStartField()->setValue(512);
   dialog.sliceEndField()->setValue(256);
   dialog.show();
-  pump(100);
+  pumpEvents(100);
   shots.take(&dialog, QStringLiteral("large-file-dialog"));
   answerNextAlert(shots, QStringLiteral("validation-alert"), QStringLiteral("OK"));
   dialog.openRequested();
@@ -315,13 +311,13 @@ void takeTour(MainWindow* window, Shots& shots) {
   TextView* edited = window->currentTab()->view();
   edited->setCaret(0);
   edited->insertText(QStringLiteral("my note: "));
-  pump(200);
+  pumpEvents(200);
   answerNextAlert(shots, QStringLiteral("external-change"), QStringLiteral("Keep Mine"));
   if (file.open(QIODevice::Append)) {
     file.write("2026-03-15T07:05:00Z WARN appended by another program\n");
     file.close();
   }
-  pump(1500);
+  pumpEvents(1500);
   discardChanges(window);
   tourPanels(window, shots, dir);
 }
@@ -354,7 +350,7 @@ int BenchSuite::run(dispatch::MainQueue& mainQueue) {
   auto* window = new MainWindow(mainQueue);
   window->resize(1280, 800);
   window->show();
-  pump(50);
+  pumpEvents(50);
 
   QElapsedTimer opening;
   opening.start();

@@ -1,8 +1,10 @@
 #include "app/WindowSupport.h"
 
 #include <QApplication>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QSettings>
+#include <QTimer>
 
 #include "app/MainWindow.h"
 #include "storage/LargeFileOpenMode.h"
@@ -40,5 +42,11 @@ QList<MainWindow*> allWindows() {
 bool inPlaceSavePreference() { return QSettings().value(MainWindow::kInPlaceSaveKey, true).toBool(); }
 
 void setInPlaceSavePreference(bool enabled) { QSettings().setValue(MainWindow::kInPlaceSaveKey, enabled); }
+
+void pumpEvents(int ms) {
+  QEventLoop loop;
+  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+  loop.exec();
+}
 
 }  // namespace quorin::app

@@ -25,4 +25,7 @@ QList<MainWindow*> allWindows();
 bool inPlaceSavePreference();
 void setInPlaceSavePreference(bool enabled);
 
+// Runs the event loop for `ms` milliseconds (the benchmarks and the screenshot tour wait on background work).
+void pumpEvents(int ms);
+
 }  // namespace quorin::app

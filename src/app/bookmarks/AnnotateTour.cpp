@@ -1,13 +1,12 @@
 #include "app/bookmarks/AnnotateTour.h"
 
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QPlainTextEdit>
-#include <QTimer>
 
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
+#include "app/WindowSupport.h"
 #include "app/bookmarks/MarkerSettings.h"
 #include "app/bookmarks/NotesPanel.h"
 #include "app/view/TextView.h"
@@ -15,12 +14,6 @@
 
 namespace quorin::app {
 namespace {
-
-void pumpFor(int ms) {
-  QEventLoop loop;
-  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-  loop.exec();
-}
 
 QString writeLog(const QString& directory) {
   const QString path = QDir(directory).filePath(QStringLiteral("payments.log"));
@@ -46,7 +39,7 @@ void tourAnnotate(MainWindow* window, const QString& directory,
                   const std::function<void(QWidget*, const QString&)>& shoot) {
   if (window->openFileWithMode(writeLog(directory), {})) return;
   DocumentTab* tab = window->currentTab();
-  pumpFor(600);  // the log index
+  pumpEvents(600);  // the log index
   const auto rules = loadMarkerRules();
   saveMarkerRules({{.pattern = "timed out", .colour = bookmarks::MarkerColour::pink},
                    {.pattern = "worker-2", .colour = bookmarks::MarkerColour::cyan}});
@@ -67,7 +60,7 @@ void tourAnnotate(MainWindow* window, const QString& directory,
       QStringLiteral("\n- every 23rd charge times out, on every worker\n- next: ask the network"));
   tab->view()->scrollToOffset(0);
   tab->view()->setFocus();
-  pumpFor(300);
+  pumpEvents(300);
   shoot(window, QStringLiteral("incident-notes"));
   window->notesPanel()->hide();
   saveMarkerRules(rules);

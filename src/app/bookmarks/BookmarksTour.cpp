@@ -1,11 +1,10 @@
 #include "app/bookmarks/BookmarksTour.h"
 
-#include <QEventLoop>
 #include <QTableView>
-#include <QTimer>
 
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
+#include "app/WindowSupport.h"
 #include "app/bookmarks/BookmarksPanel.h"
 #include "app/filter/FilterBar.h"
 #include "app/find/FindBar.h"
@@ -14,15 +13,7 @@
 #include "app/view/TextView.h"
 
 namespace quorin::app {
-namespace {
-
-void pumpFor(int ms) {
-  QEventLoop loop;
-  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-  loop.exec();
-}
-
-}  // namespace
+namespace {}  // namespace
 
 void tourBookmarks(MainWindow* window, const std::function<void(QWidget*, const QString&)>& shoot) {
   DocumentTab* tab = window->currentTab();
@@ -31,7 +22,7 @@ void tourBookmarks(MainWindow* window, const std::function<void(QWidget*, const 
   tab->filterBar()->close();
   tab->findBar()->setQuery(QStringLiteral("failed"));
   tab->bookmarkAllMatches();
-  pumpFor(600);
+  pumpEvents(600);
   tab->findBar()->close();
   const auto lines = tab->bookmarks().set().lines();
   if (lines.size() < 4) return;
@@ -40,10 +31,10 @@ void tourBookmarks(MainWindow* window, const std::function<void(QWidget*, const 
   goToLine(tab, lines[3] + 6);
   window->timeline()->hide();
   window->bookmarksPanel()->show();
-  pumpFor(100);  // docked first, then widened
+  pumpEvents(100);  // docked first, then widened
   window->resizeDocks({window->bookmarksPanel()}, {window->height() / 3}, Qt::Vertical);
   window->bookmarksPanel()->table()->selectRow(3);
-  pumpFor(400);
+  pumpEvents(400);
   tab->view()->setFocus();
   shoot(window, QStringLiteral("bookmarks-panel"));
 }

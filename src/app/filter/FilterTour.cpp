@@ -1,24 +1,17 @@
 #include "app/filter/FilterTour.h"
 
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
-#include <QTimer>
 
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
+#include "app/WindowSupport.h"
 #include "app/filter/FilterBar.h"
 #include "app/find/FindBar.h"
 #include "app/view/TextView.h"
 
 namespace quorin::app {
 namespace {
-
-void pumpFor(int ms) {
-  QEventLoop loop;
-  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-  loop.exec();
-}
 
 QString writeServiceLog(const QString& directory) {
   const QString path = QDir(directory).filePath(QStringLiteral("checkout.log"));
@@ -51,7 +44,7 @@ void tourFilter(MainWindow* window, const QString& directory,
                 const std::function<void(QWidget*, const QString&)>& shoot) {
   if (window->openFileWithMode(writeServiceLog(directory), {})) return;
   DocumentTab* tab = window->currentTab();
-  pumpFor(800);  // the log index
+  pumpEvents(800);  // the log index
   FilterBar* bar = tab->filterBar();
   bar->activate();
   tab->findBar()->activate();
@@ -69,7 +62,7 @@ void tourFilter(MainWindow* window, const QString& directory,
   options.contextAfter = 1;
   bar->apply(options);
   tab->findBar()->close();
-  pumpFor(800);
+  pumpEvents(800);
   tab->view()->setFocus();
   shoot(window, QStringLiteral("filter-bar"));
 }

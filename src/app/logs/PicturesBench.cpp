@@ -3,16 +3,15 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QFile>
 #include <QMouseEvent>
-#include <QTimer>
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "app/DocumentTab.h"
 #include "app/MainWindow.h"
+#include "app/WindowSupport.h"
 #include "app/find/FindBar.h"
 #include "app/logs/OverviewStrip.h"
 #include "app/logs/TimelineChart.h"
@@ -23,12 +22,6 @@ namespace quorin::app {
 namespace {
 
 constexpr int kFrames = 200;
-
-void pump(int ms) {
-  QEventLoop loop;
-  QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-  loop.exec();
-}
 
 // The change and the paint it causes, timed together, in milliseconds.
 template <typename Change>
@@ -126,12 +119,12 @@ void tourLogPictures(MainWindow* window, const QString& directory,
   window->timeline()->show();
   QElapsedTimer waiting;
   waiting.start();
-  while (!tab->logData()->complete && waiting.elapsed() < 60'000) pump(50);
+  while (!tab->logData()->complete && waiting.elapsed() < 60'000) pumpEvents(50);
   tab->findBar()->activate();
   tab->findBar()->setQuery(QStringLiteral("slow query"));
-  pump(1500);
+  pumpEvents(1500);
   tab->findBar()->findNext();
-  pump(300);
+  pumpEvents(300);
   // Into the incident, then a drag over its bars.
   TimelineChart* chart = window->timeline()->chart();
   const QRect plot = chart->plotRect();
@@ -141,7 +134,7 @@ void tourLogPictures(MainWindow* window, const QString& directory,
   sendMouse(chart, QEvent::MouseButtonPress, QPointF(plot.left() + plot.width() * 0.655, y), Qt::LeftButton);
   sendMouse(chart, QEvent::MouseMove, QPointF(plot.left() + plot.width() * 0.73, y), Qt::LeftButton);
   sendMouse(chart, QEvent::MouseButtonRelease, QPointF(plot.left() + plot.width() * 0.73, y), Qt::NoButton);
-  pump(300);
+  pumpEvents(300);
   shoot(window, QStringLiteral("log-pictures"));
 
   const QPalette light = QApplication::palette();
@@ -157,29 +150,29 @@ void tourLogPictures(MainWindow* window, const QString& directory,
   dark.setColor(QPalette::HighlightedText, Qt::white);
   dark.setColor(QPalette::Mid, QColor(0x4a, 0x4c, 0x50));
   QApplication::setPalette(dark);
-  pump(300);
+  pumpEvents(300);
   shoot(window, QStringLiteral("log-pictures-dark"));
   QApplication::setPalette(light);
   tab->findBar()->close();
-  pump(100);
+  pumpEvents(100);
 }
 
 void benchPictures(MainWindow* window, const std::function<void(const char*, double, const char*)>& figure) {
   DocumentTab* tab = window->currentTab();
   QElapsedTimer waiting;
   waiting.start();
-  while (!tab->logData()->complete && waiting.elapsed() < 300'000) pump(50);
+  while (!tab->logData()->complete && waiting.elapsed() < 300'000) pumpEvents(50);
   figure("log_index_complete", static_cast<double>(waiting.elapsed()), "ms");
   figure("log_blocks", static_cast<double>(tab->logData()->blocks.size()), "count");
   window->timeline()->show();
-  pump(200);
+  pumpEvents(200);
 
   // A search with matches all through the file, so that the strip marks them too.
   tab->findBar()->activate();
   tab->findBar()->setQuery(QStringLiteral("Slow query"));
-  pump(500);  // the count starts after a typing pause
+  pumpEvents(500);  // the count starts after a typing pause
   waiting.restart();
-  while (tab->findBar()->isCounting() && waiting.elapsed() < 120'000) pump(100);
+  while (tab->findBar()->isCounting() && waiting.elapsed() < 120'000) pumpEvents(100);
   figure("overview_matches", static_cast<double>(tab->findBar()->matches().size()), "count");
 
   OverviewStrip* strip = tab->overviewStrip();

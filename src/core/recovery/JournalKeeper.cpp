@@ -64,11 +64,7 @@ bool JournalKeeper::ensureJournal() {
   }
   journal_ = std::move(*created);
   bytesAtSaveStart_ = -1;
-  if (paused_) {
-    paused_ = false;
-    status_.clear();
-    if (options_.onStatus) options_.onStatus(status_);
-  }
+  resumed();
   return true;
 }
 
@@ -91,12 +87,15 @@ bool JournalKeeper::startFromText() {
   if (journal_) journal_->discard();
   journal_ = std::move(*created);
   bytesAtSaveStart_ = -1;
-  if (paused_) {
-    paused_ = false;
-    status_.clear();
-    if (options_.onStatus) options_.onStatus(status_);
-  }
+  resumed();
   return true;
+}
+
+void JournalKeeper::resumed() {
+  if (!paused_) return;
+  paused_ = false;
+  status_.clear();
+  if (options_.onStatus) options_.onStatus(status_);
 }
 
 void JournalKeeper::compactIfLarge() {

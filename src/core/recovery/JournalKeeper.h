@@ -70,6 +70,8 @@ class JournalKeeper final : public document::EditRecorder {
   // Starts a fresh journal holding the text as edits of its base.
   bool startFromText();
   void compactIfLarge();
+  // Recording works again: the status is cleared and told.
+  void resumed();
   void pause(const JournalWriteError& error);
   void end();
 
