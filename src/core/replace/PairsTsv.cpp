@@ -1,5 +1,7 @@
 #include "replace/PairsTsv.h"
 
+#include "search/QueryText.h"
+
 namespace quorin::replace {
 namespace {
 
@@ -21,19 +23,19 @@ std::string escaped(std::string_view text) {
   return out;
 }
 
-// A regex or template only needs its raw tabs and line breaks written out;
-// their own backslashes already mean what they say.
+// A regex or a template only needs its raw tabs and line feeds written out
+// (their own backslashes already mean what they say). A raw CR can stay: the
+// flags field always follows, so it never ends a line.
 std::string withoutRawBreaks(std::string_view text) {
   std::string out;
   for (char c : text) {
-    if (c == '\t')
+    if (c == '\t') {
       out += "\\t";
-    else if (c == '\r')
-      out += "\\r";
-    else if (c == '\n')
+    } else if (c == '\n') {
       out += "\\n";
-    else
+    } else {
       out.push_back(c);
+    }
   }
   return out;
 }
@@ -89,13 +91,16 @@ std::string writePairsTsv(std::span<const BatchPair> pairs) {
   out += '\n';
   for (const BatchPair& pair : pairs) {
     BatchPair written = pair;
-    if (!pair.regex && !pair.escapes && (needsEscaping(pair.find) || needsEscaping(pair.replace))) {
-      written.escapes = true;
-      written.find = escaped(pair.find);
-      written.replace = escaped(pair.replace);
-    } else if (pair.regex || pair.escapes) {
+    if (pair.regex) {
       written.find = withoutRawBreaks(pair.find);
       written.replace = withoutRawBreaks(pair.replace);
+    } else if (pair.escapes || needsEscaping(pair.find) || needsEscaping(pair.replace)) {
+      // Written as the texts they stand for, every special character escaped.
+      const std::string find = pair.escapes ? search::expandEscapes(pair.find) : pair.find;
+      const std::string replace = pair.escapes ? search::expandEscapes(pair.replace) : pair.replace;
+      written.escapes = true;
+      written.find = escaped(find);
+      written.replace = escaped(replace);
     }
     out += written.find;
     out += '\t';

@@ -26,10 +26,10 @@ struct TsvError {
 std::expected<std::vector<BatchPair>, TsvError> readPairsTsv(std::string_view text);
 
 // The header, then one line per pair. A literal pair whose texts hold a tab,
-// a line break or a backslash is written with `e` and those escaped, so
-// reading gives the same pairs back. (A regex pair's texts cannot hold a raw
-// tab or line break through the find bar; one that does is escaped the same
-// way, which a regex and a template read alike.)
+// a line break or a backslash (or that uses escapes) is written with `e` and
+// those characters escaped, so reading gives pairs that find and insert the
+// same bytes. A regex pair's raw tab or line feed is written as \t or \n,
+// which a regex and a template read alike.
 std::string writePairsTsv(std::span<const BatchPair> pairs);
 
 }  // namespace quorin::replace
