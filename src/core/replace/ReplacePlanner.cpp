@@ -52,19 +52,38 @@ struct MatchLine {
   bool cutAfter = false;
 };
 
-void readMatchLine(const storage::PieceTableSnapshot& text, uint8_t terminator, const search::SearchMatch& m,
-                   MatchLine& line) {
+// Reads the line holding [matchStart, matchEnd) into `line`.
+void readMatchLine(const storage::PieceTableSnapshot& text, uint8_t terminator, int64_t matchStart,
+                   int64_t matchEnd, MatchLine& line) {
   const int64_t total = text.totalLength();
-  const int64_t matchEnd = m.matchByteStart + m.matchByteLength;
-  line.start = std::max(m.lineByteStart, m.matchByteStart - kCaptureReachBytes);
-  line.cutBefore = line.start > m.lineByteStart;
+  // Back to the line's start, reading more each time.
+  const int64_t floor = std::max<int64_t>(0, matchStart - kCaptureReachBytes);
+  int64_t from = std::max(floor, matchStart - 4096);
+  std::string before;
+  while (true) {
+    before.resize(static_cast<size_t>(matchStart - from));
+    text.copyBytes({from, matchStart}, reinterpret_cast<uint8_t*>(before.data()));
+    const size_t at = before.rfind(static_cast<char>(terminator));
+    if (at != std::string::npos) {
+      line.start = from + static_cast<int64_t>(at) + 1;
+      line.cutBefore = false;
+      break;
+    }
+    if (from == floor) {
+      line.start = floor;
+      line.cutBefore = floor > 0;
+      break;
+    }
+    from = std::max(floor, matchStart - 4 * (matchStart - from));
+  }
+  // On to its end.
   const int64_t limit = std::min(total, matchEnd + kCaptureReachBytes);
-  int64_t want = std::min(limit, std::max(matchEnd, line.start) + 4096);
+  int64_t want = std::min(limit, matchEnd + 4096);
   while (true) {
     line.bytes.resize(static_cast<size_t>(want - line.start));
     text.copyBytes({line.start, want}, reinterpret_cast<uint8_t*>(line.bytes.data()));
-    const size_t from = static_cast<size_t>(matchEnd - line.start);
-    const size_t at = line.bytes.find(static_cast<char>(terminator), from);
+    const size_t at =
+        line.bytes.find(static_cast<char>(terminator), static_cast<size_t>(matchEnd - line.start));
     if (at != std::string::npos) {
       size_t end = at;
       if (terminator == '\n' && end > 0 && line.bytes[end - 1] == '\r') --end;
@@ -76,9 +95,58 @@ void readMatchLine(const storage::PieceTableSnapshot& text, uint8_t terminator, 
       line.cutAfter = limit < total;
       return;
     }
-    want = std::min(limit, line.start + 4 * (want - line.start));
+    want = std::min(limit, matchEnd + 4 * (want - matchEnd));
   }
 }
+
+// The replacement of one match, its line read into `line` unless that
+// already holds it.
+class MatchExpander {
+ public:
+  MatchExpander(const PreparedReplacement& prepared, const storage::PieceTableSnapshot& text)
+      : prepared_(prepared),
+        text_(text),
+        terminator_(text::lineTerminator(text.originalBuffer().lineEnding())) {
+    if (prepared.replacement.needsGroups() && prepared.captures) reader_.emplace(*prepared.captures);
+  }
+
+  void expand(int64_t start, int64_t end, std::string& out) {
+    const ReplacementTemplate& t = prepared_.replacement;
+    if (t.isConstant()) {
+      out += t.constantText();
+      return;
+    }
+    if (!reader_) {
+      match_.resize(static_cast<size_t>(end - start));
+      text_.copyBytes({start, end}, reinterpret_cast<uint8_t*>(match_.data()));
+      groups_.assign(1, match_);
+      t.expand(groups_, out);
+      return;
+    }
+    // Matches come in document order, so one read serves a line's matches.
+    const int64_t lineEnd = line_.start + static_cast<int64_t>(line_.bytes.size());
+    if (!haveLine_ || start < line_.start || end > lineEnd || line_.cutAfter || line_.cutBefore) {
+      readMatchLine(text_, terminator_, start, end, line_);
+      haveLine_ = true;
+    }
+    const std::string_view subject = line_.bytes;
+    const auto at = static_cast<size_t>(start - line_.start);
+    const auto length = static_cast<size_t>(end - start);
+    if (!reader_->read(subject, at, length, line_.cutBefore, line_.cutAfter, groups_))
+      groups_.assign(1, subject.substr(at, length));
+    t.expand(groups_, out);
+  }
+
+ private:
+  const PreparedReplacement& prepared_;
+  const storage::PieceTableSnapshot& text_;
+  uint8_t terminator_;
+  std::optional<GroupReader> reader_;
+  MatchLine line_;
+  bool haveLine_ = false;
+  std::string match_;
+  std::vector<std::string_view> groups_;
+};
 
 }  // namespace
 
@@ -133,7 +201,6 @@ std::string replacementForMatch(const PreparedReplacement& prepared, std::string
 ReplacePlan planReplaceAll(const PreparedReplacement& prepared, const document::DocumentSnapshot& snapshot,
                            const search::SearchEngine& engine, const search::SearchCancellation& cancellation,
                            const ReplaceProgressHandler& progress, const PlanLimits& limits) {
-  const uint64_t startNs = dispatch::monotonicNanos();
   ReplacePlan plan;
   plan.snapshotVersion = snapshot.version();
   search::SearchHooks hooks;
@@ -161,15 +228,18 @@ ReplacePlan planReplaceAll(const PreparedReplacement& prepared, const document::
     return plan;
   }
 
-  const ReplacementTemplate& t = prepared.replacement;
-  const uint8_t terminator = text::lineTerminator(snapshot.text.originalBuffer().lineEnding());
-  SiteCollector sites(snapshot.text);
-  std::optional<GroupReader> reader;
-  if (t.needsGroups() && prepared.captures) reader.emplace(*prepared.captures);
-  MatchLine line;
-  int64_t lineKey = -1;
-  std::string match, bytes;
-  std::vector<std::string_view> groups;
+  return planFromMatches(prepared, snapshot.text, found, cancellation, progress, limits);
+}
+
+ReplacePlan planFromMatches(const PreparedReplacement& prepared, const storage::PieceTableSnapshot& text,
+                            const search::SearchResult& found, const search::SearchCancellation& cancellation,
+                            const ReplaceProgressHandler& progress, const PlanLimits& limits) {
+  const uint64_t startNs = dispatch::monotonicNanos();
+  ReplacePlan plan;
+  plan.snapshotVersion = found.snapshotVersion;
+  SiteCollector sites(text);
+  MatchExpander expander(prepared, text);
+  std::string bytes;
   Throttle throttle(progress);
   const auto total = static_cast<int64_t>(found.matches.size());
   for (int64_t i = 0; i < total; ++i) {
@@ -182,33 +252,19 @@ ReplacePlan planReplaceAll(const PreparedReplacement& prepared, const document::
       throttle.report({i, total, i});
     }
     const int64_t end = m.matchByteStart + m.matchByteLength;
-    if (t.isConstant()) {
-      sites.add(m.matchByteStart, end, t.constantText());
-      continue;
-    }
     bytes.clear();
-    if (reader) {
-      // Matches come in document order, so one read serves a line's matches.
-      if (lineKey != m.lineByteStart || end > line.start + static_cast<int64_t>(line.bytes.size()) ||
-          m.matchByteStart < line.start) {
-        readMatchLine(snapshot.text, terminator, m, line);
-        lineKey = m.lineByteStart;
-      }
-      const std::string_view subject = line.bytes;
-      const auto at = static_cast<size_t>(m.matchByteStart - line.start);
-      const auto length = static_cast<size_t>(m.matchByteLength);
-      if (!reader->read(subject, at, length, line.cutBefore, line.cutAfter, groups))
-        groups.assign(1, subject.substr(at, length));
-    } else {
-      match.resize(static_cast<size_t>(m.matchByteLength));
-      snapshot.text.copyBytes({m.matchByteStart, end}, reinterpret_cast<uint8_t*>(match.data()));
-      groups.assign(1, match);
-    }
-    t.expand(groups, bytes);
+    expander.expand(m.matchByteStart, end, bytes);
     sites.add(m.matchByteStart, end, bytes);
   }
   finish(plan, sites, limits, startNs);
   return plan;
+}
+
+std::string replacementAt(const PreparedReplacement& prepared, const storage::PieceTableSnapshot& text,
+                          storage::ByteRange match) {
+  std::string out;
+  MatchExpander(prepared, text).expand(match.start, match.end, out);
+  return out;
 }
 
 ReplacePlan planBatch(const Batch& batch, const document::DocumentSnapshot& snapshot,

@@ -50,6 +50,18 @@ ReplacePlan planReplaceAll(const PreparedReplacement& prepared, const document::
                            const search::SearchEngine& engine, const search::SearchCancellation& cancellation,
                            const ReplaceProgressHandler& progress = {}, const PlanLimits& limits = {});
 
+// The second half of planReplaceAll, for a caller that has the matches
+// already (the find bar's count): expands them in document order. The line
+// fields of the matches are not used.
+ReplacePlan planFromMatches(const PreparedReplacement& prepared, const storage::PieceTableSnapshot& text,
+                            const search::SearchResult& found, const search::SearchCancellation& cancellation,
+                            const ReplaceProgressHandler& progress = {}, const PlanLimits& limits = {});
+
+// The replacement of the match at `match` of the text (its line read around
+// it): Replace, and the find bar's preview of the next replacement.
+std::string replacementAt(const PreparedReplacement& prepared, const storage::PieceTableSnapshot& text,
+                          storage::ByteRange match);
+
 // A batch over the snapshot, window by window of whole lines; the counts per
 // pair in `perPair`. Same contract as planReplaceAll.
 ReplacePlan planBatch(const Batch& batch, const document::DocumentSnapshot& snapshot,
