@@ -2,6 +2,7 @@
 
 #include <array>
 #include <fstream>
+#include <limits>
 #include <optional>
 #include <sstream>
 
@@ -139,9 +140,12 @@ int runReplace(std::span<const std::string> args, std::ostream& out, std::ostrea
     }
     if (!interruptRequested()) {
       const auto snapshot = (*doc)->snapshot();
-      planned = job->batch
-                    ? replace::planBatch(*job->batch, snapshot, cancellation)
-                    : replace::planReplaceAll(*job->single, snapshot, search::SearchEngine(), cancellation);
+      // The document lives only to be saved, so sites stay exact: merging
+      // them into chunks would copy the text for nothing.
+      const replace::PlanLimits limits{.mergeAboveSites = std::numeric_limits<int64_t>::max()};
+      planned = job->batch ? replace::planBatch(*job->batch, snapshot, cancellation, {}, limits)
+                           : replace::planReplaceAll(*job->single, snapshot, search::SearchEngine(),
+                                                     cancellation, {}, limits);
     }
   }
   // Nothing has been edited yet, so the file is untouched.
@@ -163,10 +167,14 @@ int runReplace(std::span<const std::string> args, std::ostream& out, std::ostrea
     report(plan, std::nullopt, std::nullopt);
     return kExitOk;
   }
-  if (auto edited = (*doc)->replaceAll(plan.sites, job->batch ? "Batch Replace" : "Replace All", {}, {});
-      !edited) {
-    err << "quorin-cli: " << edited.error().describe() << '\n';
-    return kExitFailure;
+  {
+    // The sites' bytes are in the document now; only the counts are reported.
+    const auto sites = std::move(planned->sites);
+    if (auto edited = (*doc)->replaceAll(sites, job->batch ? "Batch Replace" : "Replace All", {}, {});
+        !edited) {
+      err << "quorin-cli: " << edited.error().describe() << '\n';
+      return kExitFailure;
+    }
   }
   // A save is not cancelled half-way: an in-place patch under way is
   // finished (or rolled back by its journal), and an atomic rewrite

@@ -209,7 +209,7 @@ ReplacePlan planReplaceAll(const PreparedReplacement& prepared, const document::
       progress({p.linesScanned, std::max(p.totalLines, p.linesScanned), p.matchesSoFar});
     };
   }
-  const search::SearchResult found = engine.search(std::numeric_limits<int64_t>::max(), prepared.options,
+  const search::SearchResult found = engine.search(std::numeric_limits<int32_t>::max(), prepared.options,
                                                    snapshot.text, snapshot.lines, cancellation, hooks);
   if (found.cancelled) {
     plan.cancelled = true;

@@ -11,7 +11,7 @@
 namespace quorin::replace {
 
 // When a plan holds more sites than this, dense ones are merged into chunks.
-inline constexpr int64_t kMergeAboveSites = 65'536;
+inline constexpr int64_t kMergeAboveSites = 262'144;
 // A merged site spans at most this much of the original text.
 inline constexpr int64_t kMergedChunkBytes = 64 * 1024;
 
