@@ -112,8 +112,16 @@ int runReplace(std::span<const std::string> args, std::ostream& out, std::ostrea
       return;
     }
     out << (dryRun && count > 0 ? "would replace: " : "replaced: ") << count << '\n';
-    for (size_t i = 0; i < plan.perPair.size(); ++i)
-      out << "pair " << i + 1 << ": " << plan.perPair[i] << '\n';
+    // A list may hold a million pairs: the text names those that matched.
+    int64_t unmatched = 0;
+    for (size_t i = 0; i < plan.perPair.size(); ++i) {
+      if (plan.perPair[i] == 0) {
+        ++unmatched;
+      } else {
+        out << "pair " << i + 1 << ": " << plan.perPair[i] << '\n';
+      }
+    }
+    if (unmatched > 0) out << "pairs without a match: " << unmatched << '\n';
     if (strategy) out << "strategy: " << *strategy << '\n';
     if (rejection) out << "in-place patch rejected: " << *rejection << '\n';
   };

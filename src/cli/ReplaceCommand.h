@@ -17,7 +17,8 @@ namespace quorin::cli {
 //
 // `replace --batch PAIRS.tsv [--sequential] [--dry-run] [--json] FILE` runs
 // the pairs of a TSV file (find, replace, flags) in one pass, or pair after
-// pair with --sequential, and also prints the count per pair.
+// pair with --sequential, and also prints the count of each pair that
+// matched and how many did not (the JSON has every pair's count).
 //
 // Prints the number of replacements, the strategy, and for a rewrite why the
 // file was not patched in place. Exit 0 when something was replaced, 1 when

@@ -1,15 +1,14 @@
 #include "replace/SiteCollector.h"
 
-#include "base/Check.h"
-
 namespace quorin::replace {
 
 using storage::ByteRange;
 using Site = storage::PieceTable::BulkEditSite;
 
 void SiteCollector::add(int64_t start, int64_t end, std::string_view bytes) {
-  QUORIN_CHECK(start <= end && (sites_.empty() || start >= sites_.back().range.end),
-               "replacement sites out of order");
+  // Matches come in order without overlap; one that does not is dropped
+  // rather than given to the document, which would skip it anyway.
+  if (start > end || (!sites_.empty() && start < sites_.back().range.end)) return;
   keepsLength_ = keepsLength_ && end - start == static_cast<int64_t>(bytes.size());
   sites_.push_back({{start, end}, std::string(bytes)});
 }

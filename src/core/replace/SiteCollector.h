@@ -25,6 +25,7 @@ class SiteCollector {
  public:
   explicit SiteCollector(const storage::PieceTableSnapshot& text) : text_(text) {}
 
+  // Sites must come in document order without overlap; others are dropped.
   void add(int64_t start, int64_t end, std::string_view bytes);
   int64_t count() const { return static_cast<int64_t>(sites_.size()); }
   bool keepsLength() const { return keepsLength_; }
