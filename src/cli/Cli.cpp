@@ -50,14 +50,20 @@ constexpr std::array kCommands = {
         "  --json     one JSON object with the matches (or only the totals with --count)\n"
         "exit status: 0 a match was found, 1 none, 2 error (also a search that timed out), 130 interrupted\n",
         &runSearch},
-    Command{"replace", "[--regex] [-i] [-w] [--escapes] [--dry-run] [--json] PATTERN REPLACEMENT FILE",
+    Command{"replace",
+            "[--regex] [-i] [-w] [--escapes] [--dry-run] [--json] PATTERN REPLACEMENT FILE\n"
+            "       quorin-cli replace --batch PAIRS.tsv [--sequential] [--dry-run] [--json] FILE",
             "replace every match as one edit and save (in place when lengths are kept)",
-            "  --regex    PATTERN is a regular expression (PCRE2 syntax)\n"
-            "  -i         ignore case\n"
-            "  -w         whole words only\n"
-            "  --escapes  expand \\n, \\t, \\xHH ... in PATTERN and REPLACEMENT\n"
-            "  --dry-run  count the matches; change nothing\n"
-            "  --json     one JSON object\n"
+            "  --regex         PATTERN is a regular expression (PCRE2 syntax); REPLACEMENT is a\n"
+            "                  template: $1 ${name} $0 $$, \\U \\L \\E \\u \\l, \\n \\t \\xHH\n"
+            "  -i              ignore case\n"
+            "  -w              whole words only\n"
+            "  --escapes       expand \\n, \\t, \\xHH ... in PATTERN and REPLACEMENT\n"
+            "  --batch PAIRS   run the pairs of a TSV file: find, replace, flags (r regex, i ignore\n"
+            "                  case, w whole word, e escapes), all in one pass (a swap swaps)\n"
+            "  --sequential    with --batch: each pair runs on the result of the one before\n"
+            "  --dry-run       count the matches; change nothing\n"
+            "  --json          one JSON object\n"
             "exit status: 0 replaced, 1 nothing matched, 2 error, 130 interrupted (the file is untouched)\n",
             &runReplace},
     Command{"compare", "[--ignore-whitespace] [--ignore-case] [--report FILE] [--json] LEFT RIGHT",

@@ -145,6 +145,7 @@ FindBar::FindBar(std::shared_ptr<document::Document> document, EditorSurface& su
   connect(closeButton, &QToolButton::clicked, this, &FindBar::close);
   connect(replaceButton, &QPushButton::clicked, this, &FindBar::replaceCurrent);
   connect(replaceAllButton_, &QPushButton::clicked, this, &FindBar::replaceAll);
+  connect(replacementEdit_, &QLineEdit::textChanged, this, &FindBar::updateReplacePreview);
   connect(cancelButton_, &QPushButton::clicked, this, &FindBar::cancelReplaceAll);
   auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
   escape->setContext(Qt::WidgetWithChildrenShortcut);
@@ -206,6 +207,7 @@ void FindBar::activate() {
 void FindBar::activateReplace() {
   replaceRow_->show();
   activate();
+  updateReplacePreview();
 }
 
 void FindBar::close() {
@@ -341,6 +343,7 @@ void FindBar::showSummary() {
   summary_->setText(text);
   if (notice_->text() == text) notice_->clear();
   summary_->setToolTip(matches_.isStale() ? staleToolTip() : QString());
+  updateReplacePreview();
 }
 
 // The summary already shows a count's failure (an invalid regex): the

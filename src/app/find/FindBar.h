@@ -8,6 +8,7 @@
 #include "app/find/MatchSet.h"
 #include "dispatch/MainQueue.h"
 #include "document/Document.h"
+#include "replace/ReplacePlanner.h"
 #include "search/FindNext.h"
 #include "search/SearchEngine.h"
 
@@ -103,7 +104,10 @@ class FindBar final : public QWidget {
   void rememberQuery();
   void finishReplaceAll(search::SearchResult result);
   void setReplacing(bool replacing);
-  std::string replacementBytes() const;
+  // The typed replacement, checked against the query (a template for a regex).
+  std::expected<replace::PreparedReplacement, replace::ReplaceError> preparedReplacement() const;
+  // The replace field's tooltip: the next replacement, or why there is none.
+  void updateReplacePreview();
 
   std::shared_ptr<document::Document> document_;
   EditorSurface& surface_;

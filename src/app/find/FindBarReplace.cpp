@@ -5,7 +5,7 @@
 
 #include "app/find/FindBar.h"
 #include "app/find/FindSummary.h"
-#include "search/QueryText.h"
+#include "replace/ReplacePlanner.h"
 
 namespace quorin::app {
 namespace {
@@ -16,9 +16,30 @@ storage::ByteRange ordered(EditorSurface::Selection s) {
 
 }  // namespace
 
-std::string FindBar::replacementBytes() const {
-  const std::string typed = replacementEdit_->text().toStdString();
-  return options().escapes ? search::expandEscapes(typed) : typed;
+std::expected<replace::PreparedReplacement, replace::ReplaceError> FindBar::preparedReplacement() const {
+  return replace::prepareReplacement(options(), replacementEdit_->text().toStdString());
+}
+
+void FindBar::updateReplacePreview() {
+  if (replaceRow_->isHidden()) return;
+  const auto prepared = preparedReplacement();
+  if (!prepared) {
+    replacementEdit_->setToolTip(QString::fromStdString(prepared.error().describe()));
+    return;
+  }
+  // The match Replace would take: the selection when it is a match, else the next one after it.
+  const storage::ByteRange selected = ordered(surface_.selection());
+  std::optional<storage::ByteRange> target;
+  if (matches_.version() == document_->version()) {
+    target = matches_.indexOf(selected) ? std::optional(selected) : matches_.next(selected.start, true);
+  }
+  if (!target) {
+    replacementEdit_->setToolTip(prepared->replacement.isConstant() ? QString()
+                                                                    : replacePreviewUnknownNote());
+    return;
+  }
+  const std::string next = replace::replacementAt(*prepared, document_->snapshot().text, *target);
+  replacementEdit_->setToolTip(replacePreviewNote(QString::fromStdString(next)));
 }
 
 void FindBar::replaceCurrent() {
@@ -43,7 +64,12 @@ void FindBar::replaceCurrent() {
     findNext();
     return;
   }
-  const std::string bytes = replacementBytes();
+  const auto prepared = preparedReplacement();
+  if (!prepared) {
+    setNotice(QString::fromStdString(prepared.error().describe()));
+    return;
+  }
+  const std::string bytes = replace::replacementAt(*prepared, document_->snapshot().text, selected);
   const int64_t caret = selected.start + static_cast<int64_t>(bytes.size());
   const auto outcome = document_->replace(selected, bytes, {selected.start, selected.end},
                                           persistence::TextSelection::at(caret));
@@ -60,6 +86,11 @@ void FindBar::replaceAll() {
   if (opts.query.empty() || isReplacing()) return;
   rememberQuery();
   setNotice({});
+  // A template the pattern cannot fill is refused before anything is counted.
+  if (const auto prepared = preparedReplacement(); !prepared) {
+    setNotice(QString::fromStdString(prepared.error().describe()));
+    return;
+  }
   if (matches_.version() == document_->version() && matches_.isComplete()) {
     search::SearchResult result;
     result.snapshotVersion = matches_.version();
@@ -127,11 +158,16 @@ void FindBar::finishReplaceAll(search::SearchResult result) {
     setNotice(resultSummary({}, 0, 0));
     return;
   }
-  const std::string bytes = replacementBytes();
-  std::vector<storage::PieceTable::BulkEditSite> sites;
-  sites.reserve(result.matches.size());
-  for (const search::SearchMatch& m : result.matches)
-    sites.push_back({{m.matchByteStart, m.matchByteStart + m.matchByteLength}, bytes});
+  const auto prepared = preparedReplacement();
+  if (!prepared) {
+    setNotice(QString::fromStdString(prepared.error().describe()));
+    return;
+  }
+  // Templates expand per match; past a few hundred thousand matches, dense
+  // ones are merged into chunks so the document keeps few pieces.
+  const search::SearchCancellation never;
+  replace::ReplacePlan plan = replace::planFromMatches(*prepared, document_->snapshot().text, result, never);
+  const std::vector<storage::PieceTable::BulkEditSite>& sites = plan.sites;
   const EditorSurface::Selection before = surface_.selection();
   const auto outcome = document_->replaceAll(sites, "Replace All", {before.begin, before.end},
                                              persistence::TextSelection::at(sites.front().range.start));

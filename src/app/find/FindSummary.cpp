@@ -66,4 +66,18 @@ QString textChangedDuringCountNote() {
   return tr("The text changed while matches were counted; nothing was replaced");
 }
 
+QString replacePreviewNote(const QString& replacement) {
+  // Long replacements are cut, and line breaks shown, so the tooltip stays one short line.
+  QString shown = replacement.left(200);
+  shown.replace('\n', QStringLiteral("\\n"))
+      .replace('\r', QStringLiteral("\\r"))
+      .replace('\t', QStringLiteral("\\t"));
+  if (replacement.size() > 200) shown += QStringLiteral("…");
+  return tr("Next replacement: “%1”").arg(shown);
+}
+
+QString replacePreviewUnknownNote() {
+  return tr("The next replacement is shown once the matches are counted");
+}
+
 }  // namespace quorin::app

@@ -32,5 +32,7 @@ QString replacedNote(int64_t count);  // "Replaced 1 match", "Replaced 1,234 mat
 QString nothingReplacedSuffix();      // " — nothing was replaced"
 QString replaceAllCancelledNote();
 QString textChangedDuringCountNote();
+QString replacePreviewNote(const QString& replacement);  // "Next replacement: “…”"
+QString replacePreviewUnknownNote();
 
 }  // namespace quorin::app
