@@ -37,20 +37,20 @@ TEST(CliReplace, RegexReplacementsAreTemplatesCheckedBeforeTheFileIsOpened) {
   const auto file = dir.write("app.log", "took 12 ms\nuser=Alice took 7 ms\n");
   Outcome r = run({"replace", "--regex", "(\\d+) ms", "$1ms", file.string()});
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(contents(file), "took 12ms\nuser=Alice took 7ms\n");
+  EXPECT_EQ(testing::readFile(file), "took 12ms\nuser=Alice took 7ms\n");
   r = run({"replace", "--regex", "user=(?<name>\\w+)", "user=\\U${name}", file.string()});
   EXPECT_EQ(r.out, "replaced: 1\nstrategy: inPlacePatch\n");  // ALICE keeps the length
-  EXPECT_EQ(contents(file), "took 12ms\nuser=ALICE took 7ms\n");
+  EXPECT_EQ(testing::readFile(file), "took 12ms\nuser=ALICE took 7ms\n");
   // A literal query takes the replacement as typed.
   r = run({"replace", "user=ALICE", "$1", file.string()});
-  EXPECT_EQ(contents(file), "took 12ms\n$1 took 7ms\n");
+  EXPECT_EQ(testing::readFile(file), "took 12ms\n$1 took 7ms\n");
 
   r = run({"replace", "--regex", "(\\d+)(ms)", "$3", file.string()});
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err, "quorin-cli: Group 3 does not exist: the pattern has 2 groups\n");
   r = run({"replace", "--regex", "(\\d+)", "\\q", dir.path().string() + "/missing.log"});
   EXPECT_EQ(r.err, "quorin-cli: An unknown escape \\q at column 1\n");  // before the missing file
-  EXPECT_EQ(contents(file), "took 12ms\n$1 took 7ms\n");
+  EXPECT_EQ(testing::readFile(file), "took 12ms\n$1 took 7ms\n");
 }
 
 TEST(CliReplace, BatchRunsPairsAtOnceOrInSequence) {
@@ -63,12 +63,12 @@ TEST(CliReplace, BatchRunsPairsAtOnceOrInSequence) {
   r = run({"replace", "--batch", pairs.string(), file.string()});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "replaced: 5\npair 1: 3\npair 2: 2\nstrategy: inPlacePatch\n");
-  EXPECT_EQ(contents(file), "dog cat\ncat dog dog\n");
+  EXPECT_EQ(testing::readFile(file), "dog cat\ncat dog dog\n");
   r = run({"replace", "--batch=" + pairs.string(), "--sequential", "--json", file.string()});
   EXPECT_EQ(r.out, "{\"path\":\"" + file.string() +
                        "\",\"dryRun\":false,\"replaced\":7,\"perPair\":[2,5],\"strategy\":\"inPlacePatch\","
                        "\"rejection\":null}\n");
-  EXPECT_EQ(contents(file), "cat cat\ncat cat cat\n");
+  EXPECT_EQ(testing::readFile(file), "cat cat\ncat cat cat\n");
 
   const auto bad = dir.write("bad.tsv", "cat\tdog\ncat dog\n");
   r = run({"replace", "--batch", bad.string(), file.string()});
@@ -80,7 +80,7 @@ TEST(CliReplace, BatchRunsPairsAtOnceOrInSequence) {
   EXPECT_EQ(r.err, "quorin-cli: Pair 2: Invalid regex: missing closing parenthesis\n");
   r = run({"replace", "--batch", pairs.string(), "-i", file.string()});
   EXPECT_EQ(r.err, "quorin-cli: -i does not apply to --batch: each pair has its own flags\n");
-  EXPECT_EQ(contents(file), "cat cat\ncat cat cat\n");
+  EXPECT_EQ(testing::readFile(file), "cat cat\ncat cat cat\n");
 }
 
 }  // namespace
