@@ -7,7 +7,10 @@ namespace quorin::recovery {
 
 std::vector<JournalSite> sitesFromPieces(const storage::PieceTableSnapshot& text) {
   std::vector<JournalSite> sites;
-  int64_t cursor = 0;  // in the base
+  // Pieces of the base count in the file's bytes, past a byte-order mark
+  // the document does not hold; sites count document bytes.
+  const int64_t markBytes = text.originalBuffer().contentStart();
+  int64_t cursor = 0;  // in the base, document bytes
   int64_t at = 0;      // in the text being rebuilt
   const auto removeTo = [&](int64_t baseOffset) {
     if (baseOffset > cursor) sites.push_back({at, baseOffset - cursor, {}});
@@ -16,9 +19,9 @@ std::vector<JournalSite> sitesFromPieces(const storage::PieceTableSnapshot& text
   const auto& pieces = text.pieces();
   for (size_t i = 0; i < pieces.size(); ++i) {
     const storage::Piece& piece = pieces[i];
-    if (piece.source == storage::PieceSource::original && piece.offset >= cursor) {
-      removeTo(piece.offset);
-      cursor = piece.sourceEnd();
+    if (piece.source == storage::PieceSource::original && piece.offset - markBytes >= cursor) {
+      removeTo(piece.offset - markBytes);
+      cursor = piece.sourceEnd() - markBytes;
     } else {
       // Appended bytes, or base bytes used out of order: inserted as they are.
       const int64_t start = text.prefixLengths()[i] - piece.length;
