@@ -1,9 +1,8 @@
 #include "replace/CapturingRegex.h"
 
-#define PCRE2_CODE_UNIT_WIDTH 8
-#include <pcre2.h>
-
 #include <algorithm>
+
+#include "search/Pcre2Compile.h"
 
 namespace quorin::replace {
 
@@ -38,18 +37,9 @@ PatternGroups groupsOf(const pcre2_code* code) {
 
 std::expected<CapturingRegex, std::string> CapturingRegex::compile(std::string_view pattern,
                                                                    bool caseSensitive) {
-  uint32_t flags = PCRE2_UTF | PCRE2_UCP;
-  if (!caseSensitive) flags |= PCRE2_CASELESS;
-  int errorCode = 0;
-  PCRE2_SIZE errorOffset = 0;
-  pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(), flags,
-                                   &errorCode, &errorOffset, nullptr);
-  if (code == nullptr) {
-    PCRE2_UCHAR message[256];
-    pcre2_get_error_message(errorCode, message, sizeof message);
-    return std::unexpected(std::string(reinterpret_cast<const char*>(message)));
-  }
-  pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
+  auto compiled = search::compilePcre2(pattern, caseSensitive);
+  if (!compiled) return std::unexpected(compiled.error());
+  pcre2_code* code = *compiled;
   CapturingRegex regex;
   regex.code_ = std::make_shared<const CompiledPattern>(code);
   regex.groups_ = groupsOf(code);

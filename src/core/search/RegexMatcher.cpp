@@ -1,14 +1,12 @@
 #include "search/RegexMatcher.h"
 
-#define PCRE2_CODE_UNIT_WIDTH 8
-#include <pcre2.h>
-
 #include <algorithm>
 #include <cstring>
 #include <optional>
 #include <vector>
 
 #include "search/ByteSearch.h"
+#include "search/Pcre2Compile.h"
 #include "search/RegexLiteral.h"
 #include "search/Utf8Repair.h"
 
@@ -345,19 +343,9 @@ std::unique_ptr<WindowScanner> RegexMatcher::makeScanner() const {
 
 std::expected<std::shared_ptr<const Matcher>, std::string> compileRegexMatcher(std::string_view pattern,
                                                                                RegexOptions options) {
-  uint32_t flags = PCRE2_UTF | PCRE2_UCP;
-  if (!options.caseSensitive) flags |= PCRE2_CASELESS;
-  int errorCode = 0;
-  PCRE2_SIZE errorOffset = 0;
-  pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(), flags,
-                                   &errorCode, &errorOffset, nullptr);
-  if (code == nullptr) {
-    PCRE2_UCHAR message[256];
-    pcre2_get_error_message(errorCode, message, sizeof message);
-    return std::unexpected(std::string(reinterpret_cast<const char*>(message)));
-  }
-  // Without JIT (an unsupported processor) the interpreter still works.
-  pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
+  auto compiled = compilePcre2(pattern, options.caseSensitive);
+  if (!compiled) return std::unexpected(compiled.error());
+  pcre2_code* code = *compiled;
 
   uint32_t minLength = 0, lookBehind = 0;
   pcre2_pattern_info(code, PCRE2_INFO_MINLENGTH, &minLength);
